@@ -1,0 +1,52 @@
+#include "BundleInfo.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <optional>
+
+namespace {
+std::optional<BundleInfo>& cached()
+{
+    static std::optional<BundleInfo> info;
+    return info;
+}
+
+QString& sourcePath()
+{
+    static QString path = QStringLiteral(":/Info.json");
+    return path;
+}
+} // namespace
+
+BundleInfo BundleInfo::fromFile(const QString& path)
+{
+    BundleInfo info;
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return info;
+    const QJsonObject o = QJsonDocument::fromJson(file.readAll()).object();
+    info.identifier = o.value(QLatin1String("CFBundleIdentifier")).toString();
+    info.name = o.value(QLatin1String("CFBundleName")).toString();
+    info.version = o.value(QLatin1String("CFBundleShortVersionString")).toString();
+    for (const QJsonValue& v : o.value(QLatin1String("CFBundleURLSchemes")).toArray())
+        info.urlSchemes.append(v.toString());
+    info.defaultServerURL = o.value(QLatin1String("TWDefaultServerURL")).toString();
+    return info;
+}
+
+const BundleInfo& BundleInfo::current()
+{
+    std::optional<BundleInfo>& info = cached();
+    if (!info)
+        info = fromFile(sourcePath());
+    return *info;
+}
+
+void BundleInfo::useFile(const QString& path)
+{
+    sourcePath() = path;
+    cached().reset();
+}

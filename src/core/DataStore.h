@@ -1,0 +1,45 @@
+#pragma once
+
+#include "ModelContext.h"
+
+#include <QObject>
+#include <QString>
+
+#include <memory>
+
+// The local store: one SQLite file and the main context over it.
+class DataStore final : public QObject
+{
+    Q_OBJECT
+
+public:
+    static constexpr int SchemaVersion = 1;
+
+    // The app's store, opened at defaultPath() on first use. When it cannot be
+    // opened the process prints why on standard error and exits with status 1.
+    static DataStore& shared();
+    // Makes `store` the shared one (tests, or a store opened elsewhere).
+    static void setShared(std::unique_ptr<DataStore> store);
+
+    // Opens or creates the store at `path` (":memory:" for a throwaway one).
+    // Returns null and the reason when it cannot; nothing is written then.
+    static std::unique_ptr<DataStore> open(const QString& path, QString* error);
+
+    // <data dir>/<bundle identifier>/store.sqlite, creating the folder when missing;
+    // empty (with `error` set) when there is no data directory.
+    static QString defaultPath(QString* error);
+
+    ~DataStore() override;
+
+    ModelContext& mainContext() { return *m_context; }
+    QString path() const { return m_path; }
+
+private:
+    DataStore(const QString& path, const QString& connection);
+    bool initialise(QString* error);
+    bool createSchema(QString* error);
+
+    QString m_path;
+    QString m_connection;
+    ModelContext* m_context = nullptr;
+};

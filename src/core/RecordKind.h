@@ -1,0 +1,15 @@
+#pragma once
+
+#include <QtGlobal>
+
+// The persisted record types, in the order the store registers them.
+enum class RecordKind : quint8 {
+    PomodoroConfig,
+    TaskList,
+    TaskItem,
+    Habit,
+    HabitHistory,
+    WidgetPlacement,
+};
+
+inline constexpr int RecordKindCount = 6;

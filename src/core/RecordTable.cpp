@@ -1,0 +1,208 @@
+#include "RecordTable.h"
+
+#include "Habit.h"
+#include "HabitHistory.h"
+#include "PomodoroConfig.h"
+#include "TaskItem.h"
+#include "TaskList.h"
+#include "WidgetPlacement.h"
+
+#include <QDateTime>
+#include <QMetaProperty>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QSqlRecord>
+#include <QUuid>
+
+#include <array>
+#include <cmath>
+
+namespace {
+template <typename T>
+Record* make()
+{
+    return new T;
+}
+
+bool fail(const QSqlQuery& query, QString* error)
+{
+    if (error)
+        *error = query.lastError().text();
+    return false;
+}
+} // namespace
+
+RecordTable::RecordTable(RecordKind kind, QString name, QString keyField, const QMetaObject* meta,
+                         std::function<Record*()> create, std::optional<Cascade> cascade)
+    : m_kind(kind)
+    , m_name(std::move(name))
+    , m_keyField(std::move(keyField))
+    , m_meta(meta)
+    , m_create(std::move(create))
+    , m_cascade(std::move(cascade))
+{
+}
+
+const RecordTable& RecordTable::of(RecordKind kind)
+{
+    static const std::array<RecordTable, RecordKindCount> tables{
+        RecordTable(RecordKind::PomodoroConfig, QStringLiteral("pomodoro_config"),
+                    QStringLiteral("id"), &PomodoroConfig::staticMetaObject,
+                    make<PomodoroConfig>, std::nullopt),
+        RecordTable(RecordKind::TaskList, QStringLiteral("task_list"), QStringLiteral("id"),
+                    &TaskList::staticMetaObject, make<TaskList>,
+                    Cascade{RecordKind::TaskItem, QStringLiteral("listId")}),
+        RecordTable(RecordKind::TaskItem, QStringLiteral("task_item"), QStringLiteral("id"),
+                    &TaskItem::staticMetaObject, make<TaskItem>, std::nullopt),
+        RecordTable(RecordKind::Habit, QStringLiteral("habit"), QStringLiteral("id"),
+                    &Habit::staticMetaObject, make<Habit>,
+                    Cascade{RecordKind::HabitHistory, QStringLiteral("habitId")}),
+        RecordTable(RecordKind::HabitHistory, QStringLiteral("habit_history"),
+                    QStringLiteral("id"), &HabitHistory::staticMetaObject, make<HabitHistory>,
+                    std::nullopt),
+        RecordTable(RecordKind::WidgetPlacement, QStringLiteral("widget_placement"),
+                    QStringLiteral("widgetId"), &WidgetPlacement::staticMetaObject,
+                    make<WidgetPlacement>, std::nullopt),
+    };
+    return tables[static_cast<int>(kind)];
+}
+
+QList<int> RecordTable::propertyIndexes() const
+{
+    QList<int> indexes;
+    for (int i = m_meta->propertyOffset(); i < m_meta->propertyCount(); ++i)
+        indexes.append(i);
+    return indexes;
+}
+
+QStringList RecordTable::fields() const
+{
+    QStringList names;
+    for (int i : propertyIndexes())
+        names.append(QString::fromLatin1(m_meta->property(i).name()));
+    return names;
+}
+
+QString RecordTable::quoted(const QString& identifier)
+{
+    return u'"' + identifier + u'"';
+}
+
+QVariant RecordTable::toSql(const QVariant& value)
+{
+    switch (value.metaType().id()) {
+    case QMetaType::QUuid: {
+        const QUuid id = value.toUuid();
+        return id.isNull() ? QVariant() : QVariant(id.toString(QUuid::WithoutBraces));
+    }
+    case QMetaType::QDateTime: {
+        const QDateTime t = value.toDateTime();
+        return t.isValid() ? QVariant(double(t.toMSecsSinceEpoch()) / 1000.0) : QVariant();
+    }
+    case QMetaType::QString:
+        return value.toString().isNull() ? QVariant() : value;
+    default:
+        return value;
+    }
+}
+
+QVariant RecordTable::fromSql(const QVariant& stored, QMetaType type)
+{
+    switch (type.id()) {
+    case QMetaType::QUuid:
+        return stored.isNull() ? QUuid() : QUuid::fromString(stored.toString());
+    case QMetaType::QDateTime:
+        return stored.isNull() ? QDateTime()
+                               : QDateTime::fromMSecsSinceEpoch(
+                                     std::llround(stored.toDouble() * 1000.0));
+    case QMetaType::QString:
+        return stored.isNull() ? QString() : stored.toString();
+    case QMetaType::LongLong:
+        return stored.toLongLong();
+    case QMetaType::Bool:
+        return stored.toLongLong() != 0;
+    case QMetaType::QVariant: // optional integer
+        return stored.isNull() ? QVariant() : QVariant(stored.toLongLong());
+    default:
+        return stored;
+    }
+}
+
+bool RecordTable::select(QSqlDatabase& db, const QString& field, const QVariant& value,
+                         QList<Record*>* out, QString* error) const
+{
+    const QList<int> props = propertyIndexes();
+    QStringList columns;
+    for (int i : props)
+        columns.append(quoted(QString::fromLatin1(m_meta->property(i).name())));
+    QString sql = u"SELECT " + columns.join(u", ") + u" FROM " + quoted(m_name);
+    if (!field.isEmpty())
+        sql += u" WHERE " + quoted(field) + u" = ?";
+    sql += u" ORDER BY rowid";
+
+    QSqlQuery query(db);
+    query.setForwardOnly(true);
+    if (!query.prepare(sql))
+        return fail(query, error);
+    if (!field.isEmpty())
+        query.addBindValue(toSql(value));
+    if (!query.exec())
+        return fail(query, error);
+    while (query.next()) {
+        Record* record = m_create();
+        for (int c = 0; c < props.size(); ++c) {
+            const QMetaProperty p = m_meta->property(props[c]);
+            p.write(record, fromSql(query.value(c), p.metaType()));
+        }
+        out->append(record);
+    }
+    return true;
+}
+
+bool RecordTable::insert(QSqlDatabase& db, const Record* record, QString* error) const
+{
+    const QList<int> props = propertyIndexes();
+    QStringList columns, marks;
+    for (int i : props) {
+        columns.append(quoted(QString::fromLatin1(m_meta->property(i).name())));
+        marks.append(QStringLiteral("?"));
+    }
+    QSqlQuery query(db);
+    if (!query.prepare(u"INSERT INTO " + quoted(m_name) + u" (" + columns.join(u", ") +
+                       u") VALUES (" + marks.join(u", ") + u")"))
+        return fail(query, error);
+    for (int i : props)
+        query.addBindValue(toSql(m_meta->property(i).read(record)));
+    return query.exec() || fail(query, error);
+}
+
+bool RecordTable::update(QSqlDatabase& db, const Record* record, QString* error) const
+{
+    QStringList assignments;
+    QList<int> props;
+    for (int i : propertyIndexes()) {
+        const QString name = QString::fromLatin1(m_meta->property(i).name());
+        if (name == m_keyField)
+            continue;
+        assignments.append(quoted(name) + u" = ?");
+        props.append(i);
+    }
+    QSqlQuery query(db);
+    if (!query.prepare(u"UPDATE " + quoted(m_name) + u" SET " + assignments.join(u", ") +
+                       u" WHERE " + quoted(m_keyField) + u" = ?"))
+        return fail(query, error);
+    for (int i : props)
+        query.addBindValue(toSql(m_meta->property(i).read(record)));
+    query.addBindValue(record->key());
+    return query.exec() || fail(query, error);
+}
+
+bool RecordTable::remove(QSqlDatabase& db, const QString& key, QString* error) const
+{
+    QSqlQuery query(db);
+    if (!query.prepare(u"DELETE FROM " + quoted(m_name) + u" WHERE " + quoted(m_keyField) +
+                       u" = ?"))
+        return fail(query, error);
+    query.addBindValue(key);
+    return query.exec() || fail(query, error);
+}

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QCoro/QCoroTask>
+#include <QDateTime>
+#include <QObject>
+#include <QSet>
+#include <QString>
+
+#include <optional>
+
+// Posts and withdraws local notifications through org.freedesktop.Notifications.
+// Linux servers cannot deliver at a future time, so pending requests are kept
+// here (one timer each) and handed to the server when they fall due.
+class NotificationService final : public QObject
+{
+    Q_OBJECT
+
+public:
+    static NotificationService& shared();
+
+    // The new request's identifier (a UUID text), or nothing when `fireAt` is not
+    // in the future or the request could not be added.
+    QCoro::Task<std::optional<QString>> schedule(const QString& title, const QString& body,
+                                                 const QDateTime& fireAt);
+    void cancel(const QString& id);
+    // Withdraws every request this service added, and nothing else.
+    void cancelAll();
+    // Posts "Tidewell" / "Notifications are working." after 0.5 s, not recorded.
+    // Returns the error's description, or an empty text on success.
+    QCoro::Task<QString> fireTest();
+    // Launch-time check: asks the server for its information; logs the
+    // auth-error line when none answers.
+    QCoro::Task<> checkAuthorization();
+
+    QSet<QString> pendingIDs() const;
+
+signals:
+    // A request fell due and was handed to the notification server.
+    void delivered(const QString& id);
+};
