@@ -4,8 +4,7 @@
 
 Debouncer::Debouncer(QObject* parent)
     : QObject(parent)
-{
-}
+{}
 
 Debouncer::~Debouncer() = default;
 

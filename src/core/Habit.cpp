@@ -13,8 +13,7 @@ Habit::Habit(const QString& icon, const QString& name, const QString& colorHex, 
     , m_maxValue(maxValue)
     , m_firstTrackerDate(Clock::now())
     , m_order(order)
-{
-}
+{}
 
 QList<HabitHistory*> Habit::history() const
 {

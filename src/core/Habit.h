@@ -16,7 +16,8 @@ class Habit final : public Record
     Q_PROPERTY(QString name READ name WRITE setName NOTIFY nameChanged)
     Q_PROPERTY(QString colorHex READ colorHex WRITE setColorHex NOTIFY colorHexChanged)
     Q_PROPERTY(qint64 maxValue READ maxValue WRITE setMaxValue NOTIFY maxValueChanged)
-    Q_PROPERTY(qint64 currentValue READ currentValue WRITE setCurrentValue NOTIFY currentValueChanged)
+    Q_PROPERTY(
+        qint64 currentValue READ currentValue WRITE setCurrentValue NOTIFY currentValueChanged)
     Q_PROPERTY(QDateTime firstTrackerDate READ firstTrackerDate WRITE setFirstTrackerDate NOTIFY
                    firstTrackerDateChanged)
     Q_PROPERTY(qint64 order READ order WRITE setOrder NOTIFY orderChanged)

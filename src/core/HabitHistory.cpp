@@ -10,8 +10,7 @@ HabitHistory::HabitHistory(const QString& date, qint64 value, qint64 maxValue, H
     , m_maxValue(maxValue)
     , m_completed(value >= maxValue)
     , m_habitId(habit ? habit->id() : QUuid())
-{
-}
+{}
 
 Habit* HabitHistory::habit() const
 {

@@ -27,8 +27,7 @@ void Record::touch()
 ModelContext::ModelContext(const QSqlDatabase& db, QObject* parent)
     : QObject(parent)
     , m_db(db)
-{
-}
+{}
 
 ModelContext::~ModelContext() = default;
 
@@ -102,8 +101,7 @@ QList<Record*> ModelContext::fetchRecords(RecordKind kind, const FetchRequest& r
         const QByteArray field = request.sortField.toLatin1();
         std::stable_sort(out.begin(), out.end(), [&field](Record* a, Record* b) {
             return QVariant::compare(a->property(field.constData()),
-                                     b->property(field.constData())) ==
-                   QPartialOrdering::Less;
+                                     b->property(field.constData())) == QPartialOrdering::Less;
         });
     }
     return out;
@@ -131,8 +129,8 @@ void ModelContext::remove(Record* record)
     const RecordTable& table = RecordTable::of(record->kind());
     if (const auto cascade = table.cascade()) {
         const QVariant ownerId = record->property(table.keyField().toLatin1().constData());
-        for (Record* child : fetchRecords(cascade->child,
-                                          FetchRequest::where(cascade->childField, ownerId)))
+        for (Record* child :
+             fetchRecords(cascade->child, FetchRequest::where(cascade->childField, ownerId)))
             remove(child);
     }
 

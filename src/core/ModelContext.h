@@ -38,15 +38,13 @@ public:
         return out;
     }
 
-    template <typename T>
-    qsizetype count(const FetchRequest& request = {}) const
+    template <typename T> qsizetype count(const FetchRequest& request = {}) const
     {
         return const_cast<ModelContext*>(this)->fetchRecords(T::Kind, request).size();
     }
 
     // The record with that key (UUID text, or the widget id), or null.
-    template <typename T>
-    T* find(const QString& key)
+    template <typename T> T* find(const QString& key)
     {
         return static_cast<T*>(findRecord(T::Kind, key));
     }

@@ -19,8 +19,8 @@ class PomodoroConfig final : public Record
     Q_PROPERTY(qint64 pomodorosForLongBreak READ pomodorosForLongBreak WRITE
                    setPomodorosForLongBreak NOTIFY pomodorosForLongBreakChanged)
     Q_PROPERTY(bool autoStart READ autoStart WRITE setAutoStart NOTIFY autoStartChanged)
-    Q_PROPERTY(qint64 pomodoroCount READ pomodoroCount WRITE setPomodoroCount NOTIFY
-                   pomodoroCountChanged)
+    Q_PROPERTY(
+        qint64 pomodoroCount READ pomodoroCount WRITE setPomodoroCount NOTIFY pomodoroCountChanged)
     Q_PROPERTY(qint64 pomodoroTotalCount READ pomodoroTotalCount WRITE setPomodoroTotalCount NOTIFY
                    pomodoroTotalCountChanged)
     Q_PROPERTY(qint64 shortBreakCount READ shortBreakCount WRITE setShortBreakCount NOTIFY
@@ -97,7 +97,10 @@ public:
         assign(m_longBreakCount, v, &PomodoroConfig::longBreakCountChanged);
     }
     void setIsBreak(bool v) { assign(m_isBreak, v, &PomodoroConfig::isBreakChanged); }
-    void setIsShortBreak(bool v) { assign(m_isShortBreak, v, &PomodoroConfig::isShortBreakChanged); }
+    void setIsShortBreak(bool v)
+    {
+        assign(m_isShortBreak, v, &PomodoroConfig::isShortBreakChanged);
+    }
     void setIsLongBreak(bool v) { assign(m_isLongBreak, v, &PomodoroConfig::isLongBreakChanged); }
     void setFirstPomodoroCountDate(const QDateTime& v)
     {

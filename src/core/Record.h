@@ -24,8 +24,7 @@ public:
 protected:
     explicit Record(QObject* parent = nullptr)
         : QObject(parent)
-    {
-    }
+    {}
 
     template <typename Self, typename T>
     void assign(T& field, const T& value, void (Self::*notify)())

@@ -18,8 +18,7 @@
 #include <cmath>
 
 namespace {
-template <typename T>
-Record* make()
+template <typename T> Record* make()
 {
     return new T;
 }
@@ -41,14 +40,20 @@ RecordTable::RecordTable(RecordKind kind, QString name, QString keyField, const 
     , m_create(std::move(create))
     , m_cascade(std::move(cascade))
 {
+    QStringList columns;
+    for (int i = m_meta->propertyOffset(); i < m_meta->propertyCount(); ++i) {
+        m_properties.append(m_meta->property(i));
+        columns.append(quoted(QString::fromLatin1(m_meta->property(i).name())));
+    }
+    m_columns = columns.join(u", ");
 }
 
 const RecordTable& RecordTable::of(RecordKind kind)
 {
     static const std::array<RecordTable, RecordKindCount> tables{
         RecordTable(RecordKind::PomodoroConfig, QStringLiteral("pomodoro_config"),
-                    QStringLiteral("id"), &PomodoroConfig::staticMetaObject,
-                    make<PomodoroConfig>, std::nullopt),
+                    QStringLiteral("id"), &PomodoroConfig::staticMetaObject, make<PomodoroConfig>,
+                    std::nullopt),
         RecordTable(RecordKind::TaskList, QStringLiteral("task_list"), QStringLiteral("id"),
                     &TaskList::staticMetaObject, make<TaskList>,
                     Cascade{RecordKind::TaskItem, QStringLiteral("listId")}),
@@ -57,9 +62,8 @@ const RecordTable& RecordTable::of(RecordKind kind)
         RecordTable(RecordKind::Habit, QStringLiteral("habit"), QStringLiteral("id"),
                     &Habit::staticMetaObject, make<Habit>,
                     Cascade{RecordKind::HabitHistory, QStringLiteral("habitId")}),
-        RecordTable(RecordKind::HabitHistory, QStringLiteral("habit_history"),
-                    QStringLiteral("id"), &HabitHistory::staticMetaObject, make<HabitHistory>,
-                    std::nullopt),
+        RecordTable(RecordKind::HabitHistory, QStringLiteral("habit_history"), QStringLiteral("id"),
+                    &HabitHistory::staticMetaObject, make<HabitHistory>, std::nullopt),
         RecordTable(RecordKind::WidgetPlacement, QStringLiteral("widget_placement"),
                     QStringLiteral("widgetId"), &WidgetPlacement::staticMetaObject,
                     make<WidgetPlacement>, std::nullopt),
@@ -67,19 +71,11 @@ const RecordTable& RecordTable::of(RecordKind kind)
     return tables[static_cast<int>(kind)];
 }
 
-QList<int> RecordTable::propertyIndexes() const
-{
-    QList<int> indexes;
-    for (int i = m_meta->propertyOffset(); i < m_meta->propertyCount(); ++i)
-        indexes.append(i);
-    return indexes;
-}
-
 QStringList RecordTable::fields() const
 {
     QStringList names;
-    for (int i : propertyIndexes())
-        names.append(QString::fromLatin1(m_meta->property(i).name()));
+    for (const QMetaProperty& p : m_properties)
+        names.append(QString::fromLatin1(p.name()));
     return names;
 }
 
@@ -112,9 +108,9 @@ QVariant RecordTable::fromSql(const QVariant& stored, QMetaType type)
     case QMetaType::QUuid:
         return stored.isNull() ? QUuid() : QUuid::fromString(stored.toString());
     case QMetaType::QDateTime:
-        return stored.isNull() ? QDateTime()
-                               : QDateTime::fromMSecsSinceEpoch(
-                                     std::llround(stored.toDouble() * 1000.0));
+        return stored.isNull()
+                   ? QDateTime()
+                   : QDateTime::fromMSecsSinceEpoch(std::llround(stored.toDouble() * 1000.0));
     case QMetaType::QString:
         return stored.isNull() ? QString() : stored.toString();
     case QMetaType::LongLong:
@@ -131,11 +127,7 @@ QVariant RecordTable::fromSql(const QVariant& stored, QMetaType type)
 bool RecordTable::select(QSqlDatabase& db, const QString& field, const QVariant& value,
                          QList<Record*>* out, QString* error) const
 {
-    const QList<int> props = propertyIndexes();
-    QStringList columns;
-    for (int i : props)
-        columns.append(quoted(QString::fromLatin1(m_meta->property(i).name())));
-    QString sql = u"SELECT " + columns.join(u", ") + u" FROM " + quoted(m_name);
+    QString sql = u"SELECT " + m_columns + u" FROM " + quoted(m_name);
     if (!field.isEmpty())
         sql += u" WHERE " + quoted(field) + u" = ?";
     sql += u" ORDER BY rowid";
@@ -150,10 +142,8 @@ bool RecordTable::select(QSqlDatabase& db, const QString& field, const QVariant&
         return fail(query, error);
     while (query.next()) {
         Record* record = m_create();
-        for (int c = 0; c < props.size(); ++c) {
-            const QMetaProperty p = m_meta->property(props[c]);
-            p.write(record, fromSql(query.value(c), p.metaType()));
-        }
+        for (int c = 0; c < m_properties.size(); ++c)
+            m_properties[c].write(record, fromSql(query.value(c), m_properties[c].metaType()));
         out->append(record);
     }
     return true;
@@ -161,38 +151,35 @@ bool RecordTable::select(QSqlDatabase& db, const QString& field, const QVariant&
 
 bool RecordTable::insert(QSqlDatabase& db, const Record* record, QString* error) const
 {
-    const QList<int> props = propertyIndexes();
-    QStringList columns, marks;
-    for (int i : props) {
-        columns.append(quoted(QString::fromLatin1(m_meta->property(i).name())));
+    QStringList marks;
+    for (qsizetype i = 0; i < m_properties.size(); ++i)
         marks.append(QStringLiteral("?"));
-    }
     QSqlQuery query(db);
-    if (!query.prepare(u"INSERT INTO " + quoted(m_name) + u" (" + columns.join(u", ") +
-                       u") VALUES (" + marks.join(u", ") + u")"))
+    if (!query.prepare(u"INSERT INTO " + quoted(m_name) + u" (" + m_columns + u") VALUES (" +
+                       marks.join(u", ") + u")"))
         return fail(query, error);
-    for (int i : props)
-        query.addBindValue(toSql(m_meta->property(i).read(record)));
+    for (const QMetaProperty& p : m_properties)
+        query.addBindValue(toSql(p.read(record)));
     return query.exec() || fail(query, error);
 }
 
 bool RecordTable::update(QSqlDatabase& db, const Record* record, QString* error) const
 {
     QStringList assignments;
-    QList<int> props;
-    for (int i : propertyIndexes()) {
-        const QString name = QString::fromLatin1(m_meta->property(i).name());
+    QList<QMetaProperty> props;
+    for (const QMetaProperty& p : m_properties) {
+        const QString name = QString::fromLatin1(p.name());
         if (name == m_keyField)
             continue;
         assignments.append(quoted(name) + u" = ?");
-        props.append(i);
+        props.append(p);
     }
     QSqlQuery query(db);
     if (!query.prepare(u"UPDATE " + quoted(m_name) + u" SET " + assignments.join(u", ") +
                        u" WHERE " + quoted(m_keyField) + u" = ?"))
         return fail(query, error);
-    for (int i : props)
-        query.addBindValue(toSql(m_meta->property(i).read(record)));
+    for (const QMetaProperty& p : props)
+        query.addBindValue(toSql(p.read(record)));
     query.addBindValue(record->key());
     return query.exec() || fail(query, error);
 }

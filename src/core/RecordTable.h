@@ -3,6 +3,7 @@
 #include "RecordKind.h"
 
 #include <QMetaObject>
+#include <QMetaProperty>
 #include <QSqlDatabase>
 #include <QStringList>
 #include <QVariant>
@@ -34,8 +35,8 @@ public:
 
     // Rows matching `field = value` (all rows when field is empty), in rowid order,
     // as new unowned records.
-    bool select(QSqlDatabase& db, const QString& field, const QVariant& value,
-                QList<Record*>* out, QString* error) const;
+    bool select(QSqlDatabase& db, const QString& field, const QVariant& value, QList<Record*>* out,
+                QString* error) const;
     bool insert(QSqlDatabase& db, const Record* record, QString* error) const;
     bool update(QSqlDatabase& db, const Record* record, QString* error) const;
     bool remove(QSqlDatabase& db, const QString& key, QString* error) const;
@@ -49,7 +50,9 @@ private:
                 std::function<Record*()> create, std::optional<Cascade> cascade);
 
     static QString quoted(const QString& identifier);
-    QList<int> propertyIndexes() const;
+
+    QList<QMetaProperty> m_properties; // the type's own, in declaration order
+    QString m_columns;                 // their quoted names, comma-separated
 
     RecordKind m_kind;
     QString m_name;

@@ -8,8 +8,7 @@ TaskItem::TaskItem(const QString& header, qint64 order, TaskList* list)
     , m_header(header)
     , m_order(order)
     , m_listId(list ? list->id() : QUuid())
-{
-}
+{}
 
 TaskList* TaskItem::list() const
 {

@@ -16,7 +16,8 @@ class TaskItem final : public Record
     Q_PROPERTY(QUuid id READ id WRITE setId NOTIFY idChanged)
     Q_PROPERTY(QString header READ header WRITE setHeader NOTIFY headerChanged)
     // Null when the task has no priority (tasks created here never do).
-    Q_PROPERTY(QVariant priority READ priorityVariant WRITE setPriorityVariant NOTIFY priorityChanged)
+    Q_PROPERTY(
+        QVariant priority READ priorityVariant WRITE setPriorityVariant NOTIFY priorityChanged)
     Q_PROPERTY(bool checked READ checked WRITE setChecked NOTIFY checkedChanged)
     Q_PROPERTY(qint64 order READ order WRITE setOrder NOTIFY orderChanged)
     Q_PROPERTY(QUuid listId READ listId WRITE setListId NOTIFY listChanged)

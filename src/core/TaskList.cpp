@@ -7,8 +7,7 @@ TaskList::TaskList(const QString& name, qint64 order)
     : m_id(QUuid::createUuid())
     , m_name(name)
     , m_order(order)
-{
-}
+{}
 
 QList<TaskItem*> TaskList::tasks() const
 {

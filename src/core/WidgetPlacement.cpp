@@ -3,8 +3,7 @@
 WidgetPlacement::WidgetPlacement(const QString& widgetId, bool inFloating)
     : m_widgetId(widgetId)
     , m_inFloating(inFloating)
-{
-}
+{}
 
 void WidgetPlacement::migrateFromLegacyModeIfNeeded()
 {
