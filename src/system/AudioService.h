@@ -38,8 +38,29 @@ public:
     // Does nothing while muted; otherwise plays the sound from its beginning.
     void play(Sound sound);
 
+    // Where the sound files are looked for first: <dir>/Sounds, then <dir>; then the
+    // copies compiled into the binary. Defaults to the installed share/tidewell.
+    QString resourceDirectory() const;
+    void setResourceDirectory(const QString& path);
+    // The copies shipped inside the binary (":"); tests point it elsewhere.
+    void setBundleRoot(const QString& path);
+    // The file for a sound name, or empty when none of the four places has it.
+    QString locateSound(const QString& name) const;
+    // How many players were created (each sound is decoded once).
+    int loadCount() const { return m_loads; }
+
 signals:
     void isMutedChanged();
     // A sound really started (not muted, file found and loaded). Tests observe this.
     void played(AudioService::Sound sound);
+
+private:
+    explicit AudioService(QObject* parent);
+
+    mutable QMutex m_lock; // guards m_players
+    QHash<QString, QSoundEffect*> m_players;
+    QString m_resourceDirectory;
+    QString m_bundleRoot = QStringLiteral(":");
+    bool m_muted = false;
+    int m_loads = 0;
 };

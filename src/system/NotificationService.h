@@ -2,11 +2,17 @@
 
 #include <QCoro/QCoroTask>
 #include <QDateTime>
+#include <QHash>
+#include <QMutex>
 #include <QObject>
 #include <QSet>
 #include <QString>
 
+#include <memory>
 #include <optional>
+
+class NotificationBackend;
+class QTimer;
 
 // Posts and withdraws local notifications through org.freedesktop.Notifications.
 // Linux servers cannot deliver at a future time, so pending requests are kept
@@ -34,7 +40,19 @@ public:
 
     QSet<QString> pendingIDs() const;
 
+    // Tests and other platforms replace where notices are shown.
+    void setBackend(std::unique_ptr<NotificationBackend> backend);
+    ~NotificationService() override;
+
 signals:
     // A request fell due and was handed to the notification server.
     void delivered(const QString& id);
+
+private:
+    explicit NotificationService(QObject* parent);
+    void deliver(const QString& id, const QString& title, const QString& body);
+
+    mutable QMutex m_lock; // guards m_pending
+    QHash<QString, QTimer*> m_pending;
+    std::unique_ptr<NotificationBackend> m_backend;
 };

@@ -1,0 +1,124 @@
+#include "NotificationService.h"
+
+#include "Clock.h"
+#include "NotificationBackend.h"
+
+#include <QCoreApplication>
+#include <QMutexLocker>
+#include <QTimer>
+#include <QUuid>
+
+#include <QCoro/QCoroTimer>
+
+namespace {
+// Waits are cut into steps so a machine waking from suspend delivers on time by the
+// wall clock (a monotonic timer stops while suspended).
+constexpr qint64 maxStepMs = 60'000;
+} // namespace
+
+NotificationService& NotificationService::shared()
+{
+    static auto* instance = new NotificationService(QCoreApplication::instance());
+    return *instance;
+}
+
+NotificationService::NotificationService(QObject* parent)
+    : QObject(parent)
+    , m_backend(NotificationBackend::create())
+{}
+
+NotificationService::~NotificationService() = default;
+
+void NotificationService::setBackend(std::unique_ptr<NotificationBackend> backend)
+{
+    m_backend = std::move(backend);
+}
+
+QCoro::Task<std::optional<QString>>
+NotificationService::schedule(const QString& title, const QString& body, const QDateTime& fireAt)
+{
+    if (Clock::now().msecsTo(fireAt) <= 0)
+        co_return std::nullopt;
+    const QString id = QUuid::createUuid().toString(QUuid::WithoutBraces);
+    auto* timer = new QTimer(this);
+    timer->setSingleShot(true);
+    timer->setTimerType(Qt::PreciseTimer);
+    connect(timer, &QTimer::timeout, this, [this, id, title, body, fireAt, timer] {
+        const qint64 left = Clock::now().msecsTo(fireAt);
+        if (left > 0) {
+            timer->start(int(std::min(left, maxStepMs)));
+            return;
+        }
+        {
+            QMutexLocker locker(&m_lock);
+            m_pending.remove(id);
+        }
+        timer->deleteLater();
+        deliver(id, title, body);
+    });
+    {
+        QMutexLocker locker(&m_lock);
+        m_pending.insert(id, timer);
+    }
+    timer->start(int(std::min(Clock::now().msecsTo(fireAt), maxStepMs)));
+    co_return id;
+}
+
+void NotificationService::deliver(const QString& id, const QString& title, const QString& body)
+{
+    QCoro::connect(m_backend->notify(title, body), this, [this, id](const QString& error) {
+        if (!error.isEmpty())
+            qWarning("NotificationService schedule failed: %s", qPrintable(error));
+        emit delivered(id);
+    });
+}
+
+void NotificationService::cancel(const QString& id)
+{
+    QTimer* timer = nullptr;
+    {
+        QMutexLocker locker(&m_lock);
+        timer = m_pending.take(id);
+    }
+    if (timer) {
+        timer->stop();
+        timer->deleteLater();
+    }
+}
+
+void NotificationService::cancelAll()
+{
+    QHash<QString, QTimer*> pending;
+    {
+        QMutexLocker locker(&m_lock);
+        pending.swap(m_pending);
+    }
+    for (QTimer* timer : std::as_const(pending)) {
+        timer->stop();
+        timer->deleteLater();
+    }
+}
+
+QCoro::Task<QString> NotificationService::fireTest()
+{
+    QTimer delay;
+    delay.setSingleShot(true);
+    delay.start(500);
+    co_await delay;
+    co_return co_await m_backend->notify(QStringLiteral("Tidewell"),
+                                         QStringLiteral("Notifications are working."));
+}
+
+QCoro::Task<> NotificationService::checkAuthorization()
+{
+    const QString error = co_await m_backend->checkServer();
+    if (!error.isEmpty())
+        qWarning("NotificationService auth error: %s", qPrintable(error));
+}
+
+QSet<QString> NotificationService::pendingIDs() const
+{
+    QMutexLocker locker(&m_lock);
+    const QList<QString> keys = m_pending.keys();
+    return QSet<QString>(keys.begin(), keys.end());
+}

@@ -1,0 +1,196 @@
+#include "SymbolIcon.h"
+
+#include <QApplication>
+#include <QHash>
+#include <QIconEngine>
+#include <QPainter>
+#include <QPainterPath>
+#include <QPalette>
+
+namespace {
+// One table: symbol name -> freedesktop icon name.
+const QHash<QString, QString>& themeNames()
+{
+    static const QHash<QString, QString> names{
+        {QStringLiteral("play.fill"), QStringLiteral("media-playback-start")},
+        {QStringLiteral("pause.fill"), QStringLiteral("media-playback-pause")},
+        {QStringLiteral("forward.fill"), QStringLiteral("media-skip-forward")},
+        {QStringLiteral("arrow.counterclockwise"), QStringLiteral("edit-undo")},
+        {QStringLiteral("arrow.clockwise"), QStringLiteral("view-refresh")},
+        {QStringLiteral("gearshape"), QStringLiteral("preferences-system")},
+        {QStringLiteral("xmark"), QStringLiteral("window-close")},
+        {QStringLiteral("plus"), QStringLiteral("list-add")},
+        {QStringLiteral("trash"), QStringLiteral("edit-delete")},
+        {QStringLiteral("safari"), QStringLiteral("web-browser")},
+    };
+    return names;
+}
+
+// Draws a symbol into a unit square scaled to `r`.
+void paintGlyph(QPainter& p, const QString& s, const QRectF& r, const QColor& color)
+{
+    p.setRenderHint(QPainter::Antialiasing);
+    const qreal w = r.width();
+    auto at = [&](qreal x, qreal y) { return QPointF(r.left() + x * w, r.top() + y * w); };
+    QPen pen(color, qMax<qreal>(1.2, w * 0.1), Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin);
+    p.setPen(pen);
+    p.setBrush(Qt::NoBrush);
+
+    if (s == u"play.fill") {
+        QPainterPath path(at(0.28, 0.18));
+        path.lineTo(at(0.82, 0.5));
+        path.lineTo(at(0.28, 0.82));
+        path.closeSubpath();
+        p.fillPath(path, color);
+    } else if (s == u"pause.fill") {
+        p.fillRect(QRectF(at(0.25, 0.18), at(0.42, 0.82)), color);
+        p.fillRect(QRectF(at(0.58, 0.18), at(0.75, 0.82)), color);
+    } else if (s == u"forward.fill") {
+        for (qreal dx : {0.08, 0.46}) {
+            QPainterPath path(at(dx, 0.25));
+            path.lineTo(at(dx + 0.42, 0.5));
+            path.lineTo(at(dx, 0.75));
+            path.closeSubpath();
+            p.fillPath(path, color);
+        }
+    } else if (s.startsWith(u"arrow.counterclockwise") || s == u"arrow.clockwise") {
+        const bool ccw = s.startsWith(u"arrow.counterclockwise");
+        const QRectF arc(at(0.2, 0.2), at(0.8, 0.8));
+        p.drawArc(arc, ccw ? 100 * 16 : 80 * 16, ccw ? 280 * 16 : -280 * 16);
+        const QPointF tip = ccw ? at(0.42, 0.2) : at(0.58, 0.2);
+        const qreal dir = ccw ? 1 : -1;
+        p.drawLine(tip, tip + QPointF(dir * 0.14 * w, -0.1 * w));
+        p.drawLine(tip, tip + QPointF(dir * 0.14 * w, 0.12 * w));
+    } else if (s == u"gearshape") {
+        p.drawEllipse(QRectF(at(0.3, 0.3), at(0.7, 0.7)));
+        for (int i = 0; i < 8; ++i) {
+            p.save();
+            p.translate(at(0.5, 0.5));
+            p.rotate(i * 45);
+            p.drawLine(QPointF(0, -0.22 * w), QPointF(0, -0.36 * w));
+            p.restore();
+        }
+    } else if (s == u"xmark") {
+        p.drawLine(at(0.28, 0.28), at(0.72, 0.72));
+        p.drawLine(at(0.72, 0.28), at(0.28, 0.72));
+    } else if (s == u"plus" || s == u"plus.circle.fill") {
+        if (s == u"plus.circle.fill") {
+            p.setBrush(color);
+            p.setPen(Qt::NoPen);
+            p.drawEllipse(QRectF(at(0.08, 0.08), at(0.92, 0.92)));
+            pen.setColor(QApplication::palette().color(QPalette::Base));
+            p.setPen(pen);
+        }
+        p.drawLine(at(0.5, 0.28), at(0.5, 0.72));
+        p.drawLine(at(0.28, 0.5), at(0.72, 0.5));
+    } else if (s == u"checkmark" || s == u"checkmark.circle") {
+        if (s == u"checkmark.circle")
+            p.drawEllipse(QRectF(at(0.08, 0.08), at(0.92, 0.92)));
+        QPainterPath path(at(0.3, 0.52));
+        path.lineTo(at(0.45, 0.67));
+        path.lineTo(at(0.72, 0.36));
+        p.drawPath(path);
+    } else if (s == u"chevron.down") {
+        QPainterPath path(at(0.28, 0.4));
+        path.lineTo(at(0.5, 0.62));
+        path.lineTo(at(0.72, 0.4));
+        p.drawPath(path);
+    } else if (s == u"ellipsis.circle") {
+        p.drawEllipse(QRectF(at(0.08, 0.08), at(0.92, 0.92)));
+        p.setBrush(color);
+        for (qreal x : {0.32, 0.5, 0.68})
+            p.drawEllipse(at(x, 0.5), 0.03 * w, 0.03 * w);
+    } else if (s == u"hammer") {
+        p.drawLine(at(0.3, 0.8), at(0.62, 0.38));
+        QPainterPath head(at(0.45, 0.22));
+        head.lineTo(at(0.78, 0.46));
+        head.lineTo(at(0.7, 0.56));
+        head.lineTo(at(0.38, 0.32));
+        head.closeSubpath();
+        p.fillPath(head, color);
+    } else if (s == u"trash") {
+        p.drawLine(at(0.22, 0.28), at(0.78, 0.28));
+        p.drawLine(at(0.42, 0.2), at(0.58, 0.2));
+        p.drawRoundedRect(QRectF(at(0.3, 0.28), at(0.7, 0.82)), 0.05 * w, 0.05 * w);
+    } else if (s == u"drop.circle") {
+        p.drawEllipse(QRectF(at(0.08, 0.08), at(0.92, 0.92)));
+        QPainterPath drop(at(0.5, 0.25));
+        drop.cubicTo(at(0.5, 0.25), at(0.68, 0.5), at(0.68, 0.58));
+        drop.cubicTo(at(0.68, 0.7), at(0.6, 0.76), at(0.5, 0.76));
+        drop.cubicTo(at(0.4, 0.76), at(0.32, 0.7), at(0.32, 0.58));
+        drop.cubicTo(at(0.32, 0.5), at(0.5, 0.25), at(0.5, 0.25));
+        p.fillPath(drop, color);
+    } else if (s.startsWith(u"person.crop.circle")) {
+        p.drawEllipse(QRectF(at(0.08, 0.08), at(0.92, 0.92)));
+        p.drawEllipse(QRectF(at(0.38, 0.26), at(0.62, 0.5)));
+        p.drawArc(QRectF(at(0.26, 0.56), at(0.74, 0.96)), 20 * 16, 140 * 16);
+    } else if (s == u"safari") {
+        p.drawEllipse(QRectF(at(0.08, 0.08), at(0.92, 0.92)));
+        QPainterPath needle(at(0.66, 0.34));
+        needle.lineTo(at(0.54, 0.54));
+        needle.lineTo(at(0.34, 0.66));
+        needle.lineTo(at(0.46, 0.46));
+        needle.closeSubpath();
+        p.fillPath(needle, color);
+    } else {
+        p.setBrush(color);
+        p.drawEllipse(QRectF(at(0.3, 0.3), at(0.7, 0.7)));
+    }
+}
+
+class GlyphEngine final : public QIconEngine
+{
+public:
+    GlyphEngine(QString symbol, QColor color)
+        : m_symbol(std::move(symbol))
+        , m_color(std::move(color))
+    {}
+
+    void paint(QPainter* painter, const QRect& rect, QIcon::Mode mode, QIcon::State) override
+    {
+        QColor c =
+            m_color.isValid() ? m_color : QApplication::palette().color(QPalette::ButtonText);
+        if (mode == QIcon::Disabled)
+            c.setAlphaF(0.35);
+        const int side = qMin(rect.width(), rect.height());
+        const QRectF square(rect.x() + (rect.width() - side) / 2.0,
+                            rect.y() + (rect.height() - side) / 2.0, side, side);
+        painter->save();
+        paintGlyph(*painter, m_symbol, square, c);
+        painter->restore();
+    }
+
+    QPixmap pixmap(const QSize& size, QIcon::Mode mode, QIcon::State state) override
+    {
+        QPixmap pm(size);
+        pm.fill(Qt::transparent);
+        QPainter p(&pm);
+        paint(&p, QRect(QPoint(), size), mode, state);
+        return pm;
+    }
+
+    QIconEngine* clone() const override { return new GlyphEngine(m_symbol, m_color); }
+
+private:
+    QString m_symbol;
+    QColor m_color;
+};
+} // namespace
+
+QString SymbolIcon::themeName(const QString& symbol)
+{
+    return themeNames().value(symbol);
+}
+
+QIcon SymbolIcon::drawn(const QString& symbol, const QColor& color)
+{
+    return QIcon(new GlyphEngine(symbol, color));
+}
+
+QIcon SymbolIcon::icon(const QString& symbol, const QColor& color)
+{
+    const QString name = themeName(symbol);
+    if (!color.isValid() && !name.isEmpty() && QIcon::hasThemeIcon(name))
+        return QIcon::fromTheme(name);
+    return drawn(symbol, color);
+}

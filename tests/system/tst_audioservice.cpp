@@ -1,0 +1,118 @@
+#include "AudioService.h"
+
+#include <QDir>
+#include <QFile>
+#include <QSignalSpy>
+#include <QSoundEffect>
+#include <QTemporaryDir>
+#include <QTest>
+
+namespace {
+using Sound = AudioService::Sound;
+
+void copySound(const QString& name, const QString& target)
+{
+    QDir().mkpath(QFileInfo(target).absolutePath());
+    QVERIFY(QFile::copy(QStringLiteral(":/Sounds/") + name + QStringLiteral(".wav"), target));
+}
+} // namespace
+
+class TestAudioService final : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void catalogueNames()
+    {
+        const QStringList expected{
+            QStringLiteral("finishPomodoro"),  QStringLiteral("check"),
+            QStringLiteral("uncheck"),         QStringLiteral("newTask"),
+            QStringLiteral("error1"),          QStringLiteral("changeList"),
+            QStringLiteral("waterTrackCount"), QStringLiteral("waterTrackReset"),
+            QStringLiteral("checkMoveTask"),   QStringLiteral("unCheckMoveTask")};
+        for (int i = 0; i < expected.size(); ++i)
+            QCOMPARE(AudioService::name(Sound(i)), expected[i]);
+    }
+
+    void everyShippedSoundDecodes()
+    {
+        for (int i = 0; i <= int(Sound::UnCheckMoveTask); ++i) {
+            const QString name = AudioService::name(Sound(i));
+            QSoundEffect effect;
+            effect.setSource(QUrl(QStringLiteral("qrc:/Sounds/") + name + QStringLiteral(".wav")));
+            QTRY_VERIFY2(effect.status() == QSoundEffect::Ready ||
+                             effect.status() == QSoundEffect::Error,
+                         qPrintable(name));
+            QVERIFY2(effect.status() == QSoundEffect::Ready, qPrintable(name));
+        }
+    }
+
+    void lookupOrder()
+    {
+        QTemporaryDir resources;
+        QTemporaryDir bundle;
+        AudioService& audio = AudioService::shared();
+        audio.setResourceDirectory(resources.path());
+        audio.setBundleRoot(bundle.path());
+        const QString name = QStringLiteral("check");
+        QCOMPARE(audio.locateSound(name), QString());
+
+        // Each place found wins over every later one.
+        const QStringList places{bundle.filePath(QStringLiteral("check.wav")),
+                                 bundle.filePath(QStringLiteral("Sounds/check.wav")),
+                                 resources.filePath(QStringLiteral("check.wav")),
+                                 resources.filePath(QStringLiteral("Sounds/check.wav"))};
+        for (const QString& place : places) {
+            copySound(name, place);
+            QCOMPARE(QFileInfo(audio.locateSound(name)).absoluteFilePath(),
+                     QFileInfo(place).absoluteFilePath());
+        }
+
+        // The default bundle is the binary's own copy.
+        audio.setResourceDirectory(QDir::tempPath() + QStringLiteral("/no-such-dir"));
+        audio.setBundleRoot(QStringLiteral(":"));
+        QCOMPARE(audio.locateSound(name), QStringLiteral(":/Sounds/check.wav"));
+    }
+
+    void cacheMuteAndMissing()
+    {
+        QTemporaryDir empty;
+        AudioService& audio = AudioService::shared();
+        audio.setResourceDirectory(empty.path());
+        audio.setBundleRoot(empty.path());
+        QSignalSpy played(&audio, &AudioService::played);
+
+        // Muted: nothing is looked up, loaded or logged (an unexpected log fails the test).
+        audio.setMuted(true);
+        audio.play(Sound::Error1);
+        QCOMPARE(audio.loadCount(), 0);
+        QCOMPARE(played.count(), 0);
+        audio.setMuted(false);
+
+        QTest::ignoreMessage(QtWarningMsg, "AudioService: missing sound error1.wav");
+        audio.play(Sound::Error1);
+        QCOMPARE(audio.loadCount(), 0);
+        // Not cached: the next play looks again and finds the file now present.
+        copySound(QStringLiteral("error1"), empty.filePath(QStringLiteral("error1.wav")));
+        audio.play(Sound::Error1);
+        QCOMPARE(audio.loadCount(), 1);
+        audio.play(Sound::Error1);
+        audio.play(Sound::Error1);
+        QCOMPARE(audio.loadCount(), 1);
+        QCOMPARE(played.count(), 3);
+
+        // A file that is not a sound is reported and dropped from the cache.
+        QFile bad(empty.filePath(QStringLiteral("check.wav")));
+        QVERIFY(bad.open(QIODevice::WriteOnly));
+        bad.write("not a wave file");
+        bad.close();
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral(
+                                               "^AudioService: failed to load check: .+")));
+        audio.play(Sound::Check);
+        QTest::qWait(300);
+        QTRY_COMPARE(audio.loadCount(), 2);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestAudioService)
+#include "tst_audioservice.moc"
