@@ -101,10 +101,13 @@ void NotificationService::cancelAll()
 
 QCoro::Task<QString> NotificationService::fireTest()
 {
-    QTimer delay;
-    delay.setSingleShot(true);
-    delay.start(500);
-    co_await delay;
+    // On the heap and deleted later: the coroutine may run to its end inside the
+    // timer's own timeout signal.
+    auto* delay = new QTimer(this);
+    delay->setSingleShot(true);
+    delay->start(500);
+    co_await *delay;
+    delay->deleteLater();
     co_return co_await m_backend->notify(QStringLiteral("Tidewell"),
                                          QStringLiteral("Notifications are working."));
 }

@@ -1,0 +1,153 @@
+#pragma once
+
+#include <QCoro/QCoroTask>
+#include <QDateTime>
+#include <QObject>
+#include <QPointer>
+#include <QString>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+class Debouncer;
+class PomodoroConfig;
+class QTimer;
+
+// The focus timer: focus phases alternating with short and long breaks, counted
+// per day. A running phase is measured against its wall-clock end instant, never
+// by counting ticks, so a late tick or a suspended machine cannot stretch it.
+class PomodoroService final : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(qint64 remainingMs READ remainingMs NOTIFY remainingMsChanged)
+    Q_PROPERTY(bool isActive READ isActive NOTIFY isActiveChanged)
+    Q_PROPERTY(QString phaseLabel READ phaseLabel NOTIFY phaseLabelChanged)
+    Q_PROPERTY(qint64 pomodoroCount READ pomodoroCount NOTIFY pomodoroCountChanged)
+    Q_PROPERTY(qint64 pomodoroTotalCount READ pomodoroTotalCount NOTIFY pomodoroTotalCountChanged)
+    Q_PROPERTY(qint64 shortBreakCount READ shortBreakCount NOTIFY shortBreakCountChanged)
+    Q_PROPERTY(qint64 longBreakCount READ longBreakCount NOTIFY longBreakCountChanged)
+    Q_PROPERTY(qint64 pomodoroDuration READ pomodoroDuration NOTIFY pomodoroDurationChanged)
+    Q_PROPERTY(qint64 shortBreakDuration READ shortBreakDuration NOTIFY shortBreakDurationChanged)
+    Q_PROPERTY(qint64 longBreakDuration READ longBreakDuration NOTIFY longBreakDurationChanged)
+    Q_PROPERTY(
+        qint64 pomodorosForLongBreak READ pomodorosForLongBreak NOTIFY pomodorosForLongBreakChanged)
+    Q_PROPERTY(bool autoStart READ autoStart NOTIFY autoStartChanged)
+
+public:
+    enum class Phase { Focus, ShortBreak, LongBreak };
+    Q_ENUM(Phase)
+
+    // Longest phase accepted, in minutes (a year); longer values from the store or
+    // the server are cut to this so no millisecond arithmetic can overflow.
+    static constexpr qint64 MaxDurationMinutes = 525'600;
+    static constexpr int TickIntervalMs = 200;
+    static constexpr int AutoStartDelayMs = 5000;
+
+    static PomodoroService& shared();
+
+    void bootstrap();
+    void start();
+    void pause();
+    void reset();
+    void skip();
+    void updateSettings(std::optional<qint64> pomodoro, std::optional<qint64> shortBreak,
+                        std::optional<qint64> longBreak, std::optional<qint64> pomodorosForLong,
+                        std::optional<bool> autoStart);
+    // The app became active: a phase that ended meanwhile finishes now, once.
+    void didBecomeActive();
+
+    Phase currentPhase() const;
+    qint64 currentPhaseDurationMs() const;
+
+    qint64 remainingMs() const { return m_remainingMs; }
+    bool isActive() const { return m_isActive; }
+    QString phaseLabel() const { return m_phaseLabel; }
+    qint64 pomodoroCount() const { return m_pomodoroCount; }
+    qint64 pomodoroTotalCount() const { return m_pomodoroTotalCount; }
+    qint64 shortBreakCount() const { return m_shortBreakCount; }
+    qint64 longBreakCount() const { return m_longBreakCount; }
+    qint64 pomodoroDuration() const { return m_pomodoroDuration; }
+    qint64 shortBreakDuration() const { return m_shortBreakDuration; }
+    qint64 longBreakDuration() const { return m_longBreakDuration; }
+    qint64 pomodorosForLongBreak() const { return m_pomodorosForLongBreak; }
+    bool autoStart() const { return m_autoStart; }
+    std::optional<QDateTime> endDate() const { return m_endDate; }
+    std::optional<QString> scheduledNotificationId() const { return m_scheduledNotifId; }
+    bool isAutoStartPending() const;
+
+    // Seams for tests: where end notices are scheduled and what a write pushes.
+    // The scheduler calls `done` with the notice's identifier (or nothing) whenever
+    // it has one, possibly long after the call.
+    using Scheduler =
+        std::function<void(const QString& title, const QString& body, const QDateTime& fireAt,
+                           std::function<void(std::optional<QString>)> done)>;
+    void setScheduler(Scheduler scheduler) { m_scheduler = std::move(scheduler); }
+    void setPushHandler(std::function<void()> push) { m_push = std::move(push); }
+
+    // A fresh engine over the shared store, for tests that simulate a restart.
+    static std::unique_ptr<PomodoroService> createForTesting();
+    ~PomodoroService() override;
+
+signals:
+    void remainingMsChanged();
+    void isActiveChanged();
+    void phaseLabelChanged();
+    void pomodoroCountChanged();
+    void pomodoroTotalCountChanged();
+    void shortBreakCountChanged();
+    void longBreakCountChanged();
+    void pomodoroDurationChanged();
+    void shortBreakDurationChanged();
+    void longBreakDurationChanged();
+    void pomodorosForLongBreakChanged();
+    void autoStartChanged();
+
+private:
+    explicit PomodoroService(QObject* parent);
+
+    PomodoroConfig* loadOrCreateConfig(bool saveNew);
+    void applyConfig(const PomodoroConfig& cfg);
+    void checkDayReset(PomodoroConfig& cfg, bool force);
+    void startTick();
+    void stopTick();
+    void tick();
+    void handleFinish();
+    void advancePhase();
+    void scheduleAutoStart();
+    void scheduleEndNotification();
+    void cancelEndNotification();
+    void stopCountdown();
+    void writeToStore();
+    void persistDebounced();
+    void persistImmediate();
+    // Milliseconds until the end instant, truncated toward zero.
+    qint64 msUntilEnd() const;
+
+    template <typename T> void set(T& field, const T& value, void (PomodoroService::*signal)());
+
+    qint64 m_remainingMs = 25 * 60'000;
+    bool m_isActive = false;
+    QString m_phaseLabel = QStringLiteral("Pomodoro");
+    qint64 m_pomodoroCount = 0;
+    qint64 m_pomodoroTotalCount = 0;
+    qint64 m_shortBreakCount = 0;
+    qint64 m_longBreakCount = 0;
+    qint64 m_pomodoroDuration = 25;
+    qint64 m_shortBreakDuration = 5;
+    qint64 m_longBreakDuration = 15;
+    qint64 m_pomodorosForLongBreak = 4;
+    bool m_autoStart = false;
+    std::optional<QDateTime> m_endDate;
+
+    QTimer* m_tickTimer = nullptr;
+    QTimer* m_autoStartTimer = nullptr;
+    Debouncer* m_debouncer = nullptr;
+    bool m_bootstrapped = false;
+    std::optional<QString> m_scheduledNotifId;
+    // Bumped whenever the running phase stops, so a notice scheduled for an
+    // earlier run is recognised when its identifier arrives late.
+    quint64 m_run = 0;
+    Scheduler m_scheduler;
+    std::function<void()> m_push;
+};

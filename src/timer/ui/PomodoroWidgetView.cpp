@@ -1,0 +1,191 @@
+#include "PomodoroWidgetView.h"
+
+#include "PomodoroService.h"
+#include "PomodoroSettingsSheet.h"
+#include "SymbolIcon.h"
+#include "Theme.h"
+
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QPainter>
+#include <QShortcut>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+namespace {
+// The row of dots showing focus phases done towards the long break.
+class Pips final : public QWidget
+{
+public:
+    using QWidget::QWidget;
+    qint64 total = 4;
+    qint64 filled = 0;
+
+    QSize sizeHint() const override { return {int(qMax<qint64>(total, 1) * 14 - 6), 8}; }
+
+protected:
+    void paintEvent(QPaintEvent*) override
+    {
+        QPainter p(this);
+        p.setRenderHint(QPainter::Antialiasing);
+        p.setPen(Qt::NoPen);
+        const qreal x0 = (width() - sizeHint().width()) / 2.0;
+        for (qint64 i = 0; i < total; ++i) {
+            p.setBrush(i < filled ? Theme::accent() : Theme::secondary(0.25));
+            p.drawEllipse(QRectF(x0 + i * 14, 0, 8, 8));
+        }
+    }
+};
+
+QToolButton* controlButton(const QString& symbol, const QString& name, int side, QWidget* parent)
+{
+    auto* b = new QToolButton(parent);
+    b->setIcon(SymbolIcon::icon(symbol));
+    b->setIconSize(QSize(side / 2, side / 2));
+    b->setFixedSize(side, side);
+    b->setToolTip(name);
+    b->setAccessibleName(name);
+    return b;
+}
+} // namespace
+
+PomodoroWidgetView::PomodoroWidgetView(bool viewOnly, QWidget* parent)
+    : QWidget(parent)
+    , m_viewOnly(viewOnly)
+{
+    setObjectName(QStringLiteral("pomodoroWidget"));
+    PomodoroService& timer = PomodoroService::shared();
+
+    auto* label = new QVBoxLayout;
+    label->setSpacing(4);
+    m_phase = new QLabel(this);
+    m_phase->setObjectName(QStringLiteral("phaseLabel"));
+    m_phase->setAlignment(Qt::AlignCenter);
+    m_phase->setFont(
+        Theme::font(viewOnly ? Theme::Font::Caption2 : Theme::Font::Caption, QFont::Medium));
+    Theme::makeSecondary(m_phase);
+    m_time = new QLabel(this);
+    m_time->setObjectName(QStringLiteral("timeLabel"));
+    m_time->setAlignment(Qt::AlignCenter);
+    m_time->setFont(Theme::monospacedDigits(viewOnly ? 30 : 40));
+    label->addWidget(m_phase);
+    label->addWidget(m_time);
+
+    auto* column = new QVBoxLayout(this);
+    if (viewOnly) {
+        column->setContentsMargins(14, 10, 14, 10);
+        column->addStretch();
+        column->addLayout(label);
+        column->addStretch();
+    } else {
+        setMinimumSize(260, 280);
+        column->setContentsMargins(18, 18, 18, 18);
+        column->setSpacing(14);
+        m_pips = new Pips(this);
+        m_pips->setObjectName(QStringLiteral("phasePips"));
+        m_pips->setMinimumHeight(8);
+        column->addWidget(m_pips);
+        column->addLayout(label);
+
+        auto* controls = new QHBoxLayout;
+        controls->setSpacing(12);
+        auto* reset = controlButton(QStringLiteral("arrow.counterclockwise"),
+                                    QStringLiteral("Reset"), 36, this);
+        reset->setObjectName(QStringLiteral("resetButton"));
+        m_startPause =
+            controlButton(QStringLiteral("play.fill"), QStringLiteral("Start"), 44, this);
+        m_startPause->setObjectName(QStringLiteral("startPauseButton"));
+        auto* skip =
+            controlButton(QStringLiteral("forward.fill"), QStringLiteral("Skip"), 36, this);
+        skip->setObjectName(QStringLiteral("skipButton"));
+        controls->addStretch();
+        controls->addWidget(reset);
+        controls->addWidget(m_startPause);
+        controls->addWidget(skip);
+        controls->addStretch();
+        column->addLayout(controls);
+        connect(reset, &QToolButton::clicked, &timer, &PomodoroService::reset);
+        connect(skip, &QToolButton::clicked, &timer, &PomodoroService::skip);
+        connect(m_startPause, &QToolButton::clicked, this, [] {
+            PomodoroService& t = PomodoroService::shared();
+            t.isActive() ? t.pause() : t.start();
+        });
+        auto* space = new QShortcut(QKeySequence(Qt::Key_Space), this);
+        space->setContext(Qt::WidgetWithChildrenShortcut);
+        connect(space, &QShortcut::activated, m_startPause, &QToolButton::click);
+
+        auto* footer = new QHBoxLayout;
+        m_footer = new QLabel(this);
+        m_footer->setObjectName(QStringLiteral("todayLabel"));
+        m_footer->setFont(Theme::font(Theme::Font::Caption));
+        Theme::makeSecondary(m_footer);
+        auto* gear =
+            controlButton(QStringLiteral("gearshape"), QStringLiteral("Settings"), 24, this);
+        gear->setObjectName(QStringLiteral("settingsButton"));
+        gear->setAutoRaise(true);
+        footer->addWidget(m_footer);
+        footer->addStretch();
+        footer->addWidget(gear);
+        column->addStretch();
+        column->addLayout(footer);
+        connect(gear, &QToolButton::clicked, this, &PomodoroWidgetView::openSettings);
+        setFocusPolicy(Qt::StrongFocus);
+    }
+
+    for (auto signal :
+         {&PomodoroService::remainingMsChanged, &PomodoroService::isActiveChanged,
+          &PomodoroService::phaseLabelChanged, &PomodoroService::pomodoroCountChanged,
+          &PomodoroService::pomodoroTotalCountChanged, &PomodoroService::shortBreakCountChanged,
+          &PomodoroService::longBreakCountChanged, &PomodoroService::pomodorosForLongBreakChanged})
+        connect(&timer, signal, this, &PomodoroWidgetView::refresh);
+    refresh();
+}
+
+QString PomodoroWidgetView::timeText(qint64 remainingMs)
+{
+    return QString::asprintf("%02lld:%02lld", remainingMs / 60000, (remainingMs / 1000) % 60);
+}
+
+void PomodoroWidgetView::showEvent(QShowEvent* event)
+{
+    QWidget::showEvent(event);
+    PomodoroService::shared().bootstrap();
+    refresh();
+}
+
+void PomodoroWidgetView::refresh()
+{
+    const PomodoroService& timer = PomodoroService::shared();
+    m_phase->setText(timer.phaseLabel().toUpper());
+    m_time->setText(timeText(timer.remainingMs()));
+    m_time->setAccessibleName(timer.phaseLabel() + u' ' + m_time->text());
+    if (m_viewOnly)
+        return;
+    auto* pips = static_cast<Pips*>(m_pips);
+    pips->total = timer.pomodorosForLongBreak();
+    pips->filled = timer.pomodoroCount();
+    pips->updateGeometry();
+    pips->update();
+    const bool active = timer.isActive();
+    m_startPause->setIcon(
+        SymbolIcon::icon(active ? QStringLiteral("pause.fill") : QStringLiteral("play.fill")));
+    m_startPause->setToolTip(active ? QStringLiteral("Pause") : QStringLiteral("Start"));
+    m_startPause->setAccessibleName(m_startPause->toolTip());
+    m_footer->setText(QStringLiteral("Today: %1 🍅 · %2 ☕ · %3 🛌")
+                          .arg(timer.pomodoroTotalCount())
+                          .arg(timer.shortBreakCount())
+                          .arg(timer.longBreakCount()));
+}
+
+PomodoroSettingsSheet* PomodoroWidgetView::settingsSheet() const
+{
+    return findChild<PomodoroSettingsSheet*>();
+}
+
+void PomodoroWidgetView::openSettings()
+{
+    if (settingsSheet())
+        return;
+    auto* sheet = new PomodoroSettingsSheet(this);
+    sheet->open();
+}
