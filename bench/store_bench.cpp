@@ -9,6 +9,7 @@
 #include "HabitHistory.h"
 #include "TaskItem.h"
 #include "TaskList.h"
+#include "WidgetPlacement.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -53,6 +54,12 @@ void build(const QString& path, bool withHistory)
             const QString key = DailyResetService::dateString(today.addDays(-d).startOfDay());
             ctx.insert(new HabitHistory(key, d % 9, 8, habit));
         }
+    }
+    if (withHistory) {
+        // The timer in the tray and floating, as bench/startup launches the app with it.
+        auto* timer = new WidgetPlacement(QStringLiteral("pomodoro"), true);
+        timer->setInStatusBar(true);
+        ctx.insert(timer);
     }
     for (int l = 0; l < listCount; ++l) {
         auto* list = new TaskList(QStringLiteral("List %1").arg(l), l);

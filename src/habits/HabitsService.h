@@ -1,0 +1,53 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+
+#include <functional>
+
+class Debouncer;
+class Habit;
+class ModelContext;
+
+// Every change to the daily habits goes through here: counting, resets, edits,
+// one history record per habit and day, and the midnight rollover. User changes
+// are saved and pushed once per burst (500 ms after the last).
+class HabitsService final : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(bool bootstrapped READ isBootstrapped NOTIFY bootstrappedChanged)
+
+public:
+    static constexpr int SaveDelayMs = 500;
+
+    static HabitsService& shared();
+    explicit HabitsService(QObject* parent = nullptr);
+
+    Habit* createHabit(const QString& icon, const QString& name, const QString& colorHex,
+                       qint64 maxValue, ModelContext& context);
+    void increment(Habit* habit, ModelContext& context);
+    void reset(Habit* habit, ModelContext& context);
+    void updateHabit(Habit* habit, const QString& icon, const QString& name,
+                     const QString& colorHex, qint64 maxValue, ModelContext& context);
+    void deleteHabit(Habit* habit, ModelContext& context);
+    // Closes finished counting days into history and restarts their counters;
+    // `force` closes every habit's day (the midnight rollover).
+    void checkDayReset(ModelContext& context, bool force);
+    // First call only: the start-of-day check and the midnight handler.
+    void bootstrap();
+    bool isBootstrapped() const { return m_bootstrapped; }
+
+    // What runs after the debounced save; by default the sync engine's habits push.
+    void setPushHandler(std::function<void()> push) { m_push = std::move(push); }
+
+signals:
+    void bootstrappedChanged();
+
+private:
+    void archiveToday(Habit* habit, ModelContext& context);
+    void save(ModelContext& context);
+
+    Debouncer* m_debouncer;
+    bool m_bootstrapped = false;
+    std::function<void()> m_push;
+};

@@ -1,0 +1,135 @@
+#include "AppController.h"
+
+#include "DailyResetService.h"
+#include "DataStore.h"
+#include "HubWindow.h"
+#include "NotificationService.h"
+#include "PomodoroService.h"
+#include "PowerService.h"
+#include "SettingsView.h"
+#include "SingleInstance.h"
+#include "UnixSignalWatcher.h"
+#include "WindowManager.h"
+
+#include <QApplication>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QSessionManager>
+
+#include <QCoro/QCoroTask>
+
+AppController::AppController(QObject* parent)
+    : QObject(parent)
+    , m_confirmQuit(&AppController::askToQuitDuringFocus)
+{}
+
+AppController::~AppController()
+{
+    delete m_hub;
+}
+
+void AppController::start()
+{
+    QApplication::setQuitOnLastWindowClosed(false);
+
+    // A user who turned sounds off expects silence from the first second.
+    SettingsView::applySoundsPreference();
+    DailyResetService::shared().scheduleNext();
+    PomodoroService::shared().bootstrap();
+    QTimer::singleShot(0, this, [] {
+        QCoro::connect(NotificationService::shared().checkAuthorization(), qApp, [] {});
+    });
+    WindowManager& windows = WindowManager::shared();
+    windows.restoreFromPersistence();
+
+    connect(&windows, &WindowManager::openHubRequested, this, [this] { m_hub->bringForward(); });
+    connect(&windows, &WindowManager::quitRequested, this, &AppController::requestQuit);
+    connect(qApp, &QGuiApplication::applicationStateChanged, this, [](Qt::ApplicationState state) {
+        if (state == Qt::ApplicationActive)
+            PomodoroService::shared().didBecomeActive();
+    });
+    connect(qApp, &QCoreApplication::aboutToQuit, this, &AppController::shutDown);
+    // Logging out ends the session without asking: keep what the user did.
+    connect(qApp, &QGuiApplication::commitDataRequest, this,
+            [](QSessionManager&) { DataStore::shared().mainContext().save(); });
+    auto* signals_ = new UnixSignalWatcher(this);
+    connect(signals_, &UnixSignalWatcher::terminationRequested, this, &AppController::quitNow);
+
+    m_hub = new HubWindow;
+    connect(m_hub, &HubWindow::quitRequested, this, &AppController::requestQuit);
+    m_hub->bringForward();
+}
+
+void AppController::attach(SingleInstance* instance)
+{
+    connect(instance, &SingleInstance::activateRequested, this, [this] {
+        if (m_hub)
+            m_hub->bringForward();
+    });
+    connect(instance, &SingleInstance::urlReceived, this, &AppController::openUrl);
+}
+
+void AppController::openUrl(const QUrl& url)
+{
+    emit urlReceived(url);
+}
+
+void AppController::askToQuitDuringFocus(std::function<void(bool)> answer)
+{
+    auto* box = new QMessageBox(QMessageBox::Warning, QStringLiteral("Pomodoro session running"),
+                                QStringLiteral("Pomodoro session running"));
+    box->setObjectName(QStringLiteral("quitGuard"));
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setInformativeText(
+        QStringLiteral("Quitting now will end your current focus session. Are you sure?"));
+    QPushButton* quit = box->addButton(QStringLiteral("Quit anyway"), QMessageBox::AcceptRole);
+    QPushButton* cancel = box->addButton(QStringLiteral("Cancel"), QMessageBox::RejectRole);
+    box->setDefaultButton(quit);
+    box->setEscapeButton(cancel);
+    QObject::connect(box, &QMessageBox::buttonClicked, box,
+                     [quit, answer](QAbstractButton* clicked) { answer(clicked == quit); });
+    box->open();
+}
+
+void AppController::requestQuit()
+{
+    if (!PomodoroService::shared().isActive()) {
+        pauseSaveAndQuit();
+        return;
+    }
+    QPointer<AppController> self(this);
+    m_confirmQuit([self](bool quit) {
+        if (self && quit)
+            self->pauseSaveAndQuit();
+    });
+}
+
+void AppController::pauseSaveAndQuit()
+{
+    PomodoroService& timer = PomodoroService::shared();
+    if (timer.isActive())
+        timer.pause();
+    DataStore::shared().mainContext().save();
+    QCoreApplication::quit();
+}
+
+void AppController::quitNow()
+{
+    DataStore::shared().mainContext().save();
+    QCoreApplication::quit();
+}
+
+void AppController::shutDown()
+{
+    if (m_shutDown)
+        return;
+    m_shutDown = true;
+    PowerService::shared().release();
+    NotificationService::shared().cancelAll();
+    DailyResetService::shared().stop();
+}
+
+HubWindow* AppController::hub() const
+{
+    return m_hub;
+}

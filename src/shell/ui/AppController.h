@@ -1,0 +1,53 @@
+#pragma once
+
+#include <QObject>
+#include <QPointer>
+#include <QUrl>
+
+#include <functional>
+
+class HubWindow;
+class SingleInstance;
+
+// The application's lifecycle: start-up order, the quit guard while a focus
+// phase runs, shut-down, signals, and requests from later launches.
+class AppController final : public QObject
+{
+    Q_OBJECT
+
+public:
+    // Asked before quitting while the timer runs; calls `answer` with true for
+    // "Quit anyway". Tests replace it.
+    using QuitConfirmation = std::function<void(std::function<void(bool)> answer)>;
+
+    explicit AppController(QObject* parent = nullptr);
+    ~AppController() override;
+
+    // Runs the start-up sequence and shows the hub window.
+    void start();
+    // Serves later launches through `instance` (activate, URLs).
+    void attach(SingleInstance* instance);
+
+    // The quit guard: asks while a focus phase runs (without blocking), then
+    // pauses it, saves and quits; nothing happens when the user cancels.
+    void requestQuit();
+    // Quits without asking after saving (signals, session end).
+    void quitNow();
+    void openUrl(const QUrl& url);
+
+    HubWindow* hub() const;
+    void setQuitConfirmation(QuitConfirmation confirm) { m_confirmQuit = std::move(confirm); }
+    static void askToQuitDuringFocus(std::function<void(bool)> answer);
+
+signals:
+    // A URL handed over by a later launch (the sign-in callback).
+    void urlReceived(const QUrl& url);
+
+private:
+    void shutDown();
+    void pauseSaveAndQuit();
+
+    QPointer<HubWindow> m_hub;
+    QuitConfirmation m_confirmQuit;
+    bool m_shutDown = false;
+};

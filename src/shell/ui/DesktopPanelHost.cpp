@@ -1,0 +1,155 @@
+#include "DesktopPanelHost.h"
+
+#include "DataStore.h"
+#include "DesktopFrame.h"
+#include "DraggablePanel.h"
+#include "FloatingContainer.h"
+#include "WidgetPlacement.h"
+#include "WidgetRegistry.h"
+
+#include <QGuiApplication>
+#include <QPropertyAnimation>
+#include <QScreen>
+#include <QVBoxLayout>
+
+DesktopPanelHost::DesktopPanelHost(const QString& widgetId, const QSize& defaultSize,
+                                   QWidget* content, QObject* parent)
+    : QObject(parent)
+    , m_widgetId(widgetId)
+{
+    m_panel = new DraggablePanel;
+    const WidgetMeta* meta = WidgetRegistry::find(widgetId);
+    m_panel->setWindowTitle(meta ? meta->name : widgetId);
+    m_panel->setObjectName(QStringLiteral("floatingPanel_") + widgetId);
+    m_container = new FloatingContainer(content, m_panel);
+    auto* layout = new QVBoxLayout(m_panel);
+    layout->setContentsMargins(0, 0, 0, 0);
+    // The content never sizes the panel: the user's frame (or the default) holds.
+    layout->setSizeConstraint(QLayout::SetNoConstraint);
+    layout->addWidget(m_container);
+
+    m_fade = new QPropertyAnimation(m_panel, "windowOpacity", this);
+    m_fade->setDuration(180);
+
+    m_saveTimer.setSingleShot(true);
+    m_saveTimer.setInterval(300);
+    connect(&m_saveTimer, &QTimer::timeout, this, &DesktopPanelHost::persist);
+    m_dragEndTimer.setSingleShot(true);
+    m_dragEndTimer.setInterval(250);
+    connect(&m_dragEndTimer, &QTimer::timeout, this, [this] {
+        m_dragging = false;
+        m_container->setDragging(false);
+    });
+
+    connect(m_panel, &DraggablePanel::hoverChanged, this, &DesktopPanelHost::applyHover);
+    connect(m_panel, &DraggablePanel::moved, this, [this] {
+        markDragging();
+        schedulePersist();
+    });
+    connect(m_panel, &DraggablePanel::resized, this, [this] {
+        markDragging();
+        schedulePersist();
+    });
+    connect(m_panel, &DraggablePanel::closing, this, [this] {
+        if (!m_tornDown)
+            emit closedByUser(m_widgetId);
+    });
+    connect(m_container, &FloatingContainer::closeRequested, this, [this] {
+        if (!m_tornDown)
+            emit closedByUser(m_widgetId);
+    });
+
+    applyPersistedFrame(defaultSize);
+    m_panel->show();
+}
+
+DesktopPanelHost::~DesktopPanelHost()
+{
+    m_tornDown = true;
+    delete m_panel;
+}
+
+void DesktopPanelHost::tearDown()
+{
+    m_tornDown = true;
+    m_saveTimer.stop();
+    m_dragEndTimer.stop();
+}
+
+QRect DesktopPanelHost::toStoredFrame(const QRect& f)
+{
+    const QScreen* screen = QGuiApplication::primaryScreen();
+    const QRect main = screen ? screen->geometry() : QRect();
+    return {f.x() - main.x(), main.y() + main.height() - (f.y() + f.height()), f.width(),
+            f.height()};
+}
+
+QRect DesktopPanelHost::fromStoredFrame(const QRect& s)
+{
+    const QScreen* screen = QGuiApplication::primaryScreen();
+    const QRect main = screen ? screen->geometry() : QRect();
+    return {s.x() + main.x(), main.y() + main.height() - s.y() - s.height(), s.width(), s.height()};
+}
+
+void DesktopPanelHost::applyPersistedFrame(const QSize& defaultSize)
+{
+    auto* placement = DataStore::shared().mainContext().find<WidgetPlacement>(m_widgetId);
+    if (placement) {
+        if (const auto stored = DesktopFrame::decode(placement->desktopFrameJSON())) {
+            // Used as stored, even if that screen is gone.
+            m_panel->setGeometry(fromStoredFrame(stored->toRect()));
+            return;
+        }
+    }
+    m_panel->resize(defaultSize);
+    const QScreen* screen = QGuiApplication::primaryScreen();
+    if (!screen)
+        return;
+    const QRect area = screen->availableGeometry();
+    m_panel->move(qRound(area.x() + (area.width() - defaultSize.width()) / 2.0),
+                  qRound(area.y() + (area.height() - defaultSize.height()) / 2.0));
+}
+
+void DesktopPanelHost::applyHover(bool hovering)
+{
+    if (m_hovering != hovering) {
+        m_hovering = hovering;
+        m_container->setHovering(hovering);
+    }
+    m_fade->stop();
+    m_fade->setStartValue(m_panel->windowOpacity());
+    m_fade->setEndValue(hovering ? 1.0 : RestingOpacity);
+    m_fade->start();
+}
+
+void DesktopPanelHost::markDragging()
+{
+    if (!m_dragging) {
+        m_dragging = true;
+        m_container->setDragging(true);
+    }
+    m_dragEndTimer.start();
+}
+
+void DesktopPanelHost::schedulePersist()
+{
+    m_pendingFrame = m_panel->geometry();
+    m_saveTimer.start();
+}
+
+void DesktopPanelHost::persist()
+{
+    ModelContext& context = DataStore::shared().mainContext();
+    auto* placement = context.find<WidgetPlacement>(m_widgetId);
+    if (!placement) {
+        placement = new WidgetPlacement(m_widgetId, true);
+        context.insert(placement);
+    }
+    placement->setDesktopFrameJSON(DesktopFrame::encode(toStoredFrame(m_pendingFrame)));
+    context.save();
+}
+
+DraggablePanel* DesktopPanelHost::panel() const
+{
+    return m_panel;
+}

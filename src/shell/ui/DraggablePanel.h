@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QWidget>
+
+// A small frameless window that floats above normal windows on every desktop,
+// stays off the taskbar and shows without taking the focus. Ctrl-drag anywhere
+// on it moves it (a plain drag reaches the widget); dragging an edge resizes it.
+class DraggablePanel final : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit DraggablePanel(QWidget* parent = nullptr);
+    ~DraggablePanel() override;
+
+signals:
+    void hoverChanged(bool hovering);
+    void moved();
+    void resized();
+    void closing();
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+    void enterEvent(QEnterEvent* event) override;
+    void leaveEvent(QEvent* event) override;
+    void moveEvent(QMoveEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;
+    void showEvent(QShowEvent* event) override;
+
+private:
+    Qt::Edges edgesAt(const QPoint& localPos) const;
+};

@@ -1,0 +1,129 @@
+#include "FloatingContainer.h"
+
+#include "SymbolIcon.h"
+#include "Theme.h"
+
+#include <QGraphicsDropShadowEffect>
+#include <QGraphicsOpacityEffect>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QPainter>
+#include <QPropertyAnimation>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+namespace {
+// The rounded card behind the widget view.
+class Card final : public QWidget
+{
+public:
+    using QWidget::QWidget;
+
+protected:
+    void paintEvent(QPaintEvent*) override
+    {
+        QPainter p(this);
+        p.setRenderHint(QPainter::Antialiasing);
+        p.setPen(Qt::NoPen);
+        p.setBrush(Theme::windowBackground());
+        p.drawRoundedRect(QRectF(rect()), 10, 10);
+    }
+};
+} // namespace
+
+FloatingContainer::FloatingContainer(QWidget* content, QWidget* parent)
+    : QWidget(parent)
+    , m_content(content)
+{
+    auto* outer = new QVBoxLayout(this);
+    outer->setContentsMargins(8, 8, 8, 8);
+    outer->setSizeConstraint(QLayout::SetNoConstraint);
+    m_card = new Card(this);
+    auto* shadow = new QGraphicsDropShadowEffect(m_card);
+    shadow->setColor(QColor(0, 0, 0, 64));
+    shadow->setBlurRadius(12);
+    shadow->setOffset(0, 4);
+    m_card->setGraphicsEffect(shadow);
+    auto* cardLayout = new QVBoxLayout(m_card);
+    cardLayout->setContentsMargins(0, 0, 0, 0);
+    cardLayout->addWidget(content);
+    outer->addWidget(m_card);
+
+    m_controls = new QWidget(this);
+    m_controls->setObjectName(QStringLiteral("hoverControls"));
+    auto* row = new QHBoxLayout(m_controls);
+    row->setContentsMargins(6, 6, 6, 6);
+    row->setSpacing(4);
+
+    auto* badge = new QLabel(QStringLiteral("Ctrl"), m_controls);
+    badge->setObjectName(QStringLiteral("moveHint"));
+    badge->setFont(Theme::system(7, QFont::DemiBold));
+    badge->setToolTip(QStringLiteral("Hold Ctrl and drag anywhere to move"));
+    badge->setAccessibleName(badge->toolTip());
+    badge->setStyleSheet(QStringLiteral("QLabel { padding: 1px 5px; border-radius: 7px;"
+                                        " background: rgba(128,128,128,38); color: %1; }")
+                             .arg(Theme::secondary().name()));
+
+    auto* close = new QToolButton(m_controls);
+    close->setObjectName(QStringLiteral("closeFloating"));
+    close->setIcon(SymbolIcon::drawn(QStringLiteral("xmark"), Qt::white));
+    close->setIconSize(QSize(10, 10));
+    close->setFixedSize(16, 16);
+    close->setAutoRaise(true);
+    close->setToolTip(QStringLiteral("Close floating widget"));
+    close->setAccessibleName(close->toolTip());
+    close->setStyleSheet(QStringLiteral("QToolButton { border: none; border-radius: 8px;"
+                                        " background: rgba(255,59,48,217); }"));
+    connect(close, &QToolButton::clicked, this, &FloatingContainer::closeRequested);
+
+    row->addWidget(badge);
+    row->addWidget(close);
+    m_controls->adjustSize();
+
+    m_controlsOpacity = new QGraphicsOpacityEffect(m_controls);
+    m_controlsOpacity->setOpacity(0);
+    m_controls->setGraphicsEffect(m_controlsOpacity);
+    m_controlsFade = new QPropertyAnimation(m_controlsOpacity, "opacity", this);
+    m_controlsFade->setDuration(150);
+    m_controlsFade->setEasingCurve(QEasingCurve::InOutQuad);
+    m_controls->hide();
+}
+
+bool FloatingContainer::controlsVisible() const
+{
+    return m_hovering && !m_dragging;
+}
+
+void FloatingContainer::setHovering(bool hovering)
+{
+    if (m_hovering == hovering)
+        return;
+    m_hovering = hovering;
+    updateControls();
+}
+
+void FloatingContainer::setDragging(bool dragging)
+{
+    if (m_dragging == dragging)
+        return;
+    m_dragging = dragging;
+    updateControls();
+}
+
+void FloatingContainer::updateControls()
+{
+    const bool visible = controlsVisible();
+    // Hidden controls take no clicks; the fade is only for the eye.
+    m_controls->setVisible(visible);
+    m_controls->raise();
+    m_controlsFade->stop();
+    m_controlsFade->setStartValue(m_controlsOpacity->opacity());
+    m_controlsFade->setEndValue(visible ? 1.0 : 0.0);
+    m_controlsFade->start();
+}
+
+void FloatingContainer::resizeEvent(QResizeEvent* event)
+{
+    QWidget::resizeEvent(event);
+    m_controls->move(width() - 8 - m_controls->width(), 8);
+}

@@ -1,0 +1,85 @@
+#include "HubWindow.h"
+
+#include "BundleInfo.h"
+#include "SettingsView.h"
+#include "Theme.h"
+#include "WidgetTogglesView.h"
+
+#include <QFrame>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QMenuBar>
+#include <QScrollArea>
+#include <QVBoxLayout>
+
+HubWindow::HubWindow(QWidget* parent)
+    : QMainWindow(parent)
+{
+    setObjectName(QStringLiteral("hubWindow"));
+    setWindowTitle(QStringLiteral("Tidewell"));
+    setMinimumSize(420, 520);
+    resize(440, 600);
+
+    QMenu* file = menuBar()->addMenu(QStringLiteral("&File"));
+    QAction* quit = file->addAction(QStringLiteral("Quit"));
+    quit->setObjectName(QStringLiteral("quitAction"));
+    quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+    quit->setShortcutContext(Qt::ApplicationShortcut);
+    connect(quit, &QAction::triggered, this, &HubWindow::quitRequested);
+
+    auto* central = new QWidget(this);
+    auto* outer = new QVBoxLayout(central);
+    outer->setContentsMargins(0, 0, 0, 0);
+    outer->setSpacing(0);
+
+    auto* header = new QHBoxLayout;
+    header->setContentsMargins(16, 10, 16, 10);
+    auto* title = new QLabel(QStringLiteral("Tidewell"), central);
+    title->setFont(Theme::font(Theme::Font::Headline));
+    auto* version = new QLabel(u'v' + BundleInfo::current().version, central);
+    version->setObjectName(QStringLiteral("versionLabel"));
+    version->setFont(Theme::font(Theme::Font::Caption));
+    Theme::makeSecondary(version);
+    header->addWidget(title);
+    header->addStretch();
+    header->addWidget(version);
+    outer->addLayout(header);
+
+    auto* divider = new QFrame(central);
+    divider->setFrameShape(QFrame::HLine);
+    divider->setFrameShadow(QFrame::Sunken);
+    outer->addWidget(divider);
+
+    auto* scroll = new QScrollArea(central);
+    scroll->setObjectName(QStringLiteral("hubScrollArea"));
+    scroll->setWidgetResizable(true);
+    scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
+    auto* content = new QWidget(scroll);
+    m_column = new QVBoxLayout(content);
+    m_column->setContentsMargins(20, 20, 20, 20);
+    m_column->setSpacing(20);
+    m_column->addStretch();
+    scroll->setWidget(content);
+    outer->addWidget(scroll, 1);
+    setCentralWidget(central);
+
+    m_toggles = new WidgetTogglesView(content);
+    m_settings = new SettingsView(content);
+    addSection(m_toggles);
+    addSection(m_settings);
+}
+
+void HubWindow::addSection(QWidget* section)
+{
+    // Keep the trailing stretch last.
+    m_column->insertWidget(m_column->count() - 1, section);
+}
+
+void HubWindow::bringForward()
+{
+    show();
+    setWindowState((windowState() & ~Qt::WindowMinimized) | Qt::WindowActive);
+    raise();
+    activateWindow();
+}

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QMainWindow>
+
+class QVBoxLayout;
+class SettingsView;
+class WidgetTogglesView;
+
+// The main window: "Tidewell" header, then in a scroll area the account
+// section, the widget toggles and the settings. Closing it hides it; the app
+// keeps running in the tray and on the desktop.
+class HubWindow final : public QMainWindow
+{
+    Q_OBJECT
+
+public:
+    explicit HubWindow(QWidget* parent = nullptr);
+
+    // Adds a section to the scrolling column, after the ones already there.
+    void addSection(QWidget* section);
+    WidgetTogglesView* toggles() const { return m_toggles; }
+    SettingsView* settings() const { return m_settings; }
+    // Shows, raises and activates the window.
+    void bringForward();
+
+signals:
+    void quitRequested();
+
+private:
+    QVBoxLayout* m_column = nullptr;
+    WidgetTogglesView* m_toggles = nullptr;
+    SettingsView* m_settings = nullptr;
+};

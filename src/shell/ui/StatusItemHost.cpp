@@ -1,0 +1,174 @@
+#include "StatusItemHost.h"
+
+#include "PomodoroService.h"
+#include "TrayPopup.h"
+#include "WidgetRegistry.h"
+
+#include <QApplication>
+#include <QFont>
+#include <QMenu>
+#include <QPainter>
+#include <QPalette>
+#include <QSystemTrayIcon>
+
+namespace {
+// The emoji alone, or with the running countdown's minutes drawn under it so the
+// tray shows progress even where tooltips are hard to reach.
+QIcon renderIcon(const QString& symbol, const QString& countdown)
+{
+    constexpr int side = 64;
+    QPixmap pm(side, side);
+    pm.fill(Qt::transparent);
+    QPainter p(&pm);
+    p.setRenderHint(QPainter::Antialiasing);
+    p.setRenderHint(QPainter::TextAntialiasing);
+    QFont emoji = QApplication::font();
+    emoji.setPixelSize(countdown.isEmpty() ? 48 : 30);
+    p.setFont(emoji);
+    p.setPen(QApplication::palette().color(QPalette::WindowText));
+    const QRect top = countdown.isEmpty() ? pm.rect() : QRect(0, 0, side, 34);
+    p.drawText(top, Qt::AlignCenter, symbol);
+    if (!countdown.isEmpty()) {
+        const QRect band(0, 34, side, 30);
+        p.setPen(Qt::NoPen);
+        p.setBrush(QColor(20, 20, 20, 220));
+        p.drawRoundedRect(band, 6, 6);
+        QFont digits = QApplication::font();
+        digits.setPixelSize(countdown.size() > 2 ? 24 : 28);
+        digits.setBold(true);
+        p.setFont(digits);
+        p.setPen(Qt::white);
+        p.drawText(band, Qt::AlignCenter, countdown);
+    }
+    return QIcon(pm);
+}
+
+QString phaseSymbol(const QString& phaseLabel)
+{
+    if (phaseLabel == u"Short Break")
+        return QStringLiteral("☕");
+    if (phaseLabel == u"Long Break")
+        return QStringLiteral("🛌");
+    return QStringLiteral("🍅");
+}
+} // namespace
+
+StatusItemHost::StatusItemHost(const QString& widgetId, ContentFactory content, QObject* parent)
+    : QObject(parent)
+    , m_widgetId(widgetId)
+    , m_content(std::move(content))
+{
+    const WidgetMeta* meta = WidgetRegistry::find(widgetId);
+    const QString name = meta ? meta->name : widgetId;
+
+    m_tray = new QSystemTrayIcon(this);
+    m_menu = new QMenu;
+    QAction* show = m_menu->addAction(QStringLiteral("Show ") + name);
+    m_menu->addSeparator();
+    QAction* open = m_menu->addAction(QStringLiteral("Open Tidewell"));
+    QAction* quit = m_menu->addAction(QStringLiteral("Quit Tidewell"));
+    connect(show, &QAction::triggered, this, &StatusItemHost::showPopover);
+    connect(open, &QAction::triggered, this, &StatusItemHost::openHubRequested);
+    connect(quit, &QAction::triggered, this, &StatusItemHost::quitRequested);
+    m_tray->setContextMenu(m_menu);
+    connect(m_tray, &QSystemTrayIcon::activated, this,
+            [this](QSystemTrayIcon::ActivationReason reason) {
+                if (reason == QSystemTrayIcon::Trigger)
+                    togglePopover();
+            });
+
+    setTitle(WidgetRegistry::statusTitle(widgetId));
+    m_tray->show();
+
+    if (widgetId == u"pomodoro") {
+        m_labelTimer.setInterval(500);
+        connect(&m_labelTimer, &QTimer::timeout, this, &StatusItemHost::refreshPomodoroTitle);
+        m_labelTimer.start();
+        refreshPomodoroTitle();
+    }
+}
+
+StatusItemHost::~StatusItemHost()
+{
+    m_labelTimer.stop();
+    delete m_popup;
+    delete m_menu;
+}
+
+QString StatusItemHost::pomodoroTitle(const QString& phaseLabel, bool isActive, qint64 remainingMs)
+{
+    const QString symbol = phaseSymbol(phaseLabel);
+    if (!isActive)
+        return symbol;
+    const qint64 minutes = remainingMs / 60000;
+    const qint64 seconds = (remainingMs / 1000) % 60;
+    return symbol + u' ' + QString::asprintf("%02lld:%02lld", minutes, seconds);
+}
+
+void StatusItemHost::refreshPomodoroTitle()
+{
+    const PomodoroService& timer = PomodoroService::shared();
+    setTitle(pomodoroTitle(timer.phaseLabel(), timer.isActive(), timer.remainingMs()));
+}
+
+void StatusItemHost::setTitle(const QString& title)
+{
+    if (title == m_title)
+        return;
+    m_title = title;
+    const qsizetype space = title.indexOf(u' ');
+    const QString symbol = space < 0 ? title : title.left(space);
+    QString countdown;
+    if (space >= 0) {
+        const QString time = title.mid(space + 1);
+        // Minutes while there are any, then the seconds.
+        const QString minutes = time.section(u':', 0, 0);
+        countdown = minutes == u"00" ? time.section(u':', 1, 1) : QString::number(minutes.toInt());
+    }
+    m_tray->setIcon(renderIcon(symbol, countdown));
+    m_tray->setToolTip(title);
+}
+
+void StatusItemHost::ensurePopup()
+{
+    if (m_popup)
+        return;
+    const WidgetMeta* meta = WidgetRegistry::find(m_widgetId);
+    m_popup = new TrayPopup(meta ? meta->name : m_widgetId);
+    m_popup->setContent(m_content());
+}
+
+bool StatusItemHost::isPopupShown() const
+{
+    return m_popup && m_popup->isVisible();
+}
+
+void StatusItemHost::togglePopover()
+{
+    if (isPopupShown()) {
+        m_popup->hide();
+        return;
+    }
+    if (m_popup && m_popup->justClosed())
+        return; // this click already closed it by taking the focus away
+    showPopover();
+}
+
+void StatusItemHost::showPopover()
+{
+    ensurePopup();
+    m_popup->showNear(m_tray->geometry());
+}
+
+void StatusItemHost::tearDown()
+{
+    m_labelTimer.stop();
+    if (m_popup)
+        m_popup->hide();
+    m_tray->hide();
+}
+
+TrayPopup* StatusItemHost::popup() const
+{
+    return m_popup;
+}

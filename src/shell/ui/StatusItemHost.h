@@ -1,0 +1,60 @@
+#pragma once
+
+#include <QObject>
+#include <QPointer>
+#include <QString>
+#include <QTimer>
+
+#include <functional>
+
+class QMenu;
+class QSystemTrayIcon;
+class QWidget;
+class TrayPopup;
+
+// One widget in the system tray: an icon whose click toggles a popup holding the
+// widget's view, and whose menu opens the popup, the hub window or quits. The
+// pomodoro item also shows the live countdown in its tooltip and icon.
+class StatusItemHost final : public QObject
+{
+    Q_OBJECT
+
+public:
+    using ContentFactory = std::function<QWidget*()>;
+
+    // The content is created the first time the popup opens.
+    StatusItemHost(const QString& widgetId, ContentFactory content, QObject* parent = nullptr);
+    ~StatusItemHost() override;
+
+    QString widgetId() const { return m_widgetId; }
+    // The icon's current title: the widget's emoji, or for a running timer
+    // "🍅 24:59" (also the tooltip).
+    QString title() const { return m_title; }
+    QSystemTrayIcon* trayIcon() const { return m_tray; }
+    TrayPopup* popup() const;
+    bool isPopupShown() const;
+
+    void togglePopover();
+    void showPopover();
+    void tearDown();
+
+    // The title of the pomodoro item for a given engine state.
+    static QString pomodoroTitle(const QString& phaseLabel, bool isActive, qint64 remainingMs);
+
+signals:
+    void openHubRequested();
+    void quitRequested();
+
+private:
+    void setTitle(const QString& title);
+    void refreshPomodoroTitle();
+    void ensurePopup();
+
+    QString m_widgetId;
+    QString m_title;
+    ContentFactory m_content;
+    QSystemTrayIcon* m_tray = nullptr;
+    QMenu* m_menu = nullptr;
+    QPointer<TrayPopup> m_popup;
+    QTimer m_labelTimer;
+};

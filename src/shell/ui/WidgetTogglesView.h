@@ -1,0 +1,42 @@
+#pragma once
+
+#include <QHash>
+#include <QWidget>
+
+class QLabel;
+class Switch;
+class WidgetPlacement;
+
+// The hub's "Widgets" block: per widget, a switch for its tray item and one for
+// its floating panel, kept in step with the stored placements.
+class WidgetTogglesView final : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit WidgetTogglesView(QWidget* parent = nullptr);
+
+    Switch* statusBarSwitch(const QString& widgetId) const
+    {
+        return m_statusSwitches.value(widgetId);
+    }
+    Switch* floatingSwitch(const QString& widgetId) const
+    {
+        return m_floatingSwitches.value(widgetId);
+    }
+
+    // The placement of a widget, created (all off) and saved when there is none;
+    // a legacy mode is migrated in memory.
+    static WidgetPlacement* placement(const QString& widgetId);
+
+protected:
+    void showEvent(QShowEvent* event) override;
+
+private:
+    void refresh();
+    void toggle(const QString& widgetId, bool statusBar, bool on);
+
+    QHash<QString, Switch*> m_statusSwitches;
+    QHash<QString, Switch*> m_floatingSwitches;
+    QLabel* m_noTrayNote = nullptr;
+};

@@ -1,0 +1,100 @@
+#include "WindowManager.h"
+
+#include "DataStore.h"
+#include "DesktopPanelHost.h"
+#include "DraggablePanel.h"
+#include "PlaceholderWidgetView.h"
+#include "PomodoroWidgetView.h"
+#include "StatusItemHost.h"
+#include "TrayPopup.h"
+#include "WidgetPlacement.h"
+#include "WidgetRegistry.h"
+
+#include <QCoreApplication>
+#include <QWidget>
+
+WindowManager& WindowManager::shared()
+{
+    static auto* instance = new WindowManager(QCoreApplication::instance());
+    return *instance;
+}
+
+WindowManager::WindowManager(QObject* parent)
+    : QObject(parent)
+{}
+
+WindowManager::~WindowManager()
+{
+    qDeleteAll(m_statusHosts);
+    qDeleteAll(m_panelHosts);
+}
+
+QWidget* WindowManager::widgetView(const QString& widgetId, bool viewOnly) const
+{
+    if (m_viewFactory)
+        return m_viewFactory(widgetId, viewOnly);
+    if (widgetId == u"pomodoro")
+        return new PomodoroWidgetView(viewOnly);
+    if (const WidgetMeta* meta = WidgetRegistry::find(widgetId))
+        return new PlaceholderWidgetView(meta->name);
+    return new PlaceholderWidgetView(QStringLiteral("Unknown widget"));
+}
+
+void WindowManager::restoreFromPersistence()
+{
+    ModelContext& context = DataStore::shared().mainContext();
+    bool changed = false;
+    for (WidgetPlacement* placement : context.fetch<WidgetPlacement>()) {
+        const bool statusBar = placement->inStatusBar();
+        const bool floating = placement->inFloating();
+        placement->migrateFromLegacyModeIfNeeded();
+        changed |= statusBar != placement->inStatusBar() || floating != placement->inFloating();
+        sync(placement->widgetId(), placement->inStatusBar(), placement->inFloating());
+    }
+    if (changed)
+        context.save();
+}
+
+void WindowManager::sync(const QString& widgetId, bool inStatusBar, bool inFloating)
+{
+    if (inStatusBar && !m_statusHosts.contains(widgetId)) {
+        auto* host = new StatusItemHost(
+            widgetId, [this, widgetId] { return widgetView(widgetId, false); }, this);
+        connect(host, &StatusItemHost::openHubRequested, this, &WindowManager::openHubRequested);
+        connect(host, &StatusItemHost::quitRequested, this, &WindowManager::quitRequested);
+        m_statusHosts.insert(widgetId, host);
+    } else if (!inStatusBar) {
+        if (StatusItemHost* host = m_statusHosts.take(widgetId)) {
+            host->tearDown();
+            host->deleteLater();
+        }
+    }
+
+    if (inFloating && !m_panelHosts.contains(widgetId)) {
+        auto* host = new DesktopPanelHost(widgetId, WidgetRegistry::defaultPanelSize(widgetId),
+                                          widgetView(widgetId, true), this);
+        connect(host, &DesktopPanelHost::closedByUser, this, &WindowManager::handlePanelClosed);
+        m_panelHosts.insert(widgetId, host);
+    } else if (!inFloating) {
+        if (DesktopPanelHost* host = m_panelHosts.take(widgetId)) {
+            host->tearDown();
+            host->deleteLater();
+        }
+    }
+}
+
+void WindowManager::handlePanelClosed(const QString& widgetId)
+{
+    if (DesktopPanelHost* host = m_panelHosts.take(widgetId)) {
+        host->tearDown();
+        host->deleteLater();
+    }
+    ModelContext& context = DataStore::shared().mainContext();
+    auto* placement = context.find<WidgetPlacement>(widgetId);
+    if (!placement)
+        return;
+    placement->setInFloating(false);
+    placement->setDesktopFrameJSON(QString());
+    context.save();
+    emit placementsChanged();
+}

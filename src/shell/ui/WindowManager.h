@@ -1,0 +1,57 @@
+#pragma once
+
+#include <QHash>
+#include <QObject>
+#include <QString>
+
+#include <functional>
+
+class DesktopPanelHost;
+class StatusItemHost;
+class QWidget;
+
+// Turns widget placements into live tray items and floating panels, and back.
+class WindowManager final : public QObject
+{
+    Q_OBJECT
+
+public:
+    using ViewFactory = std::function<QWidget*(const QString& widgetId, bool viewOnly)>;
+
+    static WindowManager& shared();
+    explicit WindowManager(QObject* parent = nullptr);
+    ~WindowManager() override;
+
+    // Creates hosts for every stored placement (after migrating legacy modes).
+    void restoreFromPersistence();
+    // Makes the live hosts of one widget match the two flags; never writes placements.
+    void sync(const QString& widgetId, bool inStatusBar, bool inFloating);
+    // The user closed a panel: float off, frame forgotten, saved.
+    void handlePanelClosed(const QString& widgetId);
+
+    // The view for a widget identifier (a placeholder for an unknown one).
+    QWidget* widgetView(const QString& widgetId, bool viewOnly) const;
+    // Tests replace the views.
+    void setViewFactory(ViewFactory factory) { m_viewFactory = std::move(factory); }
+
+    StatusItemHost* statusHost(const QString& widgetId) const
+    {
+        return m_statusHosts.value(widgetId);
+    }
+    DesktopPanelHost* panelHost(const QString& widgetId) const
+    {
+        return m_panelHosts.value(widgetId);
+    }
+    qsizetype hostCount() const { return m_statusHosts.size() + m_panelHosts.size(); }
+
+signals:
+    void openHubRequested();
+    void quitRequested();
+    // Placements changed outside the toggles (a panel closed by the user).
+    void placementsChanged();
+
+private:
+    QHash<QString, StatusItemHost*> m_statusHosts;
+    QHash<QString, DesktopPanelHost*> m_panelHosts;
+    ViewFactory m_viewFactory;
+};

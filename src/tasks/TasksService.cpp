@@ -1,0 +1,176 @@
+#include "TasksService.h"
+
+#include "AudioService.h"
+#include "DataStore.h"
+#include "Debouncer.h"
+#include "ModelContext.h"
+#include "SyncEngine.h"
+#include "TaskItem.h"
+#include "TaskList.h"
+
+#include <QCoreApplication>
+#include <QPointer>
+
+#include <algorithm>
+
+namespace {
+bool isBlank(const QString& text)
+{
+    return std::all_of(text.begin(), text.end(), [](QChar c) { return c == u' ' || c == u'\t'; });
+}
+} // namespace
+
+TasksService& TasksService::shared()
+{
+    static auto* instance = new TasksService(QCoreApplication::instance());
+    return *instance;
+}
+
+TasksService::TasksService(QObject* parent)
+    : QObject(parent)
+    , m_debouncer(new Debouncer(this))
+{}
+
+void TasksService::bootstrap()
+{
+    if (m_bootstrapped)
+        return;
+    m_bootstrapped = true;
+    emit bootstrappedChanged();
+    ModelContext& context = DataStore::shared().mainContext();
+    if (context.count<TaskList>() > 0)
+        return;
+    context.insert(new TaskList(QStringLiteral("Example Task List"), 0));
+    context.save();
+}
+
+TaskList* TasksService::createList(const QString& name, ModelContext& context)
+{
+    qint64 next = 0;
+    for (const TaskList* l : context.fetch<TaskList>())
+        next = std::max(next, l->order() + 1);
+    auto* list = new TaskList(name, next);
+    context.insert(list);
+    save(context);
+    return list;
+}
+
+void TasksService::renameList(TaskList* list, const QString& name, ModelContext& context)
+{
+    if (!list)
+        return;
+    list->setName(name);
+    save(context);
+}
+
+void TasksService::deleteList(TaskList* list, ModelContext& context)
+{
+    if (!list)
+        return;
+    context.remove(list);
+    save(context);
+}
+
+TaskItem* TasksService::addTask(const QString& text, TaskList* list, ModelContext& context)
+{
+    if (isBlank(text)) {
+        AudioService::shared().play(AudioService::Sound::Error1);
+        return nullptr;
+    }
+    qint64 next = 0;
+    if (list) {
+        for (const TaskItem* t : list->tasks())
+            next = std::max(next, t->order() + 1);
+    }
+    auto* task = new TaskItem(text, next, list);
+    context.insert(task);
+    AudioService::shared().play(AudioService::Sound::NewTask);
+    save(context);
+    return task;
+}
+
+void TasksService::editTask(TaskItem* task, const QString& newText, ModelContext& context)
+{
+    if (!task)
+        return;
+    task->setHeader(newText);
+    save(context);
+}
+
+void TasksService::toggleCheck(TaskItem* task, ModelContext& context)
+{
+    if (!task)
+        return;
+    task->setChecked(!task->checked());
+    AudioService::shared().play(task->checked() ? AudioService::Sound::Check
+                                                : AudioService::Sound::Uncheck);
+    TaskList* list = task->list();
+    if (list && task->checked() && list->highlightedTaskId() == task->id())
+        list->setHighlightedTaskId({});
+    save(context);
+}
+
+void TasksService::highlight(TaskItem* task, TaskList* list, ModelContext& context)
+{
+    if (!list)
+        return;
+    list->setHighlightedTaskId(task ? task->id() : QUuid());
+    save(context);
+}
+
+void TasksService::deleteTask(TaskItem* task, ModelContext& context)
+{
+    if (!task)
+        return;
+    TaskList* list = task->list();
+    if (list && list->highlightedTaskId() == task->id())
+        list->setHighlightedTaskId({});
+    context.remove(task);
+    save(context);
+}
+
+void TasksService::deleteFinishedTasks(TaskList* list, ModelContext& context)
+{
+    if (!list)
+        return;
+    for (TaskItem* task : list->tasks()) {
+        if (task->checked())
+            context.remove(task);
+    }
+    list->setHighlightedTaskId({});
+    save(context);
+}
+
+void TasksService::deleteAllTasks(TaskList* list, ModelContext& context)
+{
+    if (!list)
+        return;
+    for (TaskItem* task : list->tasks())
+        context.remove(task);
+    list->setHighlightedTaskId({});
+    save(context);
+}
+
+QList<TaskItem*> TasksService::sortedTasks(const TaskList* list)
+{
+    if (!list)
+        return {};
+    QList<TaskItem*> tasks = list->tasks();
+    std::stable_sort(tasks.begin(), tasks.end(),
+                     [](const TaskItem* a, const TaskItem* b) { return a->order() < b->order(); });
+    return tasks;
+}
+
+void TasksService::save(ModelContext& context)
+{
+    QPointer<ModelContext> target(&context);
+    m_debouncer->schedule(QStringLiteral("tasks"), std::chrono::milliseconds(SaveDelayMs),
+                          [this, target] {
+                              if (target)
+                                  target->save();
+                              if (m_push)
+                                  m_push();
+                              else
+                                  QCoro::connect(SyncEngine::shared().pushTasks(), this, [] {});
+                          });
+}

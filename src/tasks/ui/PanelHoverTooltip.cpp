@@ -1,0 +1,62 @@
+#include "PanelHoverTooltip.h"
+
+#include "TooltipPanelService.h"
+
+#include <QEvent>
+#include <QTimer>
+#include <QWidget>
+
+PanelHoverTooltip::PanelHoverTooltip(QWidget* target, const QString& text, int delayMs)
+    : QObject(target)
+    , m_target(target)
+    , m_text(text)
+    , m_delayMs(delayMs)
+{
+    target->setAttribute(Qt::WA_Hover);
+    target->installEventFilter(this);
+}
+
+PanelHoverTooltip::~PanelHoverTooltip()
+{
+    // The wrapped widget is going away, which takes its tooltip with it.
+    TooltipPanelService::shared().hide();
+}
+
+bool PanelHoverTooltip::eventFilter(QObject* watched, QEvent* event)
+{
+    if (watched == m_target) {
+        switch (event->type()) {
+        case QEvent::Enter:
+            hoverChanged(true);
+            break;
+        case QEvent::Leave:
+            hoverChanged(false);
+            break;
+        case QEvent::Hide:
+            if (m_hovering)
+                hoverChanged(false);
+            else
+                TooltipPanelService::shared().hide();
+            break;
+        default:
+            break;
+        }
+    }
+    return QObject::eventFilter(watched, event);
+}
+
+void PanelHoverTooltip::hoverChanged(bool entered)
+{
+    m_hovering = entered;
+    const quint64 token = ++m_token;
+    if (!entered) {
+        TooltipPanelService::shared().hide();
+        return;
+    }
+    QTimer::singleShot(m_delayMs, this, [this, token] {
+        const bool show = m_hovering && token == m_token;
+        if (show)
+            TooltipPanelService::shared().show(m_text);
+        emit checkFinished(show);
+    });
+}

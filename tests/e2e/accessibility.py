@@ -1,0 +1,60 @@
+"""Finding and pressing Tidewell's controls through the accessibility tree."""
+import os
+import time
+
+
+def _registry():
+    import pyatspi  # imported late: it reads the session bus address once
+    return pyatspi
+
+
+def application(name="Tidewell", timeout=40):
+    pyatspi = _registry()
+    deadline = time.monotonic() + timeout
+    while time.monotonic() < deadline:
+        desktop = pyatspi.Registry.getDesktop(0)
+        for i in range(desktop.childCount):
+            app = desktop.getChildAtIndex(i)
+            if app is not None and app.name and app.name.lower() == name.lower():
+                return app
+        time.sleep(0.2)
+    raise AssertionError("application %s is not in the accessibility tree" % name)
+
+
+def find(root, name, role=None, timeout=10, showing=True):
+    """The first descendant with that accessible name (and role name, if given)."""
+    pyatspi = _registry()
+    deadline = time.monotonic() + timeout
+    while True:
+        found = pyatspi.utils.findDescendant(
+            root, lambda o: o is not None and o.name == name
+            and (role is None or o.getRoleName() == role)
+            and (not showing or o.getState().contains(pyatspi.STATE_SHOWING)))
+        if found is not None or time.monotonic() > deadline:
+            if found is None:
+                raise AssertionError("no control named %r" % name)
+            return found
+        time.sleep(0.2)
+
+
+def press(obj):
+    action = obj.queryAction()
+    names = [action.getName(i) for i in range(action.nActions)]
+    for wanted in ("Press", "Toggle", "press", "toggle", "click"):
+        if wanted in names:
+            action.doAction(names.index(wanted))
+            return
+    action.doAction(0)
+
+
+def is_checked(obj):
+    pyatspi = _registry()
+    return obj.getState().contains(pyatspi.STATE_CHECKED)
+
+
+def text_of(obj):
+    try:
+        t = obj.queryText()
+        return t.getText(0, -1)
+    except NotImplementedError:
+        return obj.name

@@ -1,0 +1,122 @@
+"""A throwaway desktop for end-to-end tests: Xvfb, a private session bus with the
+accessibility bus, openbox, a tray (trayer), and a fresh HOME for Tidewell."""
+import os
+import re
+import shutil
+import signal
+import subprocess
+import tempfile
+import time
+
+
+def wait_for(predicate, timeout=10.0, interval=0.05):
+    deadline = time.monotonic() + timeout
+    while time.monotonic() < deadline:
+        value = predicate()
+        if value:
+            return value
+        time.sleep(interval)
+    return predicate()
+
+
+class Desktop:
+    def __init__(self, tray=True):
+        self.tmp = tempfile.mkdtemp(prefix="tidewell-e2e-")
+        self.home = os.path.join(self.tmp, "home")
+        runtime = os.path.join(self.tmp, "runtime")
+        os.makedirs(self.home)
+        os.makedirs(runtime, mode=0o700)
+        self.procs = []
+        # A free display number of our own; -displayfd proved unreliable under some
+        # process supervisors (the inherited descriptor is not always writable).
+        number = next(n for n in range(90, 190) if not os.path.exists("/tmp/.X%d-lock" % n))
+        self.display = ":%d" % number
+        self.xvfb_log = os.path.join(self.tmp, "xvfb.log")
+        self.xvfb = subprocess.Popen(["Xvfb", self.display, "-screen", "0", "1280x800x24",
+                                      "-nolisten", "tcp"],
+                                     stdout=subprocess.DEVNULL, stderr=open(self.xvfb_log, "w"))
+        self.procs.append(self.xvfb)
+        wait_for(lambda: os.path.exists("/tmp/.X11-unix/X%d" % number), 10)
+        bus = subprocess.run(["dbus-daemon", "--session", "--fork", "--print-address=1",
+                              "--print-pid=1"], capture_output=True, text=True, check=True)
+        address, pid = bus.stdout.split()[:2]
+        self.bus_pid = int(pid)
+        self.env = dict(os.environ, DISPLAY=self.display, DBUS_SESSION_BUS_ADDRESS=address,
+                        HOME=self.home, XDG_RUNTIME_DIR=runtime,
+                        XDG_DATA_HOME=os.path.join(self.home, ".local/share"),
+                        XDG_CONFIG_HOME=os.path.join(self.home, ".config"),
+                        QT_QPA_PLATFORM="xcb", QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1",
+                        NO_AT_BRIDGE="0", GTK_A11Y="atspi")
+        self.env.pop("WAYLAND_DISPLAY", None)
+        self._spawn(["/usr/libexec/at-spi-bus-launcher", "--launch-immediately"])
+        self._spawn(["openbox", "--sm-disable"])
+        if tray:
+            self._spawn(["trayer", "--edge", "top", "--align", "right", "--height", "24",
+                         "--widthtype", "request", "--transparent", "false"])
+        wait_for(lambda: self.window_ids("^panel$") if tray else True, 10)
+        time.sleep(0.5)
+
+    def _spawn(self, cmd, **kw):
+        env = getattr(self, "env", None)
+        p = subprocess.Popen(cmd, env=env, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, **kw)
+        self.procs.append(p)
+        return p
+
+    def run(self, cmd, **kw):
+        return subprocess.run(cmd, env=self.env, capture_output=True, text=True, **kw)
+
+    def window_ids(self, name, visible=True):
+        args = ["xdotool", "search"] + (["--onlyvisible"] if visible else []) + ["--name", name]
+        out = self.run(args).stdout.split()
+        return [int(w) for w in out]
+
+    def tray_icons(self, wm_class="tidewell"):
+        """Absolute centre points of the icons embedded in the tray for that class."""
+        tree = self.run(["xwininfo", "-root", "-tree"]).stdout.splitlines()
+        icons, inside, depth = [], False, 0
+        for line in tree:
+            indent = len(line) - len(line.lstrip())
+            if '("panel" "trayer")' in line:
+                inside, depth = True, indent
+                continue
+            if inside and indent <= depth and line.strip():
+                inside = False
+            m = re.search(r'\("([^"]*)" "([^"]*)"\)\s+(\d+)x(\d+)\+\S+\s+\+(-?\d+)\+(-?\d+)', line)
+            if inside and m and wm_class in (m.group(1).lower(), m.group(2).lower()):
+                w, h, x, y = (int(m.group(i)) for i in range(3, 7))
+                icons.append((x + w // 2, y + h // 2))
+        return icons
+
+    def click(self, x, y, button=1):
+        self.run(["xdotool", "mousemove", str(x), str(y), "click", str(button)])
+
+    def screenshot(self, path, window_name=None):
+        from PIL import ImageGrab
+        image = ImageGrab.grab(xdisplay=self.display)
+        if window_name:
+            ids = self.window_ids(window_name)
+            if ids:
+                geo = self.run(["xdotool", "getwindowgeometry", "--shell", str(ids[0])]).stdout
+                g = dict(l.split("=") for l in geo.split())
+                x, y, w, h = (int(g[k]) for k in ("X", "Y", "WIDTH", "HEIGHT"))
+                image = image.crop((max(0, x - 12), max(0, y - 12), x + w + 12, y + h + 12))
+        image.save(path)
+
+    def diagnosis(self):
+        with open(self.xvfb_log) as log:
+            return "Xvfb %s: %s" % ("running" if self.xvfb.poll() is None else "exited %s" % self.xvfb.poll(),
+                                    log.read()[-1500:])
+
+    def close(self):
+        for p in reversed(self.procs):
+            if p.poll() is None:
+                p.terminate()
+                try:
+                    p.wait(5)
+                except subprocess.TimeoutExpired:
+                    p.kill()
+        try:
+            os.kill(self.bus_pid, signal.SIGTERM)
+        except ProcessLookupError:
+            pass
+        shutil.rmtree(self.tmp, ignore_errors=True)

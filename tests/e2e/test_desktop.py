@@ -1,0 +1,111 @@
+#!/usr/bin/python3
+"""End-to-end: the real tidewell binary on a throwaway desktop (Xvfb, openbox,
+trayer, private session and accessibility buses), driven as a user would: through
+its windows, its tray icon and its accessibility tree.
+
+Usage: test_desktop.py <tidewell binary> [screenshot folder]
+"""
+import os
+import signal
+import subprocess
+import sys
+import time
+import unittest
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from desktop import Desktop, wait_for  # noqa: E402
+
+APP = os.path.abspath(sys.argv[1]) if len(sys.argv) > 1 else None
+SHOTS = sys.argv[2] if len(sys.argv) > 2 else None
+
+
+class TidewellOnTheDesktop(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.desktop = Desktop()
+        os.environ.update({k: cls.desktop.env[k] for k in ("DISPLAY", "DBUS_SESSION_BUS_ADDRESS")})
+        import accessibility
+        cls.a11y = accessibility
+        cls.app = subprocess.Popen([APP], env=cls.desktop.env, stdout=subprocess.DEVNULL,
+                                   stderr=subprocess.PIPE, text=True)
+        try:
+            cls.root = accessibility.application("Tidewell")
+        except AssertionError:
+            cls.app.kill()
+            raise AssertionError("Tidewell did not start: exit %s, %s\n%s"
+                                 % (cls.app.poll(), cls.app.communicate()[1][-2000:],
+                                    cls.desktop.diagnosis()))
+
+    @classmethod
+    def tearDownClass(cls):
+        if cls.app.poll() is None:
+            cls.app.kill()
+            cls.app.wait()
+        cls.desktop.close()
+
+    def hub_visible(self):
+        return self.desktop.window_ids("^Tidewell$")
+
+    def test_1_first_launch_shows_hub_and_no_tray_item(self):
+        self.assertTrue(wait_for(self.hub_visible), "the hub window did not appear")
+        time.sleep(0.5)
+        self.assertEqual(self.desktop.tray_icons(), [])
+        for name in ("Pomodoro in status bar", "Tasks floating", "Habits in status bar"):
+            self.assertFalse(self.a11y.is_checked(self.a11y.find(self.root, name)))
+        if SHOTS:
+            self.desktop.screenshot(os.path.join(SHOTS, "hub.png"), "^Tidewell$")
+
+    def test_2_status_item_puts_an_icon_in_the_tray(self):
+        self.a11y.press(self.a11y.find(self.root, "Pomodoro in status bar"))
+        icons = wait_for(self.desktop.tray_icons)
+        self.assertEqual(len(icons), 1, "no pomodoro icon in the tray")
+
+    def test_3_icon_click_toggles_the_popup(self):
+        (x, y), = self.desktop.tray_icons()
+        self.desktop.click(x, y)
+        self.assertTrue(wait_for(lambda: self.desktop.window_ids("^Pomodoro$")), "popup did not open")
+        time.sleep(0.3)
+        self.desktop.click(x, y)
+        self.assertTrue(wait_for(lambda: not self.desktop.window_ids("^Pomodoro$")),
+                        "a second click did not close the popup")
+        # Open again and start the timer from the popup.
+        time.sleep(0.5)
+        self.desktop.click(x, y)
+        self.assertTrue(wait_for(lambda: self.desktop.window_ids("^Pomodoro$")))
+        self.a11y.press(self.a11y.find(self.root, "Start"))
+        self.a11y.find(self.root, "Pause")
+        if SHOTS:
+            time.sleep(0.5)
+            self.desktop.screenshot(os.path.join(SHOTS, "timer-popup.png"), "^Pomodoro$")
+
+    def test_4_floating_panel(self):
+        self.a11y.press(self.a11y.find(self.root, "Pomodoro floating"))
+        self.assertTrue(wait_for(lambda: self.desktop.window_ids("^Pomodoro$")))
+        self.a11y.find(self.root, "Close floating widget", showing=False)
+        if SHOTS:
+            time.sleep(0.5)
+            self.desktop.screenshot(os.path.join(SHOTS, "timer-panel.png"))
+
+    def test_5_second_launch_raises_the_hub(self):
+        self.desktop.run(["xdotool", "search", "--name", "^Tidewell$", "windowminimize", "%@"])
+        self.assertTrue(wait_for(lambda: not self.hub_visible()))
+        second = self.desktop.run([APP], timeout=20)
+        self.assertEqual(second.returncode, 0, second.stderr)
+        self.assertTrue(wait_for(self.hub_visible), "the running instance did not show its hub")
+        url = self.desktop.run([APP, "tidewell://auth?token=x&state=y"], timeout=20)
+        self.assertEqual(url.returncode, 0, url.stderr)
+
+    def test_6_sigterm_during_focus_saves_and_exits_cleanly(self):
+        self.assertIsNone(self.app.poll())
+        self.app.send_signal(signal.SIGTERM)
+        self.assertEqual(self.app.wait(15), 0)
+        self.assertTrue(wait_for(lambda: not self.desktop.tray_icons()))
+        # What the user placed comes back on the next launch.
+        type(self).app = subprocess.Popen([APP], env=self.desktop.env, stdout=subprocess.DEVNULL,
+                                          stderr=subprocess.DEVNULL)
+        self.assertEqual(len(wait_for(self.desktop.tray_icons)), 1)
+        self.assertTrue(wait_for(lambda: self.desktop.window_ids("^Pomodoro$")))
+
+
+if __name__ == "__main__":
+    unittest.main(argv=[sys.argv[0], "-v"])

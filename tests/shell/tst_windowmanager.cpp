@@ -1,0 +1,161 @@
+#include "DataStore.h"
+#include "DesktopFrame.h"
+#include "DesktopPanelHost.h"
+#include "DraggablePanel.h"
+#include "FloatingContainer.h"
+#include "PlaceholderWidgetView.h"
+#include "StatusItemHost.h"
+#include "Switch.h"
+#include "WidgetPlacement.h"
+#include "WidgetTogglesView.h"
+#include "WindowManager.h"
+
+#include <QLabel>
+#include <QScreen>
+#include <QTest>
+
+class TestWindowManager final : public QObject
+{
+    Q_OBJECT
+
+    ModelContext& context() { return DataStore::shared().mainContext(); }
+
+    static void addPlacement(ModelContext& ctx, const QString& id, const QString& mode,
+                             bool statusBar, bool floating, const QString& frame = {})
+    {
+        auto* p = new WidgetPlacement(id);
+        p->setMode(mode);
+        p->setInStatusBar(statusBar);
+        p->setInFloating(floating);
+        p->setDesktopFrameJSON(frame);
+        ctx.insert(p);
+    }
+
+private slots:
+    void init()
+    {
+        QString error;
+        DataStore::setShared(DataStore::open(QStringLiteral(":memory:"), &error));
+    }
+
+    void restoresStoredPlacements()
+    {
+        addPlacement(context(), QStringLiteral("tasks"), QStringLiteral("desktop"), false, false);
+        addPlacement(context(), QStringLiteral("weather"), QStringLiteral("off"), false, true);
+        addPlacement(context(), QStringLiteral("habits"), QStringLiteral("statusbar"), false,
+                     false);
+        addPlacement(context(), QStringLiteral("pomodoro"), QStringLiteral("off"), false, false);
+        QVERIFY(context().save());
+
+        WindowManager wm;
+        wm.setViewFactory([](const QString& id, bool) { return new PlaceholderWidgetView(id); });
+        wm.restoreFromPersistence();
+
+        // Legacy modes became flags, and that was saved.
+        QVERIFY(!context().hasChanges());
+        QVERIFY(context().find<WidgetPlacement>(QStringLiteral("tasks"))->inFloating());
+        QVERIFY(context().find<WidgetPlacement>(QStringLiteral("habits"))->inStatusBar());
+        QVERIFY(wm.panelHost(QStringLiteral("tasks")));
+        QVERIFY(wm.statusHost(QStringLiteral("habits")));
+        QVERIFY(!wm.statusHost(QStringLiteral("pomodoro")) &&
+                !wm.panelHost(QStringLiteral("pomodoro")));
+        QCOMPARE(wm.hostCount(), 3);
+
+        // A new panel opens at its default size, centred, faint.
+        DraggablePanel* tasks = wm.panelHost(QStringLiteral("tasks"))->panel();
+        QCOMPARE(tasks->size(), QSize(260, 220));
+        const QRect area = QGuiApplication::primaryScreen()->availableGeometry();
+        QVERIFY(qAbs(tasks->geometry().center().x() - area.center().x()) <= 1);
+        // Window opacity is kept in 8 bits.
+        QVERIFY(qAbs(tasks->windowOpacity() - DesktopPanelHost::RestingOpacity) < 0.01);
+
+        // An unknown widget floats as a 240 x 200 placeholder.
+        DesktopPanelHost* unknown = wm.panelHost(QStringLiteral("weather"));
+        QVERIFY(unknown);
+        QCOMPARE(unknown->panel()->size(), QSize(240, 200));
+    }
+
+    void unknownWidgetShowsPlaceholderAndDot()
+    {
+        WindowManager wm;
+        QWidget* view = wm.widgetView(QStringLiteral("weather"), true);
+        auto* label = view->findChild<QLabel*>(QStringLiteral("placeholderLabel"));
+        QVERIFY(label);
+        QCOMPARE(label->text(), QStringLiteral("Unknown widget"));
+        delete view;
+        QCOMPARE(StatusItemHost::pomodoroTitle(QStringLiteral("Short Break"), true, 299'999),
+                 QStringLiteral("☕ 04:59"));
+        QCOMPARE(StatusItemHost::pomodoroTitle(QStringLiteral("Long Break"), false, 5000),
+                 QStringLiteral("🛌"));
+        QCOMPARE(StatusItemHost::pomodoroTitle(QStringLiteral("Pomodoro"), true, 6'000'000),
+                 QStringLiteral("🍅 100:00"));
+        StatusItemHost host(QStringLiteral("weather"), [] { return new QWidget; });
+        QCOMPARE(host.title(), QStringLiteral("•"));
+    }
+
+    void syncIsIdempotentAndKeepsFramesUntilClosed()
+    {
+        WindowManager wm;
+        wm.setViewFactory([](const QString& id, bool) { return new PlaceholderWidgetView(id); });
+        WidgetPlacement* placement = WidgetTogglesView::placement(QStringLiteral("tasks"));
+        QVERIFY(!context().hasChanges());
+        placement->setInFloating(true);
+        wm.sync(QStringLiteral("tasks"), false, true);
+        DesktopPanelHost* first = wm.panelHost(QStringLiteral("tasks"));
+        wm.sync(QStringLiteral("tasks"), false, true);
+        QCOMPARE(wm.panelHost(QStringLiteral("tasks")), first);
+        QCOMPARE(wm.hostCount(), 1);
+
+        // A move is saved once, 0.3 s after the last movement, in screen points.
+        first->panel()->move(100, 120);
+        first->panel()->move(110, 130);
+        QTRY_VERIFY(!placement->desktopFrameJSON().isEmpty());
+        const QRect stored = DesktopFrame::decode(placement->desktopFrameJSON())->toRect();
+        QCOMPARE(DesktopPanelHost::fromStoredFrame(stored), QRect(110, 130, 260, 220));
+
+        // Switching floating off keeps the frame; on again restores it.
+        placement->setInFloating(false);
+        wm.sync(QStringLiteral("tasks"), false, false);
+        QVERIFY(!wm.panelHost(QStringLiteral("tasks")));
+        QVERIFY(!placement->desktopFrameJSON().isEmpty());
+        placement->setInFloating(true);
+        wm.sync(QStringLiteral("tasks"), false, true);
+        QCOMPARE(wm.panelHost(QStringLiteral("tasks"))->panel()->geometry(),
+                 QRect(110, 130, 260, 220));
+
+        // The close button turns floating off and forgets the frame.
+        auto* close = wm.panelHost(QStringLiteral("tasks"))
+                          ->container()
+                          ->findChild<QWidget*>(QStringLiteral("closeFloating"));
+        QVERIFY(close);
+        QMetaObject::invokeMethod(close, "click");
+        QTRY_VERIFY(!wm.panelHost(QStringLiteral("tasks")));
+        QVERIFY(!placement->inFloating());
+        QVERIFY(placement->desktopFrameJSON().isNull());
+        QVERIFY(!context().hasChanges());
+    }
+
+    void togglesCreatePlacementsAndDriveHosts()
+    {
+        WindowManager::shared().setViewFactory(
+            [](const QString& id, bool) { return new PlaceholderWidgetView(id); });
+        WidgetTogglesView toggles;
+        QCOMPARE(context().count<WidgetPlacement>(), 3);
+        for (const char* id : {"pomodoro", "tasks", "habits"}) {
+            QVERIFY(!toggles.statusBarSwitch(QLatin1String(id))->isChecked());
+            QVERIFY(!toggles.floatingSwitch(QLatin1String(id))->isChecked());
+            QVERIFY(!toggles.floatingSwitch(QLatin1String(id))->accessibleName().isEmpty());
+        }
+        toggles.floatingSwitch(QStringLiteral("habits"))->click();
+        QVERIFY(context().find<WidgetPlacement>(QStringLiteral("habits"))->inFloating());
+        QVERIFY(WindowManager::shared().panelHost(QStringLiteral("habits")));
+        QVERIFY(!context().hasChanges());
+
+        // Closing the panel turns its switch off.
+        WindowManager::shared().handlePanelClosed(QStringLiteral("habits"));
+        QTRY_VERIFY(!toggles.floatingSwitch(QStringLiteral("habits"))->isChecked());
+    }
+};
+
+QTEST_MAIN(TestWindowManager)
+#include "tst_windowmanager.moc"
