@@ -3,6 +3,7 @@
 #include "TooltipPanelService.h"
 
 #include <QApplication>
+#include <QCursor>
 #include <QElapsedTimer>
 #include <QEnterEvent>
 #include <QSignalSpy>
@@ -50,6 +51,13 @@ class TestTooltipPanel final : public QObject
     QList<PanelHoverTooltip*> m_hovers;
 
 private slots:
+    void initTestCase()
+    {
+        // Park the real pointer away from the rows: only the hover events the
+        // tests send may reach them.
+        QCursor::setPos(1800, 1000);
+    }
+
     void init()
     {
         m_window = new QWidget;
@@ -62,7 +70,7 @@ private slots:
             m_rows << row;
             m_hovers << new PanelHoverTooltip(row, texts.at(i), delayMs);
         }
-        m_window->resize(200, 140);
+        m_window->setGeometry(100, 100, 200, 140);
         m_window->show();
         QVERIFY(QTest::qWaitForWindowExposed(m_window));
     }

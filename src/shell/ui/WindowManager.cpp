@@ -3,9 +3,11 @@
 #include "DataStore.h"
 #include "DesktopPanelHost.h"
 #include "DraggablePanel.h"
+#include "HabitsWidgetView.h"
 #include "PlaceholderWidgetView.h"
 #include "PomodoroWidgetView.h"
 #include "StatusItemHost.h"
+#include "TasksWidgetView.h"
 #include "TrayPopup.h"
 #include "WidgetPlacement.h"
 #include "WidgetRegistry.h"
@@ -35,6 +37,10 @@ QWidget* WindowManager::widgetView(const QString& widgetId, bool viewOnly) const
         return m_viewFactory(widgetId, viewOnly);
     if (widgetId == u"pomodoro")
         return new PomodoroWidgetView(viewOnly);
+    if (widgetId == u"habits")
+        return new HabitsWidgetView(viewOnly);
+    if (widgetId == u"tasks")
+        return new TasksWidgetView(viewOnly);
     if (const WidgetMeta* meta = WidgetRegistry::find(widgetId))
         return new PlaceholderWidgetView(meta->name);
     return new PlaceholderWidgetView(QStringLiteral("Unknown widget"));

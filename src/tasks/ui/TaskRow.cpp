@@ -90,12 +90,15 @@ TaskRow::TaskRow(TaskItem* task, ModelContext& context, QWidget* parent)
     QPalette markerPalette = m_marker->palette();
     markerPalette.setColor(QPalette::WindowText, focusColor());
     m_marker->setPalette(markerPalette);
+    // Rows sit on a scroll viewport, whose Base background would make labels draw in Text.
+    m_marker->setForegroundRole(QPalette::WindowText);
 
     m_text = new QLabel(this);
     m_text->setObjectName(QStringLiteral("taskText"));
     m_text->setTextFormat(Qt::PlainText); // a task's text is never markup
     m_text->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
     m_text->setFont(Theme::font(Theme::Font::Body));
+    m_text->setForegroundRole(QPalette::WindowText);
 
     m_editField = new QLineEdit(this);
     m_editField->setObjectName(QStringLiteral("editField"));

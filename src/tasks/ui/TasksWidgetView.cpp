@@ -14,6 +14,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
+#include <QShortcut>
 #include <QStackedWidget>
 #include <QTimer>
 #include <QToolButton>
@@ -177,7 +178,9 @@ QWidget* TasksWidgetView::buildInputBar()
     m_addButton->setToolTip(tr("Add task"));
     m_addButton->setAutoRaise(true);
     m_addButton->setIcon(SymbolIcon::icon(QStringLiteral("plus.circle.fill"), Theme::accent()));
-    m_addButton->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Return));
+    // The button's own shortcut would press it after a click animation; this adds at once.
+    auto* shortcut = new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_Return), m_inputBar);
+    connect(shortcut, &QShortcut::activated, this, &TasksWidgetView::addTask);
     connect(m_addButton, &QToolButton::clicked, this, &TasksWidgetView::addTask);
     row->addWidget(m_addButton);
     return m_inputBar;

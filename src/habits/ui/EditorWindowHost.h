@@ -1,0 +1,17 @@
+#pragma once
+
+#include <QList>
+#include <QPointer>
+#include <QSize>
+#include <QString>
+#include <QWidget>
+
+// Small editor windows of their own (the habit editor). Several may be open at
+// once; each lives until it is closed.
+class EditorWindowHost
+{
+public:
+    // Shows `content` as a titled, closable window of `size`, centred and active.
+    static QWidget* open(const QString& title, const QSize& size, QWidget* content);
+    static QList<QPointer<QWidget>>& openWindows();
+};

@@ -1,0 +1,305 @@
+#include "HabitEditorSheet.h"
+
+#include "DataStore.h"
+#include "EmojiCoding.h"
+#include "Habit.h"
+#include "HabitColor.h"
+#include "HabitsService.h"
+#include "Theme.h"
+
+#include <QGridLayout>
+#include <QHBoxLayout>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPainter>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QSpinBox>
+#include <QTextBoundaryFinder>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+namespace {
+QLabel* caption(const QString& text, QWidget* parent)
+{
+    auto* label = new QLabel(text, parent);
+    label->setFont(Theme::font(Theme::Font::Caption));
+    Theme::makeSecondary(label);
+    return label;
+}
+
+QIcon swatch(const QString& hex, bool selected, const QColor& ring)
+{
+    QPixmap pixmap(24 * 2, 24 * 2);
+    pixmap.setDevicePixelRatio(2);
+    pixmap.fill(Qt::transparent);
+    QPainter p(&pixmap);
+    p.setRenderHint(QPainter::Antialiasing);
+    p.setBrush(HabitColor::orFallback(hex, Qt::gray));
+    p.setPen(selected ? QPen(ring, 2) : Qt::NoPen);
+    p.drawEllipse(QRectF(1, 1, 22, 22));
+    return QIcon(pixmap);
+}
+
+bool isSpaceOrTab(QChar c)
+{
+    return c == u' ' || c == u'\t';
+}
+} // namespace
+
+const QStringList& HabitEditorSheet::colorPalette()
+{
+    static const QStringList palette{QStringLiteral("#3B82F6"), QStringLiteral("#10B981"),
+                                     QStringLiteral("#F59E0B"), QStringLiteral("#EF4444"),
+                                     QStringLiteral("#8B5CF6"), QStringLiteral("#EC4899"),
+                                     QStringLiteral("#14B8A6"), QStringLiteral("#F97316")};
+    return palette;
+}
+
+const QStringList& HabitEditorSheet::quickIconPalette()
+{
+    static const QStringList palette =
+        QStringLiteral("💧 🥦 🍎 🥗 💊 🩺 🪥 🧴 🛁 🧘 🧖 🏃 🚶 🚴 🏊 🏋️ ⛹️ 🤸 🧗 "
+                       "💪 🧠 📚 📖 ✍️ 📝 🎓 💡 🔬 🧮 🗣️ "
+                       "⏰ ⏱️ 📅 🌅 ☀️ 🌙 🛏️ 💤 🌱 🌳 🎨 🎸 🎹 🎤 📷 🎬 🎮 🧩 ♟️ 📺 💼 💻 📊 📈 ✅ 🎯 🚀 "
+                       "🔧 "
+                       "🛠️ 📌 🚭 🍷 🥤 🍔 🍩 📱 💸 💰 🪙 🛒 ❤️ 🔥 ⭐ 🌟 ✨ 🌈 🎉 🙏 🧎 "
+                       "🕯️")
+            .split(u' ');
+    return palette;
+}
+
+QString HabitEditorSheet::firstCharacter(const QString& text)
+{
+    if (text.isEmpty())
+        return text;
+    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
+    const qsizetype end = finder.toNextBoundary();
+    return end <= 0 ? text : text.left(end);
+}
+
+HabitEditorSheet::HabitEditorSheet(Habit* existing, QWidget* parent)
+    : QWidget(parent)
+    , m_existing(existing)
+{
+    setObjectName(QStringLiteral("habitEditor"));
+    auto* outer = new QVBoxLayout(this);
+    outer->setContentsMargins(20, 20, 20, 20);
+    outer->setSpacing(14);
+    auto* title =
+        new QLabel(existing ? QStringLiteral("Edit habit") : QStringLiteral("New habit"), this);
+    title->setFont(Theme::font(Theme::Font::Headline, QFont::DemiBold));
+    outer->addWidget(title);
+
+    auto* sections = new QHBoxLayout;
+    sections->setSpacing(20);
+    // Icon section.
+    auto* iconColumn = new QVBoxLayout;
+    iconColumn->setSpacing(6);
+    iconColumn->addWidget(caption(QStringLiteral("Icon"), this));
+    m_iconField = new QLineEdit(this);
+    m_iconField->setObjectName(QStringLiteral("iconField"));
+    m_iconField->setAccessibleName(QStringLiteral("Icon"));
+    m_iconField->setFixedWidth(56);
+    m_iconField->setFont(Theme::font(Theme::Font::Title3));
+    iconColumn->addWidget(m_iconField);
+    auto* hint = new QLabel(QStringLiteral("Type, paste any emoji, or pick below."), this);
+    hint->setWordWrap(true);
+    Theme::makeSecondary(hint);
+    iconColumn->addWidget(hint);
+    auto* iconScroll = new QScrollArea(this);
+    iconScroll->setObjectName(QStringLiteral("iconGrid"));
+    iconScroll->setFixedSize(220, 200);
+    iconScroll->setFrameShape(QFrame::NoFrame);
+    iconScroll->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
+    auto* grid = new QWidget(iconScroll);
+    auto* gridLayout = new QGridLayout(grid);
+    gridLayout->setContentsMargins(0, 2, 0, 2);
+    gridLayout->setSpacing(6);
+    const QStringList& icons = quickIconPalette();
+    for (int i = 0; i < icons.size(); ++i) {
+        auto* button = new QToolButton(grid);
+        button->setObjectName(QStringLiteral("iconChoice"));
+        button->setText(icons[i]);
+        button->setAccessibleName(icons[i]);
+        button->setFixedSize(28, 28);
+        button->setAutoRaise(true);
+        button->setFont(Theme::font(Theme::Font::Title3));
+        connect(button, &QToolButton::clicked, this, [this, icon = icons[i]] { setIcon(icon); });
+        gridLayout->addWidget(button, i / 6, i % 6);
+        m_iconButtons << button;
+    }
+    iconScroll->setWidget(grid);
+    iconColumn->addWidget(iconScroll);
+    iconColumn->addStretch();
+    sections->addLayout(iconColumn);
+
+    // Colour, name and goal.
+    auto* right = new QVBoxLayout;
+    right->setSpacing(6);
+    right->addWidget(caption(QStringLiteral("Color"), this));
+    auto* colors = new QGridLayout;
+    colors->setSpacing(6);
+    for (int i = 0; i < colorPalette().size(); ++i) {
+        auto* button = new QToolButton(this);
+        button->setObjectName(QStringLiteral("colorChoice"));
+        button->setAccessibleName(colorPalette()[i]);
+        button->setAutoRaise(true);
+        button->setFixedSize(24, 24);
+        button->setIconSize(QSize(24, 24));
+        connect(button, &QToolButton::clicked, this,
+                [this, hex = colorPalette()[i]] { setColor(hex); });
+        colors->addWidget(button, i / 4, i % 4);
+        m_colorButtons << button;
+    }
+    right->addLayout(colors);
+    right->addSpacing(10);
+    right->addWidget(caption(QStringLiteral("Name"), this));
+    m_name = new QLineEdit(this);
+    m_name->setObjectName(QStringLiteral("nameField"));
+    m_name->setAccessibleName(QStringLiteral("Name"));
+    m_name->setPlaceholderText(QStringLiteral("e.g. Drink water"));
+    right->addWidget(m_name);
+    right->addSpacing(10);
+    right->addWidget(caption(QStringLiteral("Goal"), this));
+    m_goal = new QSpinBox(this);
+    m_goal->setObjectName(QStringLiteral("goalStepper"));
+    m_goal->setAccessibleName(QStringLiteral("Goal"));
+    m_goal->setRange(MinGoal, MaxGoal);
+    m_goal->setSuffix(QStringLiteral(" per day"));
+    m_goal->setValue(8);
+    right->addWidget(m_goal);
+    right->addStretch();
+    sections->addLayout(right, 1);
+    outer->addLayout(sections, 1);
+
+    auto* buttons = new QHBoxLayout;
+    if (existing) {
+        auto* remove = new QPushButton(QStringLiteral("Delete"), this);
+        remove->setObjectName(QStringLiteral("deleteButton"));
+        remove->setAccessibleName(QStringLiteral("Delete"));
+        connect(remove, &QPushButton::clicked, this, &HabitEditorSheet::deleteExisting);
+        buttons->addWidget(remove);
+    }
+    buttons->addStretch();
+    auto* cancel = new QPushButton(QStringLiteral("Cancel"), this);
+    cancel->setObjectName(QStringLiteral("cancelButton"));
+    cancel->setAccessibleName(QStringLiteral("Cancel"));
+    connect(cancel, &QPushButton::clicked, this, &HabitEditorSheet::dismissed);
+    m_save = new QPushButton(existing ? QStringLiteral("Save") : QStringLiteral("Create"), this);
+    m_save->setObjectName(QStringLiteral("saveButton"));
+    m_save->setAccessibleName(m_save->text());
+    m_save->setDefault(true);
+    connect(m_save, &QPushButton::clicked, this, &HabitEditorSheet::commit);
+    buttons->addWidget(cancel);
+    buttons->addWidget(m_save);
+    outer->addLayout(buttons);
+
+    connect(m_iconField, &QLineEdit::textChanged, this, [this](const QString& text) {
+        const QString first = firstCharacter(text);
+        if (first != text) {
+            m_iconField->setText(first); // re-enters with the cut text
+            return;
+        }
+        m_icon = text;
+        for (QToolButton* b : std::as_const(m_iconButtons)) {
+            const bool on = b->text() == m_icon;
+            b->setStyleSheet(on ? QStringLiteral("background: %1; border-radius: 4px;")
+                                      .arg(QColor(Theme::accent().red(), Theme::accent().green(),
+                                                  Theme::accent().blue(), 51)
+                                               .name(QColor::HexArgb))
+                                : QString());
+            b->setChecked(on);
+        }
+        updateSaveEnabled();
+    });
+    connect(m_name, &QLineEdit::textChanged, this, &HabitEditorSheet::updateSaveEnabled);
+
+    if (existing) {
+        m_name->setText(existing->name());
+        m_colorHex = existing->colorHex();
+        m_goal->setValue(int(std::clamp<qint64>(existing->maxValue(), MinGoal, MaxGoal)));
+        setIcon(EmojiCoding::decode(existing->icon()));
+    } else {
+        setIcon(m_icon);
+    }
+    setColor(m_colorHex);
+    updateSaveEnabled();
+    m_name->setFocus();
+}
+
+void HabitEditorSheet::keyPressEvent(QKeyEvent* event)
+{
+    // Escape is the cancel action, Return the default one (when allowed).
+    if (event->key() == Qt::Key_Escape) {
+        emit dismissed();
+        return;
+    }
+    if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) {
+        if (m_save->isEnabled())
+            commit();
+        return;
+    }
+    QWidget::keyPressEvent(event);
+}
+
+void HabitEditorSheet::setIcon(const QString& icon)
+{
+    if (m_iconField->text() == icon)
+        emit m_iconField->textChanged(icon);
+    else
+        m_iconField->setText(icon);
+}
+
+void HabitEditorSheet::setColor(const QString& hex)
+{
+    m_colorHex = hex;
+    const QColor ring = palette().color(QPalette::WindowText);
+    for (QToolButton* b : std::as_const(m_colorButtons))
+        b->setIcon(swatch(b->accessibleName(), b->accessibleName() == hex, ring));
+}
+
+int HabitEditorSheet::maxValue() const
+{
+    return m_goal->value();
+}
+
+QString HabitEditorSheet::trimmedName() const
+{
+    QString name = m_name->text();
+    qsizetype start = 0, end = name.size();
+    while (start < end && isSpaceOrTab(name[start]))
+        ++start;
+    while (end > start && isSpaceOrTab(name[end - 1]))
+        --end;
+    return name.mid(start, end - start);
+}
+
+void HabitEditorSheet::updateSaveEnabled()
+{
+    m_save->setEnabled(!trimmedName().isEmpty() && !m_icon.isEmpty());
+}
+
+void HabitEditorSheet::commit()
+{
+    m_goal->interpretText();
+    const QString name = trimmedName();
+    if (name.isEmpty())
+        return;
+    const QString icon = m_icon.isEmpty() ? QStringLiteral("💧") : m_icon;
+    ModelContext& context = DataStore::shared().mainContext();
+    if (m_existing)
+        HabitsService::shared().updateHabit(m_existing, icon, name, m_colorHex, maxValue(),
+                                            context);
+    else
+        HabitsService::shared().createHabit(icon, name, m_colorHex, maxValue(), context);
+    emit dismissed();
+}
+
+void HabitEditorSheet::deleteExisting()
+{
+    if (m_existing)
+        HabitsService::shared().deleteHabit(m_existing, DataStore::shared().mainContext());
+    emit dismissed();
+}

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <QPointer>
+#include <QStringList>
+#include <QWidget>
+
+#include "Habit.h"
+class QLabel;
+class QLineEdit;
+class QPushButton;
+class QSpinBox;
+class QToolButton;
+
+// The habit form: icon (one emoji), colour, name and daily goal, with Create or
+// Save, Cancel, and Delete for an existing habit. Only those buttons write.
+class HabitEditorSheet final : public QWidget
+{
+    Q_OBJECT
+
+public:
+    static const QStringList& colorPalette();
+    static const QStringList& quickIconPalette();
+    static constexpr int MinGoal = 1;
+    static constexpr int MaxGoal = 50;
+
+    explicit HabitEditorSheet(Habit* existing, QWidget* parent = nullptr);
+
+    QString icon() const { return m_icon; }
+    QString colorHex() const { return m_colorHex; }
+    int maxValue() const;
+    // The first whole grapheme cluster of `text` (a flag or a joined emoji stays whole).
+    static QString firstCharacter(const QString& text);
+
+    // Creates or updates the habit; does nothing while the trimmed name is empty.
+    void commit();
+    void deleteExisting();
+
+signals:
+    void dismissed();
+
+protected:
+    void keyPressEvent(QKeyEvent* event) override;
+
+private:
+    void setIcon(const QString& icon);
+    void setColor(const QString& hex);
+    void updateSaveEnabled();
+    QString trimmedName() const;
+
+    QPointer<Habit> m_existing;
+    QString m_icon = QStringLiteral("💧");
+    QString m_colorHex = QStringLiteral("#3B82F6");
+    QLineEdit* m_iconField;
+    QLineEdit* m_name;
+    QSpinBox* m_goal;
+    QPushButton* m_save;
+    QList<QToolButton*> m_iconButtons;
+    QList<QToolButton*> m_colorButtons;
+};

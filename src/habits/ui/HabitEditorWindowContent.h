@@ -1,0 +1,19 @@
+#pragma once
+
+#include <QWidget>
+
+class Habit;
+class HabitEditorSheet;
+
+// The editor window's content: the form, whose every dismissal closes the window.
+class HabitEditorWindowContent final : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit HabitEditorWindowContent(Habit* existing, QWidget* parent = nullptr);
+    HabitEditorSheet* sheet() const { return m_sheet; }
+
+private:
+    HabitEditorSheet* m_sheet;
+};
