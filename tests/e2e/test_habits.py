@@ -1,0 +1,79 @@
+#!/usr/bin/python3
+"""End-to-end: the habits widget of the real tidewell binary on a throwaway desktop.
+A habit is created through the editor window from the tray popup and counted up
+three times quickly; the store then holds one history record for today with 3.
+
+Usage: test_habits.py <tidewell binary> [screenshot folder]
+"""
+import datetime
+import os
+import signal
+import sqlite3
+import subprocess
+import sys
+import time
+import unittest
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from desktop import Desktop, wait_for  # noqa: E402
+
+APP = os.path.abspath(sys.argv[1]) if len(sys.argv) > 1 else None
+SHOTS = sys.argv[2] if len(sys.argv) > 2 else None
+
+
+class HabitsOnTheDesktop(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.desktop = Desktop()
+        os.environ.update({k: cls.desktop.env[k] for k in ("DISPLAY", "DBUS_SESSION_BUS_ADDRESS")})
+        import accessibility
+        cls.a11y = accessibility
+        cls.app = subprocess.Popen([APP], env=cls.desktop.env, stdout=subprocess.DEVNULL,
+                                   stderr=subprocess.DEVNULL)
+        cls.root = accessibility.application("Tidewell")
+
+    @classmethod
+    def tearDownClass(cls):
+        if cls.app.poll() is None:
+            cls.app.kill()
+            cls.app.wait()
+        cls.desktop.close()
+
+    def test_create_and_count_a_habit(self):
+        a11y, desktop = self.a11y, self.desktop
+        a11y.press(a11y.find(self.root, "Habits in status bar"))
+        (x, y), = wait_for(desktop.tray_icons)
+        desktop.click(x, y)
+        self.assertTrue(wait_for(lambda: desktop.window_ids("^Habits$")), "popup did not open")
+        a11y.press(a11y.find(self.root, "Add your first habit"))
+        self.assertTrue(wait_for(lambda: desktop.window_ids("^New habit$")), "no editor window")
+        time.sleep(0.5)
+        desktop.run(["xdotool", "type", "--delay", "20", "Water"])
+        if SHOTS:
+            desktop.screenshot(os.path.join(SHOTS, "habit-editor.png"), "^New habit$")
+        a11y.press(a11y.find(self.root, "Create"))
+        self.assertTrue(wait_for(lambda: not desktop.window_ids("^New habit$")))
+
+        if not desktop.window_ids("^Habits$"):
+            desktop.click(x, y)
+        add = a11y.find(self.root, "Add one: Water")
+        for _ in range(3):
+            a11y.press(add)
+        a11y.find(self.root, "3/8")  # the default goal is 8 a day
+        if SHOTS:
+            time.sleep(0.4)
+            desktop.screenshot(os.path.join(SHOTS, "habits-popup.png"), "^Habits$")
+
+        # SIGTERM saves the store before leaving.
+        self.app.send_signal(signal.SIGTERM)
+        self.assertEqual(self.app.wait(15), 0)
+        store = os.path.join(desktop.home, ".local/share/com.brenlow.tidewell/store.sqlite")
+        db = sqlite3.connect(store)
+        today = datetime.date.today().isoformat()
+        rows = db.execute("SELECT h.name, hh.date, hh.value, hh.completed FROM habit_history hh "
+                          "JOIN habit h ON h.id = hh.habitId").fetchall()
+        self.assertEqual(rows, [("Water", today, 3, 0)])
+
+
+if __name__ == "__main__":
+    unittest.main(argv=[sys.argv[0], "-v"])
