@@ -15,6 +15,7 @@
 #include <QPainter>
 #include <QPainterPath>
 #include <QTimer>
+#include <QSignalBlocker>
 #include <QToolButton>
 
 namespace {
@@ -128,7 +129,8 @@ TaskRow::TaskRow(TaskItem* task, ModelContext& context, QWidget* parent)
 
     m_tooltip = new PanelHoverTooltip(this, task ? task->header() : QString(), TooltipDelayMs);
 
-    connect(m_checkButton, &QToolButton::clicked, this, [this] {
+    // toggled, not clicked: assistive technologies toggle without clicking.
+    connect(m_checkButton, &QToolButton::toggled, this, [this] {
         if (m_task && m_context)
             TasksService::shared().toggleCheck(m_task, *m_context);
         updateState(); // the button's own toggle must not outrun the task
@@ -236,7 +238,10 @@ void TaskRow::updateText()
 void TaskRow::updateState()
 {
     const bool checked = m_task && m_task->checked();
-    m_checkButton->setChecked(checked);
+    {
+        const QSignalBlocker quiet(m_checkButton); // mirrors the task, is no user toggle
+        m_checkButton->setChecked(checked);
+    }
     m_checkButton->setIcon(
         checked ? rowIcon(QStringLiteral("checkmark.square.fill"), Theme::accent(), checkIconSize)
                 : rowIcon(QStringLiteral("square"), Theme::secondary(), checkIconSize));
