@@ -1,36 +1,175 @@
 #include "SyncEngine.h"
 
+#include "APIClient.h"
+#include "AuthService.h"
+#include "Clock.h"
+#include "DataStore.h"
+#include "SyncMapping.h"
+
+#include <QScopeGuard>
+
+#include <memory>
+
+namespace {
+const QString unreadable = QStringLiteral("could not read local data");
+}
+
 SyncEngine& SyncEngine::shared()
 {
     static SyncEngine* instance = new SyncEngine;
     return *instance;
 }
 
+void SyncEngine::setContextSource(ContextSource source)
+{
+    m_contextSource = std::move(source);
+}
+
+ModelContext* SyncEngine::context() const
+{
+    if (m_contextSource)
+        return m_contextSource();
+    return &DataStore::shared().mainContext();
+}
+
+void SyncEngine::setSyncing(bool on)
+{
+    const bool was = isSyncing();
+    m_syncing += on ? 1 : -1;
+    if (was != isSyncing())
+        emit isSyncingChanged();
+}
+
+void SyncEngine::setApplyingRemote(bool on)
+{
+    if (m_applyingRemote == on)
+        return;
+    m_applyingRemote = on;
+    emit isApplyingRemoteChanged();
+}
+
+void SyncEngine::setLastError(const QString& text)
+{
+    if (m_lastError == text)
+        return;
+    m_lastError = text;
+    emit lastErrorChanged();
+}
+
+void SyncEngine::failed(const APIError& error, const QString& prefix)
+{
+    if (error.kind() == APIError::Kind::Unauthorized) {
+        setLastError(QStringLiteral("Token rejected — sign in again"));
+        AuthService::shared().signOut();
+        return;
+    }
+    setLastError(prefix + error.errorDescription());
+}
+
 QCoro::Task<> SyncEngine::pullAll()
 {
-    co_return;
+    if (!AuthService::shared().isSignedIn()) {
+        setLastError(QStringLiteral("Not signed in"));
+        co_return;
+    }
+    setSyncing(true);
+    // Whatever happens below, the pull ends here.
+    const auto end = qScopeGuard([this] {
+        setApplyingRemote(false);
+        setSyncing(false);
+    });
+
+    APIClient& api = APIClient::shared();
+    // Destroying the scope aborts whatever is still in flight.
+    auto scope = std::make_unique<QObject>();
+    auto tasksCall = api.getTasks(scope.get());
+    auto habitsCall = api.getHabits(scope.get());
+    auto pomodoroCall = api.getPomodoro(scope.get());
+
+    const auto lists = co_await tasksCall;
+    if (!lists) {
+        failed(lists.error(), {});
+        co_return;
+    }
+    const auto habits = co_await habitsCall;
+    if (!habits) {
+        failed(habits.error(), {});
+        co_return;
+    }
+    const auto pomodoro = co_await pomodoroCall;
+    if (!pomodoro) {
+        failed(pomodoro.error(), {});
+        co_return;
+    }
+
+    ModelContext* ctx = context();
+    if (!ctx) {
+        setLastError(QStringLiteral("Pull failed: ") + unreadable);
+        co_return;
+    }
+    setApplyingRemote(true);
+    SyncMapping::applyTasks(*ctx, lists.value());
+    SyncMapping::applyHabits(*ctx, habits.value());
+    SyncMapping::applyPomodoro(*ctx, pomodoro.value());
+    QString why;
+    if (!ctx->save(&why)) {
+        setLastError(why);
+        co_return;
+    }
+    setApplyingRemote(false);
+    AuthService::shared().setLastSyncedAt(Clock::now());
+    setLastError({});
 }
+
+bool SyncEngine::mayPush() const
+{
+    return !m_applyingRemote && AuthService::shared().isSignedIn();
+}
+
 QCoro::Task<> SyncEngine::pushHabits()
 {
-    co_return;
+    if (!mayPush())
+        co_return;
+    const QString prefix = QStringLiteral("Push (habits) failed: ");
+    ModelContext* ctx = context();
+    if (!ctx) {
+        setLastError(prefix + unreadable);
+        co_return;
+    }
+    const auto error = co_await APIClient::shared().putHabits(SyncMapping::habits(*ctx));
+    if (error)
+        failed(*error, prefix);
 }
+
 QCoro::Task<> SyncEngine::pushTasks()
 {
-    co_return;
+    if (!mayPush())
+        co_return;
+    const QString prefix = QStringLiteral("Push (tasks) failed: ");
+    ModelContext* ctx = context();
+    if (!ctx) {
+        setLastError(prefix + unreadable);
+        co_return;
+    }
+    const auto error = co_await APIClient::shared().putTasks(SyncMapping::taskLists(*ctx));
+    if (error)
+        failed(*error, prefix);
 }
+
 QCoro::Task<> SyncEngine::pushPomodoro()
 {
-    co_return;
-}
-bool SyncEngine::isSyncing() const
-{
-    return false;
-}
-bool SyncEngine::isApplyingRemote() const
-{
-    return false;
-}
-QString SyncEngine::lastError() const
-{
-    return {};
+    if (!mayPush())
+        co_return;
+    const QString prefix = QStringLiteral("Push (pomodoro) failed: ");
+    ModelContext* ctx = context();
+    if (!ctx) {
+        setLastError(prefix + unreadable);
+        co_return;
+    }
+    const std::optional<PomodoroState> state = SyncMapping::pomodoro(*ctx);
+    if (!state)
+        co_return;
+    const auto error = co_await APIClient::shared().putPomodoro(*state);
+    if (error)
+        failed(*error, prefix);
 }

@@ -4,6 +4,11 @@
 #include <QObject>
 #include <QString>
 
+#include <functional>
+
+class APIError;
+class ModelContext;
+
 // Keeps the local habits, task lists and timer state in step with the web
 // service: whole-resource pushes after local changes, and a full pull on demand.
 class SyncEngine final : public QObject
@@ -14,6 +19,9 @@ class SyncEngine final : public QObject
     Q_PROPERTY(QString lastError READ lastError NOTIFY lastErrorChanged)
 
 public:
+    // The store context to read and write; null when the store cannot be read.
+    using ContextSource = std::function<ModelContext*()>;
+
     static SyncEngine& shared();
 
     QCoro::Task<> pullAll();
@@ -23,13 +31,34 @@ public:
     QCoro::Task<> pushTasks();
     QCoro::Task<> pushPomodoro();
 
-    bool isSyncing() const;
-    bool isApplyingRemote() const;
+    bool isSyncing() const { return m_syncing > 0; }
+    bool isApplyingRemote() const { return m_applyingRemote; }
     // Empty when there is no error.
-    QString lastError() const;
+    QString lastError() const { return m_lastError; }
+
+    // Tests: where the store comes from; empty restores the shared store.
+    void setContextSource(ContextSource source);
 
 signals:
     void isSyncingChanged();
     void isApplyingRemoteChanged();
     void lastErrorChanged();
+
+private:
+    SyncEngine() = default;
+
+    ModelContext* context() const;
+    bool mayPush() const;
+    // A failed request: a rejected token signs out; anything else is reported
+    // after `prefix`.
+    void failed(const APIError& error, const QString& prefix);
+    void setSyncing(bool on);
+    void setApplyingRemote(bool on);
+    void setLastError(const QString& text);
+
+    // Pulls running at once; isSyncing while any of them runs.
+    int m_syncing = 0;
+    bool m_applyingRemote = false;
+    QString m_lastError;
+    ContextSource m_contextSource;
 };

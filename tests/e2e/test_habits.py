@@ -41,8 +41,13 @@ class HabitsOnTheDesktop(unittest.TestCase):
 
     def test_create_and_count_a_habit(self):
         a11y, desktop = self.a11y, self.desktop
-        a11y.press(a11y.find(self.root, "Habits in status bar"))
-        (x, y), = wait_for(desktop.tray_icons)
+        switch = a11y.find(self.root, "Habits in status bar")
+        a11y.press(switch)
+        self.assertTrue(wait_for(lambda: a11y.is_checked(switch)), "the switch did not turn on")
+        icons = wait_for(desktop.tray_icons)
+        if not icons:
+            desktop.screenshot("/tmp/e2e-habits-failure.png")
+        (x, y), = icons
         desktop.click(x, y)
         self.assertTrue(wait_for(lambda: desktop.window_ids("^Habits$")), "popup did not open")
         a11y.press(a11y.find(self.root, "Add your first habit"))

@@ -1,5 +1,7 @@
 #include "AppController.h"
 
+#include "AuthService.h"
+
 #include "DailyResetService.h"
 #include "DataStore.h"
 #include "HubWindow.h"
@@ -72,6 +74,8 @@ void AppController::attach(SingleInstance* instance)
 void AppController::openUrl(const QUrl& url)
 {
     emit urlReceived(url);
+    // Sign-in decides whether the URL is its callback; anything else is ignored.
+    QCoro::connect(AuthService::shared().consumeCallback(url), this, [] {});
 }
 
 void AppController::askToQuitDuringFocus(std::function<void(bool)> answer)

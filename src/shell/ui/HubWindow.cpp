@@ -1,5 +1,7 @@
 #include "HubWindow.h"
 
+#include "AccountSection.h"
+
 #include "BundleInfo.h"
 #include "SettingsView.h"
 #include "Theme.h"
@@ -64,8 +66,10 @@ HubWindow::HubWindow(QWidget* parent)
     outer->addWidget(scroll, 1);
     setCentralWidget(central);
 
+    m_account = new AccountSection(content);
     m_toggles = new WidgetTogglesView(content);
     m_settings = new SettingsView(content);
+    addSection(m_account);
     addSection(m_toggles);
     addSection(m_settings);
 }

@@ -3,6 +3,7 @@
 #include <QMainWindow>
 
 class QVBoxLayout;
+class AccountSection;
 class SettingsView;
 class WidgetTogglesView;
 
@@ -28,6 +29,7 @@ signals:
 
 private:
     QVBoxLayout* m_column = nullptr;
+    AccountSection* m_account = nullptr;
     WidgetTogglesView* m_toggles = nullptr;
     SettingsView* m_settings = nullptr;
 };

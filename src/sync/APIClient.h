@@ -1,0 +1,64 @@
+#pragma once
+
+#include "APIResult.h"
+#include "PomodoroState.h"
+#include "WireHabit.h"
+#include "WireTaskList.h"
+
+#include <QCoro/QCoroTask>
+#include <QNetworkAccessManager>
+#include <QNetworkRequest>
+#include <QObject>
+
+#include <chrono>
+#include <optional>
+
+// The one HTTP client of the web service's REST API: GET and whole-resource PUT
+// of task lists, habits and the timer state, authorised with the stored token.
+class APIClient final : public QObject
+{
+    Q_OBJECT
+
+public:
+    static constexpr qint64 MaxReplySize = 32 * 1024 * 1024;
+    static constexpr int MaxRedirects = 5;
+
+    static APIClient& shared();
+
+    // The bundle's default server, or the local development server.
+    static QString defaultServerURL();
+    // The user's override when it holds more than blanks (returned as stored),
+    // else defaultServerURL().
+    static QString serverURLString();
+
+    // An authorised request for `path` on the current server; notSignedIn
+    // without a token, a transport error when the server address is unusable.
+    static APIResult<QNetworkRequest> makeRequest(const QString& path);
+    // The server address with `path` appended after exactly one "/".
+    static QUrl joined(const QUrl& base, const QString& path);
+
+    // Every call reads the token and server afresh. When `scope` is destroyed
+    // before the reply arrives, the request is aborted (a transport error).
+    QCoro::Task<APIResult<QList<WireTaskList>>> getTasks(QObject* scope = nullptr);
+    QCoro::Task<APIResult<QList<WireHabit>>> getHabits(QObject* scope = nullptr);
+    // Absent when the server holds no timer state.
+    QCoro::Task<APIResult<std::optional<PomodoroState>>> getPomodoro(QObject* scope = nullptr);
+    // Absent on success.
+    QCoro::Task<std::optional<APIError>> putTasks(QList<WireTaskList> lists);
+    QCoro::Task<std::optional<APIError>> putHabits(QList<WireHabit> habits);
+    QCoro::Task<std::optional<APIError>> putPomodoro(PomodoroState state);
+
+    // Inactivity limit of one transfer (60 s); tests shorten it.
+    void setTransferTimeout(std::chrono::milliseconds timeout) { m_timeout = timeout; }
+
+private:
+    APIClient() = default;
+
+    // The 2xx body, or the error the reply maps to.
+    QCoro::Task<APIResult<QByteArray>> send(QByteArray method, QString path, QByteArray body,
+                                            QObject* scope);
+    QCoro::Task<std::optional<APIError>> put(QString path, QByteArray body);
+
+    QNetworkAccessManager m_network;
+    std::chrono::milliseconds m_timeout{60'000};
+};

@@ -1,0 +1,163 @@
+#include "AuthService.h"
+
+#include "APIClient.h"
+#include "BundleInfo.h"
+#include "KeychainStore.h"
+#include "Preferences.h"
+#include "SyncEngine.h"
+
+#include <QDesktopServices>
+#include <QRandomGenerator>
+#include <QUrlQuery>
+
+AuthService& AuthService::shared()
+{
+    static AuthService* instance = new AuthService;
+    return *instance;
+}
+
+AuthService::AuthService()
+{
+    reload();
+}
+
+void AuthService::reload()
+{
+    const std::optional<QString> token = KeychainStore::loadToken();
+    setSignedIn(token && !token->isEmpty());
+}
+
+void AuthService::setSignedIn(bool on)
+{
+    if (m_isSignedIn == on)
+        return;
+    m_isSignedIn = on;
+    emit isSignedInChanged();
+}
+
+void AuthService::setLastError(const QString& text)
+{
+    if (m_lastError == text)
+        return;
+    m_lastError = text;
+    emit lastErrorChanged();
+}
+
+void AuthService::setLastSyncedAt(const QDateTime& when)
+{
+    if (m_lastSyncedAt == when && m_lastSyncedAt.isValid() == when.isValid())
+        return;
+    m_lastSyncedAt = when;
+    emit lastSyncedAtChanged();
+}
+
+void AuthService::setBrowserOpener(BrowserOpener opener)
+{
+    m_openBrowser = std::move(opener);
+}
+
+QCoro::Task<bool> AuthService::signIn(QString token)
+{
+    token = token.trimmed();
+    if (token.isEmpty()) {
+        setLastError(QStringLiteral("Token is empty"));
+        co_return false;
+    }
+    // Stored before the test: the client reads the token from the keychain.
+    KeychainStore::saveToken(token);
+    const auto lists = co_await APIClient::shared().getTasks();
+    if (!lists) {
+        KeychainStore::clearToken();
+        setSignedIn(false);
+        setLastError(lists.error().errorDescription());
+        co_return false;
+    }
+    setSignedIn(true);
+    setLastError({});
+    co_return true;
+}
+
+QString AuthService::randomNonce(int length)
+{
+    QString out;
+    out.reserve(length * 2);
+    QRandomGenerator* random = QRandomGenerator::system();
+    for (int i = 0; i < length; ++i)
+        out += QStringLiteral("%1").arg(random->bounded(256), 2, 16, QLatin1Char('0'));
+    return out;
+}
+
+QString AuthService::appURLScheme()
+{
+    for (const QString& scheme : BundleInfo::current().urlSchemes) {
+        if (!scheme.isEmpty())
+            return scheme;
+    }
+    return QStringLiteral("tidewell");
+}
+
+void AuthService::beginBrowserSignIn(const QString& serverBase)
+{
+    const QString base = serverBase.trimmed();
+    const QUrl parsed(base, QUrl::StrictMode);
+    if (base.isEmpty() || !parsed.isValid()) {
+        setLastError(QStringLiteral("Invalid server URL"));
+        return;
+    }
+    Preferences::setServerURLOverride(base);
+    m_pendingNonce = randomNonce(24);
+
+    QUrl connect = parsed;
+    connect.setPath(QStringLiteral("/en/app/connect"));
+    connect.setFragment(QString()); // a fragment would only confuse the web app
+    QUrlQuery query;
+    query.addQueryItem(QStringLiteral("state"), m_pendingNonce);
+    query.addQueryItem(QStringLiteral("scheme"), appURLScheme());
+    connect.setQuery(query);
+    if (!connect.isValid() || connect.isRelative() || connect.host().isEmpty()) {
+        setLastError(QStringLiteral("Failed to build connect URL"));
+        return;
+    }
+    setLastError({});
+    const bool opened = m_openBrowser ? m_openBrowser(connect) : QDesktopServices::openUrl(connect);
+    if (!opened)
+        qWarning("AuthService open browser failed: %s",
+                 qPrintable(connect.toString(QUrl::RemoveQuery)));
+}
+
+QCoro::Task<> AuthService::consumeCallback(QUrl url)
+{
+    // QUrl already lower-cases scheme and host, so this compares normalised forms.
+    if (url.scheme().isEmpty() || url.scheme() != appURLScheme())
+        co_return;
+    if (url.host() != u"auth")
+        co_return;
+    if (!url.isValid()) {
+        setLastError(QStringLiteral("Malformed callback URL"));
+        co_return;
+    }
+    const QUrlQuery query(url);
+    const QString token = query.queryItemValue(QStringLiteral("token"), QUrl::FullyDecoded);
+    const QString state = query.queryItemValue(QStringLiteral("state"), QUrl::FullyDecoded);
+    if (token.isEmpty()) {
+        setLastError(QStringLiteral("Callback missing token"));
+        co_return;
+    }
+    if (m_pendingNonce.isEmpty() || state != m_pendingNonce) {
+        setLastError(QStringLiteral("Rejected unexpected sign-in callback"));
+        co_return;
+    }
+    m_pendingNonce.clear();
+    co_await signIn(token);
+    if (m_isSignedIn)
+        co_await SyncEngine::shared().pullAll();
+}
+
+void AuthService::signOut()
+{
+    KeychainStore::clearToken();
+    setSignedIn(false);
+    setLastError({});
+    setLastSyncedAt({});
+    m_pendingNonce.clear();
+}

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "KeychainBackend.h"
+
+#include <QMutex>
+#include <QObject>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+
+class QThread;
+namespace QKeychain {
+class Job;
+}
+
+// The system keychain through qtkeychain (the Secret Service on Linux). Jobs
+// run on a worker thread with its own event loop, so that a caller can wait for
+// one with a time limit: a secret store that never answers counts as a failure
+// after `limit` instead of freezing the caller.
+class SecretServiceKeychain final : public KeychainBackend
+{
+public:
+    explicit SecretServiceKeychain(std::chrono::milliseconds limit = std::chrono::seconds(3));
+    ~SecretServiceKeychain() override;
+
+    std::optional<QByteArray> read(const QString& service, const QString& account) override;
+    void write(const QString& service, const QString& account, const QByteArray& data) override;
+    void remove(const QString& service, const QString& account) override;
+
+    struct Outcome;
+
+private:
+    // Runs the job `make` creates on the worker; absent when it failed or timed out.
+    std::optional<QByteArray> run(const std::function<QKeychain::Job*()>& make);
+    // The object that lives on the worker thread, started on first use.
+    QObject* worker();
+    void stop();
+
+    std::chrono::milliseconds m_limit;
+    QMutex m_lock;
+    QThread* m_thread = nullptr;
+    QObject* m_jobs = nullptr;
+    QMetaObject::Connection m_appGone;
+};

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "PomodoroState.h"
+#include "WireHabit.h"
+#include "WireTaskList.h"
+
+#include <QList>
+
+#include <optional>
+
+class ModelContext;
+
+// Between the store's records and the wire records. The to-wire side reads;
+// the apply side replaces the local habits and task lists with pulled ones.
+class SyncMapping
+{
+public:
+    SyncMapping() = delete;
+
+    // Sorted by `order`, each list's tasks too.
+    static QList<WireHabit> habits(ModelContext& context);
+    static QList<WireTaskList> taskLists(ModelContext& context);
+    // Absent when there is no timer configuration.
+    static std::optional<PomodoroState> pomodoro(ModelContext& context);
+
+    // Replaces every list (and its tasks) with `lists`, in received order.
+    static void applyTasks(ModelContext& context, const QList<WireTaskList>& lists);
+    // Replaces every habit with `habits`, in received order. Daily history moves
+    // to the first pulled habit of the same name; the rest goes with its habit.
+    static void applyHabits(ModelContext& context, const QList<WireHabit>& habits);
+    // Overwrites the timer configuration; absent state changes nothing.
+    static void applyPomodoro(ModelContext& context, const std::optional<PomodoroState>& state);
+};

@@ -1,0 +1,174 @@
+#include "AccountSection.h"
+
+#include "AuthService.h"
+#include "SignInSheet.h"
+#include "SymbolIcon.h"
+#include "SyncEngine.h"
+#include "Theme.h"
+
+#include <QDateTime>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLocale>
+#include <QPainter>
+#include <QPushButton>
+#include <QStackedLayout>
+#include <QVBoxLayout>
+
+namespace {
+const QColor green(52, 199, 89);
+
+class Tinted final : public QWidget
+{
+public:
+    Tinted(QColor tint, QWidget* parent)
+        : QWidget(parent)
+        , m_tint(tint)
+    {}
+
+protected:
+    void paintEvent(QPaintEvent*) override
+    {
+        QPainter p(this);
+        p.setRenderHint(QPainter::Antialiasing);
+        p.setPen(Qt::NoPen);
+        p.setBrush(m_tint);
+        p.drawRoundedRect(QRectF(rect()), 8, 8);
+    }
+
+private:
+    QColor m_tint;
+};
+
+QLabel* symbol(const QString& name, const QColor& color, QWidget* parent)
+{
+    auto* label = new QLabel(parent);
+    label->setPixmap(SymbolIcon::drawn(name, color).pixmap(24, 24));
+    return label;
+}
+
+QVBoxLayout* titled(const QString& title, QLabel* detail, QWidget* parent)
+{
+    auto* column = new QVBoxLayout;
+    column->setSpacing(2);
+    auto* heading = new QLabel(title, parent);
+    heading->setFont(Theme::font(Theme::Font::Callout, QFont::Medium));
+    detail->setFont(Theme::font(Theme::Font::Caption));
+    detail->setWordWrap(true);
+    Theme::makeSecondary(detail);
+    column->addWidget(heading);
+    column->addWidget(detail);
+    return column;
+}
+} // namespace
+
+AccountSection::AccountSection(QWidget* parent)
+    : QWidget(parent)
+{
+    setObjectName(QStringLiteral("accountSection"));
+    m_stack = new QStackedLayout(this);
+
+    QColor grey = Theme::secondary(0.08);
+    m_signedOut = new Tinted(grey, this);
+    auto* out = new QHBoxLayout(m_signedOut);
+    out->setContentsMargins(10, 10, 10, 10);
+    out->setSpacing(10);
+    out->addWidget(symbol(QStringLiteral("person.crop.circle.badge.exclamationmark"),
+                          Theme::secondary(), m_signedOut));
+    out->addLayout(titled(QStringLiteral("Not signed in"),
+                          new QLabel(QStringLiteral("Sign in to sync with the Tidewell web app."),
+                                     m_signedOut),
+                          m_signedOut),
+                   1);
+    auto* signIn = new QPushButton(QStringLiteral("Sign in"), m_signedOut);
+    signIn->setObjectName(QStringLiteral("signInButton"));
+    signIn->setDefault(true);
+    out->addWidget(signIn);
+    connect(signIn, &QPushButton::clicked, this, &AccountSection::openSignIn);
+
+    QColor greenTint = green;
+    greenTint.setAlphaF(0.08);
+    m_signedIn = new Tinted(greenTint, this);
+    auto* in = new QVBoxLayout(m_signedIn);
+    in->setContentsMargins(10, 10, 10, 10);
+    in->setSpacing(8);
+    auto* row = new QHBoxLayout;
+    row->setSpacing(10);
+    row->addWidget(symbol(QStringLiteral("person.crop.circle.badge.checkmark"), green, m_signedIn));
+    m_lastSync = new QLabel(m_signedIn);
+    m_lastSync->setObjectName(QStringLiteral("lastSyncLabel"));
+    row->addLayout(titled(QStringLiteral("Connected"), m_lastSync, m_signedIn), 1);
+    m_sync = new QPushButton(m_signedIn);
+    m_sync->setObjectName(QStringLiteral("syncButton"));
+    auto* signOut = new QPushButton(QStringLiteral("Sign out"), m_signedIn);
+    signOut->setObjectName(QStringLiteral("signOutButton"));
+    signOut->setFlat(true);
+    signOut->setStyleSheet(QStringLiteral("QPushButton { color: #d70015; }"));
+    row->addWidget(m_sync);
+    row->addWidget(signOut);
+    in->addLayout(row);
+    m_error = new QLabel(m_signedIn);
+    m_error->setObjectName(QStringLiteral("syncError"));
+    m_error->setFont(Theme::font(Theme::Font::Caption));
+    m_error->setStyleSheet(QStringLiteral("color: #d70015;"));
+    m_error->setWordWrap(true);
+    m_error->setTextFormat(Qt::PlainText);
+    in->addWidget(m_error);
+
+    m_stack->addWidget(m_signedOut);
+    m_stack->addWidget(m_signedIn);
+
+    AuthService& auth = AuthService::shared();
+    SyncEngine& sync = SyncEngine::shared();
+    connect(m_sync, &QPushButton::clicked, this,
+            [] { QCoro::connect(SyncEngine::shared().pullAll(), qApp, [] {}); });
+    connect(signOut, &QPushButton::clicked, &auth, &AuthService::signOut);
+    connect(&auth, &AuthService::isSignedInChanged, this, &AccountSection::refresh);
+    connect(&auth, &AuthService::lastSyncedAtChanged, this, &AccountSection::refresh);
+    connect(&sync, &SyncEngine::isSyncingChanged, this, &AccountSection::refresh);
+    connect(&sync, &SyncEngine::lastErrorChanged, this, &AccountSection::refresh);
+    refresh();
+}
+
+QString AccountSection::lastSyncText(const QDateTime& lastSyncedAt)
+{
+    if (!lastSyncedAt.isValid())
+        return QStringLiteral("Not synced yet");
+    return QStringLiteral("Last sync ") +
+           QLocale().toString(lastSyncedAt.toLocalTime().time(), QLocale::ShortFormat);
+}
+
+bool AccountSection::showsSignedIn() const
+{
+    return m_stack->currentWidget() == m_signedIn;
+}
+
+SignInSheet* AccountSection::signInSheet() const
+{
+    return window()->findChild<SignInSheet*>();
+}
+
+void AccountSection::refresh()
+{
+    const AuthService& auth = AuthService::shared();
+    const SyncEngine& sync = SyncEngine::shared();
+    m_stack->setCurrentWidget(auth.isSignedIn() ? m_signedIn : m_signedOut);
+    m_lastSync->setText(lastSyncText(auth.lastSyncedAt()));
+    const bool syncing = sync.isSyncing();
+    m_sync->setEnabled(!syncing);
+    // A spinner would need an animation timer; the text says the same.
+    m_sync->setText(syncing ? QStringLiteral("Syncing…") : QStringLiteral("Sync"));
+    m_sync->setIcon(syncing ? QIcon() : SymbolIcon::icon(QStringLiteral("arrow.clockwise")));
+    m_sync->setAccessibleName(syncing ? QStringLiteral("Syncing") : QStringLiteral("Sync"));
+    m_error->setText(sync.lastError());
+    m_error->setVisible(!sync.lastError().isEmpty());
+}
+
+void AccountSection::openSignIn()
+{
+    if (signInSheet())
+        return;
+    auto* sheet = new SignInSheet(window());
+    emit signInSheetOpened(sheet);
+    sheet->open();
+}

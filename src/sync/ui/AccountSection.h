@@ -1,0 +1,38 @@
+#pragma once
+
+#include <QWidget>
+
+class QLabel;
+class QPushButton;
+class QStackedLayout;
+class SignInSheet;
+
+// The hub's account block: "Not signed in" with a Sign in button, or
+// "Connected" with the last sync time, Sync, Sign out and the last sync error.
+class AccountSection final : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit AccountSection(QWidget* parent = nullptr);
+
+    bool showsSignedIn() const;
+    QPushButton* syncButton() const { return m_sync; }
+    SignInSheet* signInSheet() const;
+    // "Last sync 14:05" or "Not synced yet".
+    static QString lastSyncText(const QDateTime& lastSyncedAt);
+
+signals:
+    void signInSheetOpened(SignInSheet* sheet);
+
+private:
+    void refresh();
+    void openSignIn();
+
+    QStackedLayout* m_stack = nullptr;
+    QWidget* m_signedOut = nullptr;
+    QWidget* m_signedIn = nullptr;
+    QLabel* m_lastSync = nullptr;
+    QLabel* m_error = nullptr;
+    QPushButton* m_sync = nullptr;
+};

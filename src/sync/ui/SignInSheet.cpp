@@ -1,0 +1,212 @@
+#include "SignInSheet.h"
+
+#include "APIClient.h"
+#include "AuthService.h"
+#include "Preferences.h"
+#include "SymbolIcon.h"
+#include "SyncEngine.h"
+#include "Theme.h"
+
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPointer>
+#include <QPushButton>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+namespace {
+QLabel* note(const QString& text, Theme::Font font, QWidget* parent)
+{
+    auto* label = new QLabel(text, parent);
+    label->setFont(Theme::font(font));
+    label->setWordWrap(true);
+    Theme::makeSecondary(label);
+    return label;
+}
+
+QString trimmedBlanks(const QString& s)
+{
+    qsizetype a = 0, b = s.size();
+    while (a < b && (s[a] == u' ' || s[a] == u'\t'))
+        ++a;
+    while (b > a && (s[b - 1] == u' ' || s[b - 1] == u'\t'))
+        --b;
+    return s.mid(a, b - a);
+}
+} // namespace
+
+SignInSheet::SignInSheet(QWidget* parent)
+    : QDialog(parent)
+{
+    setObjectName(QStringLiteral("signInSheet"));
+    setWindowTitle(QStringLiteral("Sign in"));
+    setModal(true);
+    setAttribute(Qt::WA_DeleteOnClose);
+    setFixedWidth(420);
+
+    auto* column = new QVBoxLayout(this);
+    column->setContentsMargins(20, 20, 20, 20);
+    column->setSpacing(14);
+    column->setSizeConstraint(QLayout::SetFixedSize);
+    auto* title = new QLabel(QStringLiteral("Sign in"), this);
+    title->setFont(Theme::font(Theme::Font::Title3, QFont::DemiBold));
+    column->addWidget(title);
+    column->addWidget(note(QStringLiteral("Connect this computer to your Tidewell web account."),
+                           Theme::Font::Callout, this));
+
+    m_browser = new QPushButton(this);
+    m_browser->setObjectName(QStringLiteral("browserButton"));
+    m_browser->setIcon(SymbolIcon::icon(QStringLiteral("safari")));
+    m_browser->setDefault(true);
+    m_browser->setMinimumHeight(34);
+    column->addWidget(m_browser);
+    column->addWidget(
+        note(QStringLiteral("Opens your default browser. If you're already signed in, "
+                            "we'll fetch a token automatically."),
+             Theme::Font::Caption2, this));
+
+    m_advanced = new QToolButton(this);
+    m_advanced->setObjectName(QStringLiteral("advancedToggle"));
+    m_advanced->setText(QStringLiteral("Advanced"));
+    m_advanced->setAccessibleName(QStringLiteral("Advanced"));
+    m_advanced->setCheckable(true);
+    m_advanced->setAutoRaise(true);
+    m_advanced->setArrowType(Qt::RightArrow);
+    m_advanced->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    m_advanced->setFont(Theme::font(Theme::Font::Caption));
+    column->addWidget(m_advanced);
+
+    m_advancedGroup = new QWidget(this);
+    auto* advanced = new QVBoxLayout(m_advancedGroup);
+    advanced->setContentsMargins(0, 4, 0, 0);
+    advanced->setSpacing(10);
+    auto* serverColumn = new QVBoxLayout;
+    serverColumn->setSpacing(4);
+    auto* serverLabel = note(QStringLiteral("Server URL"), Theme::Font::Caption2, m_advancedGroup);
+    m_server = new QLineEdit(APIClient::shared().serverURLString(), m_advancedGroup);
+    m_server->setObjectName(QStringLiteral("serverField"));
+    m_server->setPlaceholderText(QStringLiteral("https://tidewell.example.com"));
+    m_server->setAccessibleName(QStringLiteral("Server URL"));
+    serverLabel->setBuddy(m_server);
+    serverColumn->addWidget(serverLabel);
+    serverColumn->addWidget(m_server);
+    advanced->addLayout(serverColumn);
+    advanced->addWidget(
+        note(QStringLiteral("Or paste an API token from the web app's [tokens] dialog."),
+             Theme::Font::Caption2, m_advancedGroup));
+    auto* tokenRow = new QHBoxLayout;
+    tokenRow->setSpacing(6);
+    m_token = new QLineEdit(m_advancedGroup);
+    m_token->setObjectName(QStringLiteral("tokenField"));
+    m_token->setEchoMode(QLineEdit::Password);
+    m_token->setPlaceholderText(QStringLiteral("API token"));
+    m_token->setAccessibleName(QStringLiteral("API token"));
+    m_submit = new QPushButton(QStringLiteral("Sign in"), m_advancedGroup);
+    m_submit->setObjectName(QStringLiteral("tokenSignInButton"));
+    m_submit->setAutoDefault(false);
+    tokenRow->addWidget(m_token, 1);
+    tokenRow->addWidget(m_submit);
+    advanced->addLayout(tokenRow);
+    m_advancedGroup->setVisible(false);
+    column->addWidget(m_advancedGroup);
+
+    m_error = new QLabel(this);
+    m_error->setObjectName(QStringLiteral("signInError"));
+    m_error->setFont(Theme::font(Theme::Font::Caption));
+    m_error->setStyleSheet(QStringLiteral("color: #d70015;"));
+    m_error->setWordWrap(true);
+    m_error->setTextFormat(Qt::PlainText);
+    m_error->setVisible(false);
+    column->addWidget(m_error);
+
+    auto* closeRow = new QHBoxLayout;
+    closeRow->addStretch();
+    auto* close = new QPushButton(QStringLiteral("Close"), this);
+    close->setObjectName(QStringLiteral("closeButton"));
+    close->setAutoDefault(false);
+    closeRow->addWidget(close);
+    column->addLayout(closeRow);
+
+    connect(m_advanced, &QToolButton::toggled, this, [this](bool open) {
+        m_advanced->setArrowType(open ? Qt::DownArrow : Qt::RightArrow);
+        m_advancedGroup->setVisible(open);
+    });
+    connect(m_browser, &QPushButton::clicked, this, &SignInSheet::connectViaBrowser);
+    connect(m_submit, &QPushButton::clicked, this, &SignInSheet::submitToken);
+    // Return in the token field submits the token, not the browser default.
+    connect(m_token, &QLineEdit::returnPressed, this, &SignInSheet::submitToken);
+    connect(m_server, &QLineEdit::textChanged, this, &SignInSheet::updateState);
+    connect(m_token, &QLineEdit::textChanged, this, &SignInSheet::updateState);
+    connect(close, &QPushButton::clicked, this, &QDialog::reject);
+
+    AuthService& auth = AuthService::shared();
+    connect(&auth, &AuthService::isSignedInChanged, this, [this] {
+        if (AuthService::shared().isSignedIn()) {
+            m_waitingForBrowser = false;
+            accept();
+        }
+    });
+    connect(&auth, &AuthService::lastErrorChanged, this, [this] {
+        const QString text = AuthService::shared().lastError();
+        if (text.isEmpty())
+            return;
+        m_waitingForBrowser = false;
+        setError(text);
+    });
+    updateState();
+}
+
+void SignInSheet::setError(const QString& text)
+{
+    m_errorText = text;
+    m_error->setText(text);
+    m_error->setVisible(!text.isEmpty());
+    updateState();
+}
+
+void SignInSheet::updateState()
+{
+    m_browser->setText(m_waitingForBrowser ? QStringLiteral("Waiting for browser…")
+                                           : QStringLiteral("Connect via browser"));
+    m_browser->setAccessibleName(m_browser->text());
+    m_browser->setEnabled(!m_submitting && !trimmedBlanks(m_server->text()).isEmpty());
+    m_submit->setEnabled(!m_submitting && !trimmedBlanks(m_token->text()).isEmpty());
+}
+
+void SignInSheet::connectViaBrowser()
+{
+    if (!m_browser->isEnabled())
+        return;
+    const QString base = m_server->text().trimmed();
+    setError(QString());
+    m_waitingForBrowser = true;
+    updateState();
+    AuthService::shared().beginBrowserSignIn(base);
+}
+
+void SignInSheet::submitToken()
+{
+    if (!m_submit->isEnabled())
+        return;
+    const QString base = m_server->text().trimmed();
+    if (!base.isEmpty())
+        Preferences::setServerURLOverride(base);
+    m_submitting = true;
+    setError(QString());
+    QPointer<SignInSheet> self(this);
+    QCoro::connect(AuthService::shared().signIn(m_token->text()), qApp, [self](bool ok) {
+        if (ok) {
+            // The sheet may already have closed on the sign-in itself; pull anyway.
+            if (self)
+                self->accept();
+            QCoro::connect(SyncEngine::shared().pullAll(), qApp, [] {});
+            return;
+        }
+        if (!self)
+            return;
+        self->m_submitting = false;
+        const QString text = AuthService::shared().lastError();
+        self->setError(text.isEmpty() ? QStringLiteral("Sign-in failed") : text);
+    });
+}

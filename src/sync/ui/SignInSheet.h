@@ -1,0 +1,44 @@
+#pragma once
+
+#include <QDialog>
+
+class QLabel;
+class QLineEdit;
+class QPushButton;
+class QToolButton;
+
+// Connects this computer to a web account: through the browser (the default),
+// or, under "Advanced", with a server address and a pasted API token.
+class SignInSheet final : public QDialog
+{
+    Q_OBJECT
+
+public:
+    explicit SignInSheet(QWidget* parent = nullptr);
+
+    void connectViaBrowser();
+    void submitToken();
+
+    QString error() const { return m_errorText; }
+    bool isWaitingForBrowser() const { return m_waitingForBrowser; }
+    bool isSubmitting() const { return m_submitting; }
+    QLineEdit* serverField() const { return m_server; }
+    QLineEdit* tokenField() const { return m_token; }
+    QPushButton* browserButton() const { return m_browser; }
+    QPushButton* tokenButton() const { return m_submit; }
+
+private:
+    void setError(const QString& text);
+    void updateState();
+
+    QLineEdit* m_server = nullptr;
+    QLineEdit* m_token = nullptr;
+    QPushButton* m_browser = nullptr;
+    QPushButton* m_submit = nullptr;
+    QToolButton* m_advanced = nullptr;
+    QWidget* m_advancedGroup = nullptr;
+    QLabel* m_error = nullptr;
+    QString m_errorText;
+    bool m_submitting = false;
+    bool m_waitingForBrowser = false;
+};

@@ -1,0 +1,115 @@
+#include "FakeKeychain.h"
+#include "KeychainStore.h"
+#include "SecretServiceKeychain.h"
+
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusVirtualObject>
+#include <QElapsedTimer>
+#include <QTest>
+
+namespace {
+// A secret store that takes every call and never answers.
+class SilentSecretService final : public QDBusVirtualObject
+{
+public:
+    QString introspect(const QString&) const override { return {}; }
+    bool handleMessage(const QDBusMessage& message, const QDBusConnection&) override
+    {
+        message.setDelayedReply(true);
+        ++calls;
+        return true;
+    }
+    int calls = 0;
+};
+} // namespace
+
+class TestKeychainStore final : public QObject
+{
+    Q_OBJECT
+
+    std::shared_ptr<FakeKeychain> m_keychain;
+
+    // Forgets the cache, as a new process would, keeping what the keychain holds.
+    void restart() { KeychainStore::setBackend(m_keychain); }
+
+private slots:
+    void init()
+    {
+        m_keychain = std::make_shared<FakeKeychain>();
+        restart();
+    }
+
+    void readsTheKeychainOnceThenServesTheCache()
+    {
+        m_keychain->stored = QByteArrayLiteral("tok-\xc3\xa9");
+        QCOMPARE(KeychainStore::loadToken(), std::optional<QString>(QStringLiteral("tok-é")));
+        QCOMPARE(KeychainStore::loadToken(), std::optional<QString>(QStringLiteral("tok-é")));
+        QCOMPARE(m_keychain->reads, 1);
+
+        // A missing item is remembered as missing, too.
+        m_keychain->stored.reset();
+        restart();
+        QCOMPARE(KeychainStore::loadToken(), std::nullopt);
+        m_keychain->stored = QByteArrayLiteral("appeared later");
+        QCOMPARE(KeychainStore::loadToken(), std::nullopt);
+        QCOMPARE(m_keychain->reads, 2);
+    }
+
+    void clearedTokenIsGoneWithoutAskingAgain()
+    {
+        KeychainStore::saveToken(QStringLiteral("tok"));
+        KeychainStore::clearToken();
+        QCOMPARE(KeychainStore::loadToken(), std::nullopt);
+        QCOMPARE(m_keychain->reads, 0);
+        QCOMPARE(m_keychain->removes, 1);
+        QVERIFY(!m_keychain->stored);
+    }
+
+    void refusedSaveLastsUntilRestart()
+    {
+        m_keychain->refuseWrites = true;
+        KeychainStore::saveToken(QStringLiteral("tok"));
+        QCOMPARE(KeychainStore::loadToken(), std::optional<QString>(QStringLiteral("tok")));
+        QCOMPARE(m_keychain->reads, 0);
+        restart();
+        QCOMPARE(KeychainStore::loadToken(), std::nullopt);
+    }
+
+    void undecodableItemIsNoToken()
+    {
+        m_keychain->stored = QByteArrayLiteral("\xff\xfe tok");
+        QCOMPARE(KeychainStore::loadToken(), std::nullopt);
+    }
+
+    void hungSecretServiceCountsAsFailure()
+    {
+        QDBusConnection bus = QDBusConnection::sessionBus();
+        if (!bus.isConnected())
+            QSKIP("no session bus (run the tests under dbus-run-session)");
+        SilentSecretService silent;
+        QVERIFY(bus.registerVirtualObject(QStringLiteral("/"), &silent, QDBusConnection::SubPath));
+        if (!bus.registerService(QStringLiteral("org.freedesktop.secrets")))
+            QSKIP("a secret service already runs on this bus");
+
+        KeychainStore::setBackend(
+            std::make_shared<SecretServiceKeychain>(std::chrono::milliseconds(700)));
+        QElapsedTimer clock;
+        clock.start();
+        QTest::ignoreMessage(QtWarningMsg,
+                             "KeychainStore request failed: no answer from the secret store "
+                             "within 700 ms");
+        QCOMPARE(KeychainStore::loadToken(), std::nullopt);
+        QVERIFY2(clock.elapsed() < 5000, qPrintable(QString::number(clock.elapsed())));
+        // The failed read is cached as no token: later calls do not wait again.
+        clock.restart();
+        QCOMPARE(KeychainStore::loadToken(), std::nullopt);
+        QVERIFY(clock.elapsed() < 100);
+        KeychainStore::setBackend(nullptr);
+        bus.unregisterService(QStringLiteral("org.freedesktop.secrets"));
+        bus.unregisterObject(QStringLiteral("/"), QDBusConnection::UnregisterTree);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestKeychainStore)
+#include "tst_keychainstore.moc"
