@@ -58,3 +58,16 @@ def text_of(obj):
         return t.getText(0, -1)
     except NotImplementedError:
         return obj.name
+
+
+def switch_on(obj, timeout=5):
+    """Turns a switch on and waits until it says so. A press sent while the app is
+    still publishing its accessibility tree can be lost; it is then sent once more."""
+    for _ in range(2):
+        press(obj)
+        deadline = time.monotonic() + timeout
+        while time.monotonic() < deadline:
+            if is_checked(obj):
+                return
+            time.sleep(0.05)
+    raise AssertionError("switch %r did not turn on" % obj.name)

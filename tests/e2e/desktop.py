@@ -102,6 +102,16 @@ class Desktop:
                 image = image.crop((max(0, x - 12), max(0, y - 12), x + w + 12, y + h + 12))
         image.save(path)
 
+    def tray_icons_or_report(self, timeout=20.0):
+        """The tray icons, waiting for one; when none comes, saves a screenshot and the
+        window tree next to the test's output for a look."""
+        icons = wait_for(self.tray_icons, timeout)
+        if not icons:
+            self.screenshot("/tmp/tidewell-e2e-no-tray.png")
+            with open("/tmp/tidewell-e2e-no-tray.txt", "w") as out:
+                out.write(self.run(["xwininfo", "-root", "-tree"]).stdout)
+        return icons
+
     def diagnosis(self):
         with open(self.xvfb_log) as log:
             return "Xvfb %s: %s" % ("running" if self.xvfb.poll() is None else "exited %s" % self.xvfb.poll(),

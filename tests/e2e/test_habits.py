@@ -41,13 +41,8 @@ class HabitsOnTheDesktop(unittest.TestCase):
 
     def test_create_and_count_a_habit(self):
         a11y, desktop = self.a11y, self.desktop
-        switch = a11y.find(self.root, "Habits in status bar")
-        a11y.press(switch)
-        self.assertTrue(wait_for(lambda: a11y.is_checked(switch)), "the switch did not turn on")
-        icons = wait_for(desktop.tray_icons)
-        if not icons:
-            desktop.screenshot("/tmp/e2e-habits-failure.png")
-        (x, y), = icons
+        a11y.switch_on(a11y.find(self.root, "Habits in status bar"))
+        (x, y), = desktop.tray_icons_or_report()
         desktop.click(x, y)
         self.assertTrue(wait_for(lambda: desktop.window_ids("^Habits$")), "popup did not open")
         a11y.press(a11y.find(self.root, "Add your first habit"))

@@ -43,7 +43,7 @@ class StatusNotifierTray(unittest.TestCase):
 
     def test_countdown_tooltip_and_activation(self):
         import dbus
-        self.a11y.press(self.a11y.find(self.root, "Pomodoro in status bar"))
+        self.a11y.switch_on(self.a11y.find(self.root, "Pomodoro in status bar"))
         service, path = self.watcher.stdout.readline().decode().split()
         item = dbus.SessionBus().get_object(service, path)
         props = dbus.Interface(item, dbus.PROPERTIES_IFACE)

@@ -171,6 +171,17 @@ private slots:
         service().increment(h, context());
         service().bootstrap();
         QCOMPARE(h->currentValue(), qint64(1));
+
+        // One midnight handler: a rollover that changes something saves once.
+        DailyResetService& rollover = DailyResetService::shared();
+        rollover.scheduleNext();
+        m_now = rollover.nextFireTime();
+        const int before = m_saves;
+        rollover.fireIfDue();
+        rollover.stop();
+        QCOMPARE(m_saves - before, 1);
+        QCOMPARE(h->currentValue(), qint64(0));
+        QCOMPARE(h->history().size(), 2); // the closed day kept its own record
     }
 };
 

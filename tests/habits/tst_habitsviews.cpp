@@ -4,11 +4,13 @@
 #include "HabitColor.h"
 #include "HabitEditorSheet.h"
 #include "HabitEditorWindowContent.h"
+#include "HabitHistory.h"
 #include "HabitRow.h"
 #include "HabitsService.h"
 #include "HabitsWidgetView.h"
 #include "Theme.h"
 
+#include <QAccessible>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -73,6 +75,53 @@ private slots:
         }
     }
 
+    void progressBar_data()
+    {
+        QTest::addColumn<qint64>("current");
+        QTest::addColumn<qint64>("max");
+        QTest::addColumn<double>("filled"); // expected share of the track
+        QTest::addColumn<QString>("action");
+        QTest::newRow("none") << qint64(0) << qint64(4) << 0.0 << "Add one";
+        QTest::newRow("quarter") << qint64(1) << qint64(4) << 0.25 << "Add one";
+        QTest::newRow("done") << qint64(4) << qint64(4) << 1.0 << "Reset";
+        QTest::newRow("beyond target") << qint64(6) << qint64(4) << 1.0 << "Reset";
+    }
+
+    void progressBar()
+    {
+        QFETCH(qint64, current);
+        QFETCH(qint64, max);
+        QFETCH(double, filled);
+        QFETCH(QString, action);
+        Habit* habit =
+            HabitsService::shared().createHabit(QStringLiteral("💧"), QStringLiteral("Water"),
+                                                QStringLiteral("#FF0000"), max, context());
+        habit->setCurrentValue(current);
+        HabitRow row(habit, false);
+        row.resize(300, 48);
+        row.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&row));
+        QCOMPARE(row.findChild<QLabel*>(QStringLiteral("habitCount"))->text(),
+                 QStringLiteral("%1/%2").arg(current).arg(max));
+        QCOMPARE(row.findChild<QToolButton*>(QStringLiteral("habitAction"))->toolTip(), action);
+
+        const QRect track = row.findChild<QWidget*>(QStringLiteral("habitProgress"))->geometry();
+        const QImage image = row.grab().toImage().scaled(row.size());
+        const int y = track.center().y();
+        auto isRed = [&](double share) {
+            const QColor c = image.pixelColor(track.left() + int(track.width() * share), y);
+            return c.red() > 200 && c.green() < 60 && c.blue() < 60;
+        };
+        // Sample inside the bar and just past where it should end.
+        if (filled > 0)
+            QVERIFY(isRed(filled - 0.05));
+        if (filled < 1)
+            QVERIFY(!isRed(filled + 0.05));
+        // Never longer than its track.
+        const QColor past = image.pixelColor(track.right() + 2, y);
+        QVERIFY(!(past.red() > 200 && past.green() < 60));
+    }
+
     void rowsFollowTheStore()
     {
         HabitsService& service = HabitsService::shared();
@@ -92,16 +141,30 @@ private slots:
         QTest::mouseClick(action, Qt::LeftButton);
         QCOMPARE(water->currentValue(), qint64(1));
         QCOMPARE(count->text(), QStringLiteral("1/4"));
-        QCOMPARE(HabitRow::progress(1, 4), 0.25);
         QCOMPARE(view.rows().first(), row); // the row was updated, not rebuilt
 
         water->setCurrentValue(9); // as a server may send
         QCOMPARE(count->text(), QStringLiteral("9/4"));
         QCOMPARE(action->toolTip(), QStringLiteral("Reset"));
-        QCOMPARE(HabitRow::progress(9, 4), 1.0);
         QCOMPARE(HabitRow::progress(3, 0), 0.0);
         QTest::mouseClick(action, Qt::LeftButton);
         QCOMPARE(water->currentValue(), qint64(0));
+
+        // Assistive tools find a habit's buttons inside a group named after it.
+        QAccessibleInterface* group = QAccessible::queryAccessibleInterface(row);
+        QCOMPARE(group->role(), QAccessible::Grouping);
+        QCOMPARE(group->text(QAccessible::Name), QStringLiteral("Water"));
+        QCOMPARE(row->findChild<QToolButton*>(QStringLiteral("habitEdit"))->accessibleName(),
+                 QStringLiteral("Edit habit"));
+
+        // An edit through the service shows in the same row.
+        service.updateHabit(water, QStringLiteral("🍎"), QStringLiteral("Fruit"),
+                            QStringLiteral("#10B981"), 2, context());
+        QCOMPARE(view.rows().first(), row);
+        QCOMPARE(row->findChild<QLabel*>(QStringLiteral("habitName"))->text(),
+                 QStringLiteral("Fruit"));
+        QCOMPARE(count->text(), QStringLiteral("0/2"));
+        QCOMPARE(row->color(), QColor(0x10, 0xB9, 0x81));
 
         // A new habit, a reorder and a deletion show at once.
         Habit* run = service.createHabit(QStringLiteral("🏃"), QStringLiteral("Run"),
@@ -135,6 +198,8 @@ private slots:
         QCOMPARE(save->text(), QStringLiteral("Create"));
         QVERIFY(!save->isEnabled());
         QVERIFY(!sheet->findChild<QPushButton*>(QStringLiteral("deleteButton")));
+        QCOMPARE(sheet->findChildren<QToolButton*>(QStringLiteral("iconChoice")).size(), 80);
+        QCOMPARE(HabitEditorSheet::quickIconPalette().last(), QStringLiteral("🕯️"));
         sheet->commit();
         QVERIFY(context().fetch<Habit>().isEmpty());
 
@@ -191,10 +256,23 @@ private slots:
         sheet->findChild<QPushButton*>(QStringLiteral("saveButton"))->click();
         QCOMPARE(read->colorHex(), QStringLiteral("#EF4444"));
 
+        // The window's own close button saves nothing and leaves the list.
+        HabitsWidgetView::openEditor(read);
+        window = EditorWindowHost::openWindows().last();
+        window->findChild<QLineEdit*>(QStringLiteral("nameField"))->setText(QStringLiteral("X"));
+        guard = window;
+        window->close();
+        QTRY_VERIFY(!guard);
+        QCOMPARE(EditorWindowHost::openWindows().size(), 0);
+        QCOMPARE(read->name(), QStringLiteral("Read"));
+
+        HabitsService::shared().increment(read, context());
+        QCOMPARE(context().fetch<HabitHistory>().size(), 1);
         HabitsWidgetView::openEditor(read);
         window = EditorWindowHost::openWindows().last();
         window->findChild<QPushButton*>(QStringLiteral("deleteButton"))->click();
         QVERIFY(context().fetch<Habit>().isEmpty());
+        QVERIFY(context().fetch<HabitHistory>().isEmpty());
         QTRY_COMPARE(EditorWindowHost::openWindows().size(), 0);
     }
 };

@@ -82,7 +82,7 @@ class TestPomodoroService final : public QObject
                 m_scheduled.append({title, body, fireAt});
                 m_release = [title, body, fireAt, done] {
                     QCoro::connect(NotificationService::shared().schedule(title, body, fireAt),
-                                   qApp, done);
+                                   QCoreApplication::instance(), done);
                 };
                 if (!m_holdIdentifier)
                     m_release();

@@ -59,14 +59,17 @@ const QStringList& HabitEditorSheet::colorPalette()
 
 const QStringList& HabitEditorSheet::quickIconPalette()
 {
-    static const QStringList palette =
-        QStringLiteral("💧 🥦 🍎 🥗 💊 🩺 🪥 🧴 🛁 🧘 🧖 🏃 🚶 🚴 🏊 🏋️ ⛹️ 🤸 🧗 "
-                       "💪 🧠 📚 📖 ✍️ 📝 🎓 💡 🔬 🧮 🗣️ "
-                       "⏰ ⏱️ 📅 🌅 ☀️ 🌙 🛏️ 💤 🌱 🌳 🎨 🎸 🎹 🎤 📷 🎬 🎮 🧩 ♟️ 📺 💼 💻 📊 📈 ✅ 🎯 🚀 "
-                       "🔧 "
-                       "🛠️ 📌 🚭 🍷 🥤 🍔 🍩 📱 💸 💰 🪙 🛒 ❤️ 🔥 ⭐ 🌟 ✨ 🌈 🎉 🙏 🧎 "
-                       "🕯️")
-            .split(u' ');
+    // clang-format off
+    static const QStringList palette = QStringLiteral(
+        "💧 🥦 🍎 🥗 💊 🩺 🪥 🧴 🛁 🧘 "
+        "🧖 🏃 🚶 🚴 🏊 🏋️ ⛹️ 🤸 🧗 💪 "
+        "🧠 📚 📖 ✍️ 📝 🎓 💡 🔬 🧮 🗣️ "
+        "⏰ ⏱️ 📅 🌅 ☀️ 🌙 🛏️ 💤 🌱 🌳 "
+        "🎨 🎸 🎹 🎤 📷 🎬 🎮 🧩 ♟️ 📺 "
+        "💼 💻 📊 📈 ✅ 🎯 🚀 🔧 🛠️ 📌 "
+        "🚭 🍷 🥤 🍔 🍩 📱 💸 💰 🪙 🛒 "
+        "❤️ 🔥 ⭐ 🌟 ✨ 🌈 🎉 🙏 🧎 🕯️").split(u' ');
+    // clang-format on
     return palette;
 }
 

@@ -8,6 +8,8 @@
 #include "SymbolIcon.h"
 #include "Theme.h"
 
+#include <QAccessible>
+#include <QAccessibleWidget>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPainter>
@@ -17,11 +19,27 @@
 
 #include <algorithm>
 
+namespace {
+// A row is a group named after its habit, so assistive tools can find the
+// buttons of one particular habit.
+QAccessibleInterface* rowAccessible(const QString& className, QObject* object)
+{
+    if (className == QLatin1String("HabitRow") && object && object->isWidgetType())
+        return new QAccessibleWidget(static_cast<QWidget*>(object), QAccessible::Grouping);
+    return nullptr;
+}
+} // namespace
+
 HabitRow::HabitRow(Habit* habit, bool viewOnly, QWidget* parent)
     : QWidget(parent)
     , m_habit(habit)
     , m_viewOnly(viewOnly)
 {
+    static const bool factoryInstalled = [] {
+        QAccessible::installFactory(rowAccessible);
+        return true;
+    }();
+    Q_UNUSED(factoryInstalled);
     setObjectName(QStringLiteral("habitRow"));
     auto* row = new QHBoxLayout(this);
     row->setContentsMargins(8, 6, 8, 6);
@@ -116,15 +134,16 @@ void HabitRow::refresh()
     if (m_action) {
         const bool done = m_habit->currentValue() >= m_habit->maxValue();
         const QString tip = done ? QStringLiteral("Reset") : QStringLiteral("Add one");
-        m_action->setIcon(SymbolIcon::icon(done ? QStringLiteral("arrow.counterclockwise")
-                                                : QStringLiteral("plus.circle.fill"),
-                                           color()));
+        m_action->setIcon(
+            SymbolIcon::icon(done ? QStringLiteral("arrow.counterclockwise.circle.fill")
+                                  : QStringLiteral("plus.circle.fill"),
+                             color()));
         m_action->setToolTip(tip);
         m_action->setAccessibleName(tip + QStringLiteral(": ") + m_habit->name());
     }
     if (m_edit) {
         m_edit->setToolTip(QStringLiteral("Edit habit"));
-        m_edit->setAccessibleName(QStringLiteral("Edit ") + m_habit->name());
+        m_edit->setAccessibleName(QStringLiteral("Edit habit"));
     }
     update();
 }

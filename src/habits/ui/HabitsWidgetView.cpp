@@ -125,7 +125,7 @@ void HabitsWidgetView::reload()
     for (Habit* habit : habits) {
         auto* row = new HabitRow(habit, m_viewOnly, m_empty->parentWidget());
         connect(row, &HabitRow::editRequested, this, &HabitsWidgetView::openEditor);
-        connect(habit, &Habit::orderChanged, this, &HabitsWidgetView::reload);
+        connect(habit, &Habit::orderChanged, this, &HabitsWidgetView::reload, Qt::UniqueConnection);
         m_list->insertWidget(m_list->count() - 1, row);
         m_rows << row;
     }

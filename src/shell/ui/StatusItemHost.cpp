@@ -79,6 +79,19 @@ StatusItemHost::StatusItemHost(const QString& widgetId, ContentFactory content, 
 
     setTitle(WidgetRegistry::statusTitle(widgetId));
     m_tray->show();
+    // A tray that starts after us (autostart races at login) may never see an icon
+    // shown before it existed: show it again once one is there.
+    if (!QSystemTrayIcon::isSystemTrayAvailable()) {
+        auto* wait = new QTimer(this);
+        connect(wait, &QTimer::timeout, this, [this, wait] {
+            if (!QSystemTrayIcon::isSystemTrayAvailable())
+                return;
+            wait->deleteLater();
+            m_tray->hide();
+            m_tray->show();
+        });
+        wait->start(500);
+    }
 
     if (widgetId == u"pomodoro") {
         m_labelTimer.setInterval(500);
