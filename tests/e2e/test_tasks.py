@@ -19,6 +19,7 @@ from desktop import Desktop, wait_for  # noqa: E402
 
 APP = os.path.abspath(sys.argv[1]) if len(sys.argv) > 1 else None
 SHOTS = sys.argv[2] if len(sys.argv) > 2 else None
+LONG = "Call the bank about the standing order for the flat and ask for the new card"
 
 
 class TasksOnTheDesktop(unittest.TestCase):
@@ -68,7 +69,7 @@ class TasksOnTheDesktop(unittest.TestCase):
         box = field.queryComponent().getExtents(pyatspi.DESKTOP_COORDS)
         desktop.click(box.x + box.width // 2, box.y + box.height // 2)
         time.sleep(0.2)
-        for text in ("Buy milk", "Post the letter", "Call the bank"):
+        for text in ("Buy milk", "Post the letter", LONG):
             self.type_line(text)
         milk = a11y.find(self.root, "Buy milk")
         done = a11y.find(milk, "Done")
@@ -81,6 +82,15 @@ class TasksOnTheDesktop(unittest.TestCase):
         if SHOTS:
             time.sleep(0.4)
             desktop.screenshot(os.path.join(SHOTS, "tasks-popup.png"), "^Tasks$")
+            # Resting on a long task shows its whole text.
+            row = a11y.find(self.root, LONG).queryComponent().getExtents(pyatspi.DESKTOP_COORDS)
+            desktop.run(["xdotool", "mousemove", str(row.x + 60), str(row.y + row.height // 2)])
+            time.sleep(0.8)
+            desktop.screenshot(os.path.join(SHOTS, "tasks-tooltip.png"))
+            desktop.click(x, y)  # close the popup
+            a11y.switch_on(a11y.find(self.root, "Tasks floating"))
+            time.sleep(0.8)
+            desktop.screenshot(os.path.join(SHOTS, "tasks-panel.png"), "^Tasks$")
 
         self.app.send_signal(signal.SIGTERM)
         self.assertEqual(self.app.wait(15), 0)
@@ -91,7 +101,7 @@ class TasksOnTheDesktop(unittest.TestCase):
         tasks = db.execute("SELECT header, checked, id FROM task_item WHERE listId = ? "
                            "ORDER BY \"order\"", (list_id,)).fetchall()
         self.assertEqual([(h, c) for h, c, _ in tasks],
-                         [("Buy milk", 1), ("Post the letter", 0), ("Call the bank", 0)])
+                         [("Buy milk", 1), ("Post the letter", 0), (LONG, 0)])
         self.assertEqual(focus, tasks[1][2])
 
 

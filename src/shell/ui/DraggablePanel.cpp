@@ -14,7 +14,8 @@ DraggablePanel::DraggablePanel(QWidget* parent)
     : QWidget(parent, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint)
 {
     setAttribute(Qt::WA_ShowWithoutActivating);
-    setAttribute(Qt::WA_TranslucentBackground);
+    // Rounded corners need a compositor; without one they would show black.
+    setAttribute(Qt::WA_TranslucentBackground, WindowStickiness::canBlend());
     setAttribute(Qt::WA_DeleteOnClose, false);
     setMouseTracking(true);
     setWindowOpacity(0.75);

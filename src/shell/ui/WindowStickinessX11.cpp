@@ -54,3 +54,21 @@ void WindowStickiness::apply(QWidget* window)
                         32, 1, &allDesktops);
     xcb_flush(c);
 }
+
+bool WindowStickiness::canBlend()
+{
+    if (QGuiApplication::platformName() != QLatin1String("xcb"))
+        return true;
+    auto* x11 = qApp->nativeInterface<QNativeInterface::QX11Application>();
+    xcb_connection_t* c = x11 ? x11->connection() : nullptr;
+    if (!c)
+        return true;
+    // A compositing manager owns _NET_WM_CM_S<screen> (EWMH).
+    const QByteArray name = QByteArrayLiteral("_NET_WM_CM_S0"); // the default screen
+    const xcb_atom_t selection = atom(c, name.constData());
+    xcb_get_selection_owner_reply_t* reply =
+        xcb_get_selection_owner_reply(c, xcb_get_selection_owner(c, selection), nullptr);
+    const bool owned = reply && reply->owner != XCB_NONE;
+    free(reply);
+    return owned;
+}

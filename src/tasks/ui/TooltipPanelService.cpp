@@ -4,6 +4,7 @@
 
 #include <QCursor>
 #include <QFontMetricsF>
+#include <QLayout>
 #include <QGuiApplication>
 #include <QScreen>
 
@@ -35,7 +36,16 @@ void TooltipPanelService::show(const QString& text)
     }
 
     auto* panel = new TooltipPanel(text);
-    panel->setGeometry(geometryFor(labelSize(text), pointer, available));
+    QRect frame = geometryFor(labelSize(text), pointer, available);
+    // The label lays out text a little differently from plain font metrics; never
+    // cut off its last line.
+    const int needed = panel->layout()->totalHeightForWidth(frame.width());
+    if (needed > frame.height()) {
+        frame.setHeight(needed);
+        if (available && frame.bottom() > available->bottom() - ScreenInset)
+            frame.moveBottom(available->bottom() - ScreenInset);
+    }
+    panel->setGeometry(frame);
     panel->show();
     m_panel = panel;
 }
