@@ -27,16 +27,22 @@ class Desktop:
         os.makedirs(self.home)
         os.makedirs(runtime, mode=0o700)
         self.procs = []
-        # A free display number of our own; -displayfd proved unreliable under some
-        # process supervisors (the inherited descriptor is not always writable).
-        number = next(n for n in range(90, 190) if not os.path.exists("/tmp/.X%d-lock" % n))
-        self.display = ":%d" % number
+        # A display number of our own; -displayfd proved unreliable under some process
+        # supervisors. Two desktops started at once may pick the same number: the
+        # loser's Xvfb exits, and it moves on to the next.
         self.xvfb_log = os.path.join(self.tmp, "xvfb.log")
-        self.xvfb = subprocess.Popen(["Xvfb", self.display, "-screen", "0", "1280x800x24",
-                                      "-nolisten", "tcp"],
-                                     stdout=subprocess.DEVNULL, stderr=open(self.xvfb_log, "w"))
+        for number in range(90, 190):
+            if os.path.exists("/tmp/.X%d-lock" % number):
+                continue
+            self.display = ":%d" % number
+            self.xvfb = subprocess.Popen(["Xvfb", self.display, "-screen", "0", "1280x800x24",
+                                          "-nolisten", "tcp"], stdout=subprocess.DEVNULL,
+                                         stderr=open(self.xvfb_log, "w"))
+            ready = wait_for(lambda: self.xvfb.poll() is not None or subprocess.run(
+                ["xdpyinfo", "-display", self.display], capture_output=True).returncode == 0, 10)
+            if ready and self.xvfb.poll() is None:
+                break
         self.procs.append(self.xvfb)
-        wait_for(lambda: os.path.exists("/tmp/.X11-unix/X%d" % number), 10)
         bus = subprocess.run(["dbus-daemon", "--session", "--fork", "--print-address=1",
                               "--print-pid=1"], capture_output=True, text=True, check=True)
         address, pid = bus.stdout.split()[:2]
@@ -53,7 +59,8 @@ class Desktop:
         if tray:
             self._spawn(["trayer", "--edge", "top", "--align", "right", "--height", "24",
                          "--widthtype", "request", "--transparent", "false"])
-        wait_for(lambda: self.window_ids("^panel$") if tray else True, 10)
+        if tray and not wait_for(lambda: self.window_ids("^panel$"), 15):
+            raise RuntimeError("the tray (trayer) did not start on %s" % self.display)
         time.sleep(0.5)
 
     def _spawn(self, cmd, **kw):
