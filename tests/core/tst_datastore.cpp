@@ -8,6 +8,7 @@
 #include "WidgetPlacement.h"
 
 #include <QFile>
+#include <QMetaProperty>
 #include <QSignalSpy>
 #include <QSqlDatabase>
 #include <QSqlQuery>
@@ -37,7 +38,16 @@ private slots:
     {
         const QString path = freshPath();
         const QDateTime when = QDateTime::fromMSecsSinceEpoch(1'709'596'800'456);
-        QUuid habitId, listId, taskId, configId;
+        // Every field of every kind, as written, keyed by record kind and key.
+        QHash<QString, QVariantMap> written;
+        auto remember = [&written](const Record* r) {
+            QVariantMap values;
+            const QMetaObject* meta = r->metaObject();
+            for (int i = meta->propertyOffset(); i < meta->propertyCount(); ++i)
+                values.insert(QString::fromLatin1(meta->property(i).name()),
+                              meta->property(i).read(r));
+            written.insert(QString::number(int(r->kind())) + r->key(), values);
+        };
         {
             auto store = openOrFail(path);
             QVERIFY(store);
@@ -46,114 +56,75 @@ private slots:
                                     QStringLiteral("#3B82F6"), 5, 7);
             habit->setCurrentValue(3);
             habit->setFirstTrackerDate(when);
-            habitId = habit->id();
-            ctx.insert(habit);
-            ctx.insert(new HabitHistory(QStringLiteral("2024-03-05"), 5, 5, habit));
-
             auto* list = new TaskList(QStringLiteral("Groceries"), 2);
-            listId = list->id();
-            ctx.insert(list);
-            auto* task = new TaskItem(QStringLiteral("Milk 🥛"), 4, list);
-            task->setPriority(3);
-            task->setChecked(true);
-            taskId = task->id();
-            ctx.insert(task);
-            ctx.insert(new TaskItem(QStringLiteral("Bread"), 5, list));
-            list->setHighlightedTaskId(taskId);
-
+            auto* milk = new TaskItem(QStringLiteral("Milk 🥛"), 4, list);
+            milk->setPriority(3);
+            milk->setChecked(true);
+            list->setHighlightedTaskId(milk->id());
             PomodoroConfig* config = PomodoroConfig::singleton(ctx);
-            configId = config->id();
             config->setPomodoroDuration(50);
-            config->setShortBreakDuration(7);
-            config->setLongBreakDuration(20);
-            config->setPomodorosForLongBreak(3);
             config->setAutoStart(true);
-            config->setPomodoroCount(2);
             config->setPomodoroTotalCount(9);
-            config->setShortBreakCount(4);
-            config->setLongBreakCount(1);
             config->setIsBreak(true);
             config->setIsShortBreak(true);
             config->setFirstPomodoroCountDate(when);
-
             auto* placement = new WidgetPlacement(QStringLiteral("tasks"));
             placement->setMode(QStringLiteral("desktop"));
             placement->setInStatusBar(true);
             placement->setDesktopFrameJSON(QStringLiteral(R"({"x":1,"y":2,"w":3,"h":4})"));
             placement->setAlwaysOnTop(true);
-            ctx.insert(placement);
-            ctx.insert(new WidgetPlacement(QStringLiteral("habits")));
+            const QList<Record*> records{
+                habit,
+                new HabitHistory(QStringLiteral("2024-03-05"), 5, 5, habit),
+                list,
+                milk,
+                new TaskItem(QStringLiteral("Bread"), 5, list),
+                placement,
+                new WidgetPlacement(QStringLiteral("habits"))};
+            for (Record* r : records)
+                ctx.insert(r);
             QString error;
             QVERIFY2(ctx.save(&error), qPrintable(error));
             QVERIFY(!ctx.hasChanges());
+            for (const Record* r : records)
+                remember(r);
+            remember(config);
         }
 
         auto store = openOrFail(path);
         QVERIFY(store);
         ModelContext& ctx = store->mainContext();
-        auto* habit = ctx.find<Habit>(habitId.toString(QUuid::WithoutBraces));
-        QVERIFY(habit);
-        QCOMPARE(habit->icon(), QStringLiteral("🏋️"));
-        QCOMPARE(habit->name(), QStringLiteral("Lift \"heavy\""));
-        QCOMPARE(habit->colorHex(), QStringLiteral("#3B82F6"));
-        QCOMPARE(habit->maxValue(), 5);
-        QCOMPARE(habit->currentValue(), 3);
-        QCOMPARE(habit->firstTrackerDate(), when);
-        QCOMPARE(habit->order(), 7);
-        const QList<HabitHistory*> history = habit->history();
-        QCOMPARE(history.size(), 1);
-        QCOMPARE(history[0]->date(), QStringLiteral("2024-03-05"));
-        QCOMPARE(history[0]->value(), 5);
-        QCOMPARE(history[0]->maxValue(), 5);
-        QVERIFY(history[0]->completed());
-        QCOMPARE(history[0]->habit(), habit);
-
-        auto* list = ctx.find<TaskList>(listId.toString(QUuid::WithoutBraces));
-        QVERIFY(list);
-        QCOMPARE(list->name(), QStringLiteral("Groceries"));
-        QCOMPARE(list->order(), 2);
-        QCOMPARE(list->highlightedTaskId(), taskId);
-        const QList<TaskItem*> tasks =
-            ctx.fetch<TaskItem>(FetchRequest::where(QStringLiteral("listId"), listId)
-                                    .orderedBy(QStringLiteral("order")));
-        QCOMPARE(tasks.size(), 2);
-        QCOMPARE(tasks[0]->id(), taskId);
-        QCOMPARE(tasks[0]->header(), QStringLiteral("Milk 🥛"));
-        QCOMPARE(tasks[0]->priority(), std::optional<qint64>(3));
-        QVERIFY(tasks[0]->checked());
-        QCOMPARE(tasks[0]->order(), 4);
-        QCOMPARE(tasks[0]->list(), list);
-        QCOMPARE(tasks[1]->priority(), std::nullopt);
-        QVERIFY(!tasks[1]->checked());
-
-        const QList<PomodoroConfig*> configs = ctx.fetch<PomodoroConfig>();
-        QCOMPARE(configs.size(), 1);
-        PomodoroConfig* config = configs[0];
-        QCOMPARE(PomodoroConfig::singleton(ctx), config);
-        QCOMPARE(config->id(), configId);
-        QCOMPARE(config->pomodoroDuration(), 50);
-        QCOMPARE(config->shortBreakDuration(), 7);
-        QCOMPARE(config->longBreakDuration(), 20);
-        QCOMPARE(config->pomodorosForLongBreak(), 3);
-        QVERIFY(config->autoStart());
-        QCOMPARE(config->pomodoroCount(), 2);
-        QCOMPARE(config->pomodoroTotalCount(), 9);
-        QCOMPARE(config->shortBreakCount(), 4);
-        QCOMPARE(config->longBreakCount(), 1);
-        QVERIFY(config->isBreak() && config->isShortBreak() && !config->isLongBreak());
-        QCOMPARE(config->firstPomodoroCountDate(), when);
-
-        auto* tasksPlacement = ctx.find<WidgetPlacement>(QStringLiteral("tasks"));
-        QVERIFY(tasksPlacement);
-        QCOMPARE(tasksPlacement->mode(), QStringLiteral("desktop"));
-        QVERIFY(tasksPlacement->inStatusBar() && !tasksPlacement->inFloating());
-        QCOMPARE(tasksPlacement->desktopFrameJSON(),
-                 QStringLiteral(R"({"x":1,"y":2,"w":3,"h":4})"));
-        QVERIFY(tasksPlacement->alwaysOnTop());
-        auto* habitsPlacement = ctx.find<WidgetPlacement>(QStringLiteral("habits"));
-        QVERIFY(habitsPlacement);
-        QVERIFY(habitsPlacement->desktopFrameJSON().isNull());
-        QCOMPARE(ctx.count<WidgetPlacement>(), 2);
+        QList<Record*> loaded;
+        for (Record* r : ctx.fetch<Habit>())
+            loaded << r;
+        for (Record* r : ctx.fetch<HabitHistory>())
+            loaded << r;
+        for (Record* r : ctx.fetch<TaskList>())
+            loaded << r;
+        for (Record* r : ctx.fetch<TaskItem>())
+            loaded << r;
+        for (Record* r : ctx.fetch<PomodoroConfig>())
+            loaded << r;
+        for (Record* r : ctx.fetch<WidgetPlacement>())
+            loaded << r;
+        QCOMPARE(loaded.size(), written.size());
+        for (const Record* r : loaded) {
+            const QVariantMap before = written.value(QString::number(int(r->kind())) + r->key());
+            QVERIFY2(!before.isEmpty(), qPrintable(r->key()));
+            for (auto it = before.begin(); it != before.end(); ++it)
+                QVERIFY2(r->property(it.key().toLatin1().constData()) == it.value(),
+                         qPrintable(it.key()));
+        }
+        // Relationships and optional values survive too.
+        const Habit* habit = ctx.fetch<Habit>().first();
+        QCOMPARE(habit->history().first()->habit(), habit);
+        const TaskItem* bread = ctx.fetch<TaskItem>(FetchRequest::where(QStringLiteral("header"),
+                                                                        QStringLiteral("Bread")))
+                                    .first();
+        QCOMPARE(bread->priority(), std::nullopt);
+        QCOMPARE(bread->list(), ctx.fetch<TaskList>().first());
+        QVERIFY(ctx.find<WidgetPlacement>(QStringLiteral("habits"))->desktopFrameJSON().isNull());
+        QCOMPARE(PomodoroConfig::singleton(ctx), ctx.fetch<PomodoroConfig>().first());
     }
 
     void unsavedChangesAreVisibleAndDeletesHidden()
