@@ -1,5 +1,4 @@
 """Finding and pressing Tidewell's controls through the accessibility tree."""
-import os
 import time
 
 

@@ -7,42 +7,16 @@ Usage: test_desktop.py <tidewell binary> [screenshot folder]
 """
 import os
 import signal
-import subprocess
 import sys
 import time
-import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from desktop import Desktop, wait_for  # noqa: E402
-
-APP = os.path.abspath(sys.argv[1]) if len(sys.argv) > 1 else None
-SHOTS = sys.argv[2] if len(sys.argv) > 2 else None
+from desktop import wait_for  # noqa: E402
+from tidewell_case import APP, SHOTS, TidewellCase, main  # noqa: E402
 
 
-class TidewellOnTheDesktop(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.desktop = Desktop()
-        os.environ.update({k: cls.desktop.env[k] for k in ("DISPLAY", "DBUS_SESSION_BUS_ADDRESS")})
-        import accessibility
-        cls.a11y = accessibility
-        cls.app = subprocess.Popen([APP], env=cls.desktop.env, stdout=subprocess.DEVNULL,
-                                   stderr=subprocess.PIPE, text=True)
-        try:
-            cls.root = accessibility.application("Tidewell")
-        except AssertionError:
-            cls.app.kill()
-            raise AssertionError("Tidewell did not start: exit %s, %s\n%s"
-                                 % (cls.app.poll(), cls.app.communicate()[1][-2000:],
-                                    cls.desktop.diagnosis()))
 
-    @classmethod
-    def tearDownClass(cls):
-        if cls.app.poll() is None:
-            cls.app.kill()
-            cls.app.wait()
-        cls.desktop.close()
-
+class TidewellOnTheDesktop(TidewellCase):
     def hub_visible(self):
         return self.desktop.window_ids("^Tidewell$")
 
@@ -101,11 +75,10 @@ class TidewellOnTheDesktop(unittest.TestCase):
         self.assertEqual(self.app.wait(15), 0)
         self.assertTrue(wait_for(lambda: not self.desktop.tray_icons()))
         # What the user placed comes back on the next launch.
-        type(self).app = subprocess.Popen([APP], env=self.desktop.env, stdout=subprocess.DEVNULL,
-                                          stderr=subprocess.DEVNULL)
+        self.relaunch()
         self.assertEqual(len(self.desktop.tray_icons_or_report()), 1)
         self.assertTrue(wait_for(lambda: self.desktop.window_ids("^Pomodoro$")))
 
 
 if __name__ == "__main__":
-    unittest.main(argv=[sys.argv[0], "-v"])
+    main()

@@ -9,36 +9,16 @@ import datetime
 import os
 import signal
 import sqlite3
-import subprocess
 import sys
 import time
-import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from desktop import Desktop, wait_for  # noqa: E402
-
-APP = os.path.abspath(sys.argv[1]) if len(sys.argv) > 1 else None
-SHOTS = sys.argv[2] if len(sys.argv) > 2 else None
+from desktop import wait_for  # noqa: E402
+from tidewell_case import SHOTS, TidewellCase, main  # noqa: E402
 
 
-class HabitsOnTheDesktop(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.desktop = Desktop()
-        os.environ.update({k: cls.desktop.env[k] for k in ("DISPLAY", "DBUS_SESSION_BUS_ADDRESS")})
-        import accessibility
-        cls.a11y = accessibility
-        cls.app = subprocess.Popen([APP], env=cls.desktop.env, stdout=subprocess.DEVNULL,
-                                   stderr=subprocess.DEVNULL)
-        cls.root = accessibility.application("Tidewell")
 
-    @classmethod
-    def tearDownClass(cls):
-        if cls.app.poll() is None:
-            cls.app.kill()
-            cls.app.wait()
-        cls.desktop.close()
-
+class HabitsOnTheDesktop(TidewellCase):
     def test_create_and_count_a_habit(self):
         a11y, desktop = self.a11y, self.desktop
         a11y.switch_on(a11y.find(self.root, "Habits in status bar"))
@@ -76,4 +56,4 @@ class HabitsOnTheDesktop(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=[sys.argv[0], "-v"])
+    main()

@@ -10,36 +10,28 @@ import re
 import subprocess
 import sys
 import time
-import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from desktop import Desktop, wait_for  # noqa: E402
+from desktop import wait_for  # noqa: E402
+from tidewell_case import TidewellCase, main  # noqa: E402
 
-APP = os.path.abspath(sys.argv[1]) if len(sys.argv) > 1 else None
 HERE = os.path.dirname(os.path.abspath(__file__))
 
 
-class StatusNotifierTray(unittest.TestCase):
+class StatusNotifierTray(TidewellCase):
+    tray = False
+
     @classmethod
-    def setUpClass(cls):
-        cls.desktop = Desktop(tray=False)
-        os.environ.update({k: cls.desktop.env[k] for k in ("DISPLAY", "DBUS_SESSION_BUS_ADDRESS")})
+    def before_launch(cls):
         cls.watcher = subprocess.Popen(["/usr/bin/python3", "-u", os.path.join(HERE, "sni_watcher.py")],
                                        env=cls.desktop.env, stdout=subprocess.PIPE)
         assert cls.watcher.stdout.readline().strip() == b"ready"
-        import accessibility
-        cls.a11y = accessibility
-        cls.app = subprocess.Popen([APP], env=cls.desktop.env, stdout=subprocess.DEVNULL,
-                                   stderr=subprocess.DEVNULL)
-        cls.root = accessibility.application("Tidewell")
 
     @classmethod
     def tearDownClass(cls):
-        for p in (cls.app, cls.watcher):
-            if p.poll() is None:
-                p.terminate()
-                p.wait(10)
-        cls.desktop.close()
+        cls.watcher.terminate()
+        cls.watcher.wait(10)
+        super().tearDownClass()
 
     def test_countdown_tooltip_and_activation(self):
         import dbus
@@ -66,4 +58,4 @@ class StatusNotifierTray(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=[sys.argv[0], "-v"])
+    main()

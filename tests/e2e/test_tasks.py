@@ -9,37 +9,17 @@ Usage: test_tasks.py <tidewell binary> [screenshot folder]
 import os
 import signal
 import sqlite3
-import subprocess
 import sys
 import time
-import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from desktop import Desktop, wait_for  # noqa: E402
+from desktop import wait_for  # noqa: E402
+from tidewell_case import SHOTS, TidewellCase, main  # noqa: E402
 
-APP = os.path.abspath(sys.argv[1]) if len(sys.argv) > 1 else None
-SHOTS = sys.argv[2] if len(sys.argv) > 2 else None
 LONG = "Call the bank about the standing order for the flat and ask for the new card"
 
 
-class TasksOnTheDesktop(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.desktop = Desktop()
-        os.environ.update({k: cls.desktop.env[k] for k in ("DISPLAY", "DBUS_SESSION_BUS_ADDRESS")})
-        import accessibility
-        cls.a11y = accessibility
-        cls.app = subprocess.Popen([APP], env=cls.desktop.env, stdout=subprocess.DEVNULL,
-                                   stderr=subprocess.DEVNULL)
-        cls.root = accessibility.application("Tidewell")
-
-    @classmethod
-    def tearDownClass(cls):
-        if cls.app.poll() is None:
-            cls.app.kill()
-            cls.app.wait()
-        cls.desktop.close()
-
+class TasksOnTheDesktop(TidewellCase):
     def popup_open(self):
         return self.desktop.window_ids("^Tasks$")
 
@@ -106,4 +86,4 @@ class TasksOnTheDesktop(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=[sys.argv[0], "-v"])
+    main()

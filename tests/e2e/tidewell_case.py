@@ -1,0 +1,51 @@
+"""The common frame of the end-to-end tests: a throwaway desktop with Tidewell
+started on it and found in the accessibility tree, torn down afterwards."""
+import os
+import subprocess
+import sys
+import unittest
+
+from desktop import Desktop
+
+APP = os.path.abspath(sys.argv[1]) if len(sys.argv) > 1 else None
+SHOTS = sys.argv[2] if len(sys.argv) > 2 else None
+
+
+class TidewellCase(unittest.TestCase):
+    tray = True
+
+    @classmethod
+    def setUpClass(cls):
+        cls.desktop = Desktop(tray=cls.tray)
+        os.environ.update({k: cls.desktop.env[k] for k in ("DISPLAY", "DBUS_SESSION_BUS_ADDRESS")})
+        cls.before_launch()
+        import accessibility
+        cls.a11y = accessibility
+        cls.app = subprocess.Popen([APP], env=cls.desktop.env, stdout=subprocess.DEVNULL,
+                                   stderr=subprocess.PIPE, text=True)
+        try:
+            cls.root = accessibility.application("Tidewell")
+        except AssertionError:
+            cls.app.kill()
+            raise AssertionError("Tidewell did not start: exit %s, %s\n%s"
+                                 % (cls.app.poll(), cls.app.communicate()[1][-2000:],
+                                    cls.desktop.diagnosis()))
+
+    @classmethod
+    def before_launch(cls):
+        """Room for a test to start more of the desktop before the app."""
+
+    @classmethod
+    def tearDownClass(cls):
+        if cls.app.poll() is None:
+            cls.app.kill()
+            cls.app.wait()
+        cls.desktop.close()
+
+    def relaunch(self):
+        type(self).app = subprocess.Popen([APP], env=self.desktop.env, stdout=subprocess.DEVNULL,
+                                          stderr=subprocess.DEVNULL)
+
+
+def main():
+    unittest.main(argv=[sys.argv[0], "-v"])
