@@ -4,7 +4,7 @@
 #include "Clock.h"
 #include "DailyResetService.h"
 #include "DataStore.h"
-#include "Debouncer.h"
+#include "DebouncedPush.h"
 #include "Habit.h"
 #include "HabitHistory.h"
 #include "ModelContext.h"
@@ -38,7 +38,9 @@ HabitsService& HabitsService::shared()
 
 HabitsService::HabitsService(QObject* parent)
     : QObject(parent)
-    , m_debouncer(new Debouncer(this))
+    , m_saver(new DebouncedPush(
+          QStringLiteral("habits"), std::chrono::milliseconds(SaveDelayMs),
+          [] { return SyncEngine::shared().pushHabits(); }, this))
 {}
 
 Habit* HabitsService::createHabit(const QString& icon, const QString& name, const QString& colorHex,
@@ -148,14 +150,10 @@ void HabitsService::bootstrap()
 
 void HabitsService::save(ModelContext& context)
 {
-    QPointer<ModelContext> target(&context);
-    m_debouncer->schedule(QStringLiteral("habits"), std::chrono::milliseconds(SaveDelayMs),
-                          [this, target] {
-                              if (target)
-                                  target->save();
-                              if (m_push)
-                                  m_push();
-                              else
-                                  QCoro::connect(SyncEngine::shared().pushHabits(), this, [] {});
-                          });
+    m_saver->request(context);
+}
+
+void HabitsService::setPushHandler(std::function<void()> push)
+{
+    m_saver->setPushHandler(std::move(push));
 }

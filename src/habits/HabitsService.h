@@ -5,7 +5,7 @@
 
 #include <functional>
 
-class Debouncer;
+class DebouncedPush;
 class Habit;
 class ModelContext;
 
@@ -38,7 +38,7 @@ public:
     bool isBootstrapped() const { return m_bootstrapped; }
 
     // What runs after the debounced save; by default the sync engine's habits push.
-    void setPushHandler(std::function<void()> push) { m_push = std::move(push); }
+    void setPushHandler(std::function<void()> push);
 
 signals:
     void bootstrappedChanged();
@@ -47,7 +47,6 @@ private:
     void archiveToday(Habit* habit, ModelContext& context);
     void save(ModelContext& context);
 
-    Debouncer* m_debouncer;
+    DebouncedPush* m_saver;
     bool m_bootstrapped = false;
-    std::function<void()> m_push;
 };

@@ -2,14 +2,13 @@
 
 #include "AudioService.h"
 #include "DataStore.h"
-#include "Debouncer.h"
+#include "DebouncedPush.h"
 #include "ModelContext.h"
 #include "SyncEngine.h"
 #include "TaskItem.h"
 #include "TaskList.h"
 
 #include <QCoreApplication>
-#include <QPointer>
 
 #include <algorithm>
 
@@ -28,7 +27,9 @@ TasksService& TasksService::shared()
 
 TasksService::TasksService(QObject* parent)
     : QObject(parent)
-    , m_debouncer(new Debouncer(this))
+    , m_saver(new DebouncedPush(
+          QStringLiteral("tasks"), std::chrono::milliseconds(SaveDelayMs),
+          [] { return SyncEngine::shared().pushTasks(); }, this))
 {}
 
 void TasksService::bootstrap()
@@ -163,14 +164,10 @@ QList<TaskItem*> TasksService::sortedTasks(const TaskList* list)
 
 void TasksService::save(ModelContext& context)
 {
-    QPointer<ModelContext> target(&context);
-    m_debouncer->schedule(QStringLiteral("tasks"), std::chrono::milliseconds(SaveDelayMs),
-                          [this, target] {
-                              if (target)
-                                  target->save();
-                              if (m_push)
-                                  m_push();
-                              else
-                                  QCoro::connect(SyncEngine::shared().pushTasks(), this, [] {});
-                          });
+    m_saver->request(context);
+}
+
+void TasksService::setPushHandler(std::function<void()> push)
+{
+    m_saver->setPushHandler(std::move(push));
 }

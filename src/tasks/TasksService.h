@@ -6,7 +6,7 @@
 
 #include <functional>
 
-class Debouncer;
+class DebouncedPush;
 class ModelContext;
 class TaskItem;
 class TaskList;
@@ -46,7 +46,7 @@ public:
     static QList<TaskItem*> sortedTasks(const TaskList* list);
 
     // What runs after the debounced save; by default the sync engine's tasks push.
-    void setPushHandler(std::function<void()> push) { m_push = std::move(push); }
+    void setPushHandler(std::function<void()> push);
 
 signals:
     void bootstrappedChanged();
@@ -54,7 +54,6 @@ signals:
 private:
     void save(ModelContext& context);
 
-    Debouncer* m_debouncer;
+    DebouncedPush* m_saver;
     bool m_bootstrapped = false;
-    std::function<void()> m_push;
 };
