@@ -1,5 +1,7 @@
 #include "FloatingContainer.h"
 
+#include "RoundedPanel.h"
+
 #include "SymbolIcon.h"
 #include "Theme.h"
 
@@ -7,29 +9,9 @@
 #include <QGraphicsOpacityEffect>
 #include <QHBoxLayout>
 #include <QLabel>
-#include <QPainter>
 #include <QPropertyAnimation>
 #include <QToolButton>
 #include <QVBoxLayout>
-
-namespace {
-// The rounded card behind the widget view.
-class Card final : public QWidget
-{
-public:
-    using QWidget::QWidget;
-
-protected:
-    void paintEvent(QPaintEvent*) override
-    {
-        QPainter p(this);
-        p.setRenderHint(QPainter::Antialiasing);
-        p.setPen(Qt::NoPen);
-        p.setBrush(Theme::windowBackground());
-        p.drawRoundedRect(QRectF(rect()), 10, 10);
-    }
-};
-} // namespace
 
 FloatingContainer::FloatingContainer(QWidget* content, QWidget* parent)
     : QWidget(parent)
@@ -38,7 +20,7 @@ FloatingContainer::FloatingContainer(QWidget* content, QWidget* parent)
     auto* outer = new QVBoxLayout(this);
     outer->setContentsMargins(8, 8, 8, 8);
     outer->setSizeConstraint(QLayout::SetNoConstraint);
-    m_card = new Card(this);
+    m_card = new RoundedPanel(Theme::windowBackground(), 10, this);
     auto* shadow = new QGraphicsDropShadowEffect(m_card);
     shadow->setColor(QColor(0, 0, 0, 64));
     shadow->setBlurRadius(12);

@@ -1,5 +1,7 @@
 #include "WidgetTogglesView.h"
 
+#include "RoundedPanel.h"
+
 #include "DataStore.h"
 #include "Switch.h"
 #include "Theme.h"
@@ -9,29 +11,12 @@
 
 #include <QHBoxLayout>
 #include <QLabel>
-#include <QPainter>
 #include <QSystemTrayIcon>
 #include <QVBoxLayout>
 
 namespace {
 constexpr int statusColumn = 76;
 constexpr int floatingColumn = 64;
-
-class RoundedBlock final : public QWidget
-{
-public:
-    using QWidget::QWidget;
-
-protected:
-    void paintEvent(QPaintEvent*) override
-    {
-        QPainter p(this);
-        p.setRenderHint(QPainter::Antialiasing);
-        p.setPen(Qt::NoPen);
-        p.setBrush(Theme::secondary(0.06));
-        p.drawRoundedRect(QRectF(rect()), 8, 8);
-    }
-};
 
 QWidget* centred(QWidget* child, int width, QWidget* parent)
 {
@@ -70,7 +55,7 @@ WidgetTogglesView::WidgetTogglesView(QWidget* parent)
     header->setContentsMargins(10, 0, 10, 0);
     column->addLayout(header);
 
-    auto* block = new RoundedBlock(this);
+    auto* block = new RoundedPanel(Theme::secondary(0.06), 8, this);
     auto* rows = new QVBoxLayout(block);
     rows->setContentsMargins(10, 10, 10, 10);
     rows->setSpacing(6);

@@ -1,5 +1,7 @@
 #include "SettingsView.h"
 
+#include "RoundedPanel.h"
+
 #include "AudioService.h"
 #include "LaunchAtLogin.h"
 #include "NotificationService.h"
@@ -11,26 +13,10 @@
 #include <QFrame>
 #include <QHBoxLayout>
 #include <QLabel>
-#include <QPainter>
 #include <QPushButton>
 #include <QVBoxLayout>
 
 namespace {
-class RowGroup final : public QWidget
-{
-public:
-    using QWidget::QWidget;
-
-protected:
-    void paintEvent(QPaintEvent*) override
-    {
-        QPainter p(this);
-        p.setRenderHint(QPainter::Antialiasing);
-        p.setPen(Qt::NoPen);
-        p.setBrush(Theme::secondary(0.06));
-        p.drawRoundedRect(QRectF(rect()), 8, 8);
-    }
-};
 
 Switch* addRow(QVBoxLayout* rows, const QString& label, const QString& name, QWidget* parent,
                QWidget* trailing = nullptr)
@@ -70,7 +56,7 @@ SettingsView::SettingsView(QWidget* parent)
     title->setFont(Theme::font(Theme::Font::Subheadline, QFont::DemiBold));
     column->addWidget(title);
 
-    auto* group = new RowGroup(this);
+    auto* group = new RoundedPanel(Theme::secondary(0.06), 8, this);
     auto* rows = new QVBoxLayout(group);
     rows->setContentsMargins(0, 0, 0, 0);
     rows->setSpacing(0);
