@@ -56,11 +56,18 @@ class Desktop:
         self.env.pop("WAYLAND_DISPLAY", None)
         self._spawn(["/usr/libexec/at-spi-bus-launcher", "--launch-immediately"])
         self._spawn(["openbox", "--sm-disable"])
-        if tray:
-            self._spawn(["trayer", "--edge", "top", "--align", "right", "--height", "24",
-                         "--widthtype", "request", "--transparent", "false"])
-        if tray and not wait_for(lambda: self.window_ids("^panel$"), 15):
-            raise RuntimeError("the tray (trayer) did not start on %s" % self.display)
+        # trayer now and then exits when it starts while openbox is still taking
+        # over the screen: give it a second chance before giving up.
+        for _ in range(2 if tray else 0):
+            trayer = self._spawn(["trayer", "--edge", "top", "--align", "right", "--height", "24",
+                                  "--widthtype", "request", "--transparent", "false"])
+            if wait_for(lambda: self.window_ids("^panel$"), 10):
+                break
+            trayer.kill()
+        else:
+            if tray:
+                self.close()
+                raise RuntimeError("the tray (trayer) did not start on %s" % self.display)
         time.sleep(0.5)
 
     def _spawn(self, cmd, **kw):

@@ -43,6 +43,10 @@ class HabitsOnTheDesktop(TidewellCase):
         if SHOTS:
             time.sleep(0.4)
             desktop.screenshot(os.path.join(SHOTS, "habits-popup.png"), "^Habits$")
+            desktop.click(x, y)  # close the popup
+            a11y.switch_on(a11y.find(self.root, "Habits floating"))
+            time.sleep(0.8)
+            desktop.screenshot(os.path.join(SHOTS, "habits-panel.png"), "^Habits$")
 
         # SIGTERM saves the store before leaving.
         self.app.send_signal(signal.SIGTERM)
