@@ -66,8 +66,13 @@ class TidewellOnTheDesktop(TidewellCase):
         second = self.desktop.run([APP], timeout=20)
         self.assertEqual(second.returncode, 0, second.stderr)
         self.assertTrue(wait_for(self.hub_visible), "the running instance did not show its hub")
+        # With the sign-in sheet open, a callback nobody asked for shows as refused.
+        self.a11y.press(self.a11y.find(self.root, "Sign in", role="push button"))
+        self.assertTrue(wait_for(lambda: self.desktop.window_ids("^Sign in$")), "no sign-in sheet")
         url = self.desktop.run([APP, "tidewell://auth?token=x&state=y"], timeout=20)
         self.assertEqual(url.returncode, 0, url.stderr)
+        self.a11y.find(self.root, "Rejected unexpected sign-in callback")
+        self.a11y.press(self.a11y.find(self.root, "Close"))
 
     def test_6_sigterm_during_focus_saves_and_exits_cleanly(self):
         self.assertIsNone(self.app.poll())
