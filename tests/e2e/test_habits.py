@@ -41,6 +41,21 @@ class HabitsOnTheDesktop(TidewellCase):
             a11y.press(add)
         a11y.find(self.root, "3/8")  # the default goal is 8 a day
         if SHOTS:
+            # Two more habits for the picture, one of them done for the day.
+            for name, goal in (("Stretch", 1), ("Read", 2)):
+                if not desktop.window_ids("^Habits$"):
+                    desktop.click(x, y)
+                a11y.press(a11y.find(self.root, "New habit", role="push button"))
+                self.assertTrue(wait_for(lambda: desktop.window_ids("^New habit$")))
+                time.sleep(0.3)
+                desktop.run(["xdotool", "type", "--delay", "20", name])
+                a11y.find(self.root, "Goal", role="spin button").queryValue().currentValue = goal
+                a11y.press(a11y.find(self.root, "Create"))
+                self.assertTrue(wait_for(lambda: not desktop.window_ids("^New habit$")))
+            if not desktop.window_ids("^Habits$"):
+                desktop.click(x, y)
+            a11y.press(a11y.find(self.root, "Add one: Stretch"))
+            a11y.find(self.root, "1/1")
             time.sleep(0.4)
             desktop.screenshot(os.path.join(SHOTS, "habits-popup.png"), "^Habits$")
             desktop.click(x, y)  # close the popup
@@ -54,9 +69,9 @@ class HabitsOnTheDesktop(TidewellCase):
         store = os.path.join(desktop.home, ".local/share/com.brenlow.tidewell/store.sqlite")
         db = sqlite3.connect(store)
         today = datetime.date.today().isoformat()
-        rows = db.execute("SELECT h.name, hh.date, hh.value, hh.completed FROM habit_history hh "
-                          "JOIN habit h ON h.id = hh.habitId").fetchall()
-        self.assertEqual(rows, [("Water", today, 3, 0)])
+        rows = db.execute("SELECT hh.date, hh.value, hh.completed FROM habit_history hh "
+                          "JOIN habit h ON h.id = hh.habitId WHERE h.name = 'Water'").fetchall()
+        self.assertEqual(rows, [(today, 3, 0)])
 
 
 if __name__ == "__main__":
