@@ -82,6 +82,7 @@ AccountSection::AccountSection(QWidget* parent)
                    1);
     auto* signIn = new QPushButton(QStringLiteral("Sign in"), m_signedOut);
     signIn->setObjectName(QStringLiteral("signInButton"));
+    signIn->setAccessibleName(QStringLiteral("Sign in"));
     signIn->setDefault(true);
     out->addWidget(signIn);
     connect(signIn, &QPushButton::clicked, this, &AccountSection::openSignIn);
@@ -102,6 +103,7 @@ AccountSection::AccountSection(QWidget* parent)
     m_sync->setObjectName(QStringLiteral("syncButton"));
     auto* signOut = new QPushButton(QStringLiteral("Sign out"), m_signedIn);
     signOut->setObjectName(QStringLiteral("signOutButton"));
+    signOut->setAccessibleName(QStringLiteral("Sign out"));
     signOut->setFlat(true);
     signOut->setStyleSheet(QStringLiteral("QPushButton { color: #d70015; }"));
     row->addWidget(m_sync);

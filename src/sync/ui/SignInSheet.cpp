@@ -104,6 +104,7 @@ SignInSheet::SignInSheet(QWidget* parent)
     m_token->setAccessibleName(QStringLiteral("API token"));
     m_submit = new QPushButton(QStringLiteral("Sign in"), m_advancedGroup);
     m_submit->setObjectName(QStringLiteral("tokenSignInButton"));
+    m_submit->setAccessibleName(QStringLiteral("Sign in with token"));
     m_submit->setAutoDefault(false);
     tokenRow->addWidget(m_token, 1);
     tokenRow->addWidget(m_submit);
@@ -124,6 +125,7 @@ SignInSheet::SignInSheet(QWidget* parent)
     closeRow->addStretch();
     auto* close = new QPushButton(QStringLiteral("Close"), this);
     close->setObjectName(QStringLiteral("closeButton"));
+    close->setAccessibleName(QStringLiteral("Close"));
     close->setAutoDefault(false);
     closeRow->addWidget(close);
     column->addLayout(closeRow);
@@ -182,7 +184,14 @@ void SignInSheet::connectViaBrowser()
     setError(QString());
     m_waitingForBrowser = true;
     updateState();
-    AuthService::shared().beginBrowserSignIn(base);
+    AuthService& auth = AuthService::shared();
+    auth.beginBrowserSignIn(base);
+    // The service clears its error when the browser opens, so an error now is
+    // this attempt's; a repeat of the previous text sends no change signal.
+    if (!auth.lastError().isEmpty()) {
+        m_waitingForBrowser = false;
+        setError(auth.lastError());
+    }
 }
 
 void SignInSheet::submitToken()
