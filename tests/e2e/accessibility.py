@@ -70,3 +70,19 @@ def switch_on(obj, timeout=5):
                 return
             time.sleep(0.05)
     raise AssertionError("switch %r did not turn on" % obj.name)
+
+
+def find_in(root, group, name, timeout=10):
+    """The control named `name` inside the container named `group` (e.g. a row)."""
+    pyatspi = _registry()
+    deadline = time.monotonic() + timeout
+    while True:
+        for found in pyatspi.utils.findAllDescendants(root, lambda o: o is not None and o.name == name):
+            parent = found.parent
+            while parent is not None and parent != root:
+                if parent.name == group:
+                    return found
+                parent = parent.parent
+        if time.monotonic() > deadline:
+            raise AssertionError("no control named %r in %r" % (name, group))
+        time.sleep(0.2)

@@ -36,7 +36,7 @@ class HabitsOnTheDesktop(TidewellCase):
 
         if not desktop.window_ids("^Habits$"):
             desktop.click(x, y)
-        add = a11y.find(self.root, "Add one: Water")
+        add = a11y.find_in(self.root, "Water", "Add one")
         for _ in range(3):
             a11y.press(add)
         a11y.find(self.root, "3/8")  # the default goal is 8 a day
@@ -54,7 +54,7 @@ class HabitsOnTheDesktop(TidewellCase):
                 self.assertTrue(wait_for(lambda: not desktop.window_ids("^New habit$")))
             if not desktop.window_ids("^Habits$"):
                 desktop.click(x, y)
-            a11y.press(a11y.find(self.root, "Add one: Stretch"))
+            a11y.press(a11y.find_in(self.root, "Stretch", "Add one"))
             a11y.find(self.root, "1/1")
             time.sleep(0.4)
             desktop.screenshot(os.path.join(SHOTS, "habits-popup.png"), "^Habits$")

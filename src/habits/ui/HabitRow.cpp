@@ -139,7 +139,7 @@ void HabitRow::refresh()
                                   : QStringLiteral("plus.circle.fill"),
                              color()));
         m_action->setToolTip(tip);
-        m_action->setAccessibleName(tip + QStringLiteral(": ") + m_habit->name());
+        m_action->setAccessibleName(tip); // the row, a group named after the habit, tells which
     }
     if (m_edit) {
         m_edit->setToolTip(QStringLiteral("Edit habit"));
