@@ -1,5 +1,6 @@
 #include "APIClient.h"
 
+#include "Blanks.h"
 #include "BundleInfo.h"
 #include "KeychainStore.h"
 #include "Preferences.h"
@@ -12,16 +13,6 @@
 #include <memory>
 
 namespace {
-QString trimmedBlanks(const QString& s)
-{
-    qsizetype a = 0, b = s.size();
-    while (a < b && (s[a] == u' ' || s[a] == u'\t'))
-        ++a;
-    while (b > a && (s[b - 1] == u' ' || s[b - 1] == u'\t'))
-        --b;
-    return s.mid(a, b - a);
-}
-
 bool sameOrigin(const QUrl& a, const QUrl& b)
 {
     auto defaultPort = [](const QUrl& u) { return u.scheme() == u"https" ? 443 : 80; };
@@ -66,7 +57,7 @@ QString APIClient::defaultServerURL()
 QString APIClient::serverURLString()
 {
     const QString stored = Preferences::serverURLOverride();
-    if (!trimmedBlanks(stored).isEmpty())
+    if (!Blanks::trimmed(stored).isEmpty())
         return stored;
     return defaultServerURL();
 }

@@ -1,6 +1,7 @@
 #include "TasksService.h"
 
 #include "AudioService.h"
+#include "Blanks.h"
 #include "DataStore.h"
 #include "DebouncedPush.h"
 #include "ModelContext.h"
@@ -11,13 +12,6 @@
 #include <QCoreApplication>
 
 #include <algorithm>
-
-namespace {
-bool isBlank(const QString& text)
-{
-    return std::all_of(text.begin(), text.end(), [](QChar c) { return c == u' ' || c == u'\t'; });
-}
-} // namespace
 
 TasksService& TasksService::shared()
 {
@@ -74,7 +68,7 @@ void TasksService::deleteList(TaskList* list, ModelContext& context)
 
 TaskItem* TasksService::addTask(const QString& text, TaskList* list, ModelContext& context)
 {
-    if (isBlank(text)) {
+    if (Blanks::isBlank(text)) {
         AudioService::shared().play(AudioService::Sound::Error1);
         return nullptr;
     }

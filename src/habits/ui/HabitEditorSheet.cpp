@@ -1,5 +1,6 @@
 #include "HabitEditorSheet.h"
 
+#include "Blanks.h"
 #include "DataStore.h"
 #include "EmojiCoding.h"
 #include "Habit.h"
@@ -42,10 +43,6 @@ QIcon swatch(const QString& hex, bool selected, const QColor& ring)
     return QIcon(pixmap);
 }
 
-bool isSpaceOrTab(QChar c)
-{
-    return c == u' ' || c == u'\t';
-}
 } // namespace
 
 const QStringList& HabitEditorSheet::colorPalette()
@@ -270,13 +267,7 @@ int HabitEditorSheet::maxValue() const
 
 QString HabitEditorSheet::trimmedName() const
 {
-    QString name = m_name->text();
-    qsizetype start = 0, end = name.size();
-    while (start < end && isSpaceOrTab(name[start]))
-        ++start;
-    while (end > start && isSpaceOrTab(name[end - 1]))
-        --end;
-    return name.mid(start, end - start);
+    return Blanks::trimmed(m_name->text());
 }
 
 void HabitEditorSheet::updateSaveEnabled()

@@ -2,6 +2,7 @@
 
 #include "APIClient.h"
 #include "AuthService.h"
+#include "Blanks.h"
 #include "Preferences.h"
 #include "SymbolIcon.h"
 #include "SyncEngine.h"
@@ -25,15 +26,6 @@ QLabel* note(const QString& text, Theme::Font font, QWidget* parent)
     return label;
 }
 
-QString trimmedBlanks(const QString& s)
-{
-    qsizetype a = 0, b = s.size();
-    while (a < b && (s[a] == u' ' || s[a] == u'\t'))
-        ++a;
-    while (b > a && (s[b - 1] == u' ' || s[b - 1] == u'\t'))
-        --b;
-    return s.mid(a, b - a);
-}
 } // namespace
 
 SignInSheet::SignInSheet(QWidget* parent)
@@ -172,8 +164,8 @@ void SignInSheet::updateState()
     m_browser->setText(m_waitingForBrowser ? QStringLiteral("Waiting for browser…")
                                            : QStringLiteral("Connect via browser"));
     m_browser->setAccessibleName(m_browser->text());
-    m_browser->setEnabled(!m_submitting && !trimmedBlanks(m_server->text()).isEmpty());
-    m_submit->setEnabled(!m_submitting && !trimmedBlanks(m_token->text()).isEmpty());
+    m_browser->setEnabled(!m_submitting && !Blanks::trimmed(m_server->text()).isEmpty());
+    m_submit->setEnabled(!m_submitting && !Blanks::trimmed(m_token->text()).isEmpty());
 }
 
 void SignInSheet::connectViaBrowser()

@@ -1,6 +1,6 @@
 #include "ListNameDialog.h"
 
-#include "SpaceTrim.h"
+#include "Blanks.h"
 #include "TasksService.h"
 #include "Theme.h"
 
@@ -68,5 +68,5 @@ ListNameDialog::ListNameDialog(Purpose purpose, const QString& name, QWidget* pa
 
 QString ListNameDialog::trimmedName() const
 {
-    return trimSpacesAndTabs(m_field->text());
+    return Blanks::trimmed(m_field->text());
 }

@@ -1,8 +1,8 @@
 #include "TaskRow.h"
 
+#include "Blanks.h"
 #include "ModelContext.h"
 #include "PanelHoverTooltip.h"
-#include "SpaceTrim.h"
 #include "SymbolIcon.h"
 #include "TaskItem.h"
 #include "TasksService.h"
@@ -14,8 +14,8 @@
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
-#include <QTimer>
 #include <QSignalBlocker>
+#include <QTimer>
 #include <QToolButton>
 
 namespace {
@@ -216,7 +216,7 @@ void TaskRow::beginEditing()
 
 void TaskRow::commitEditing()
 {
-    const QString text = trimSpacesAndTabs(m_editField->text());
+    const QString text = Blanks::trimmed(m_editField->text());
     if (!text.isEmpty() && m_task && m_context)
         TasksService::shared().editTask(m_task, text, *m_context);
     m_editing = false;

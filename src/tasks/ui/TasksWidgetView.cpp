@@ -1,7 +1,7 @@
 #include "TasksWidgetView.h"
 
+#include "Blanks.h"
 #include "DataStore.h"
-#include "SpaceTrim.h"
 #include "SymbolIcon.h"
 #include "TaskList.h"
 #include "TaskListSwitcher.h"
@@ -237,7 +237,7 @@ void TasksWidgetView::addTask()
     TaskList* list = currentList();
     if (!list || !m_context)
         return;
-    const QString text = trimSpacesAndTabs(m_input->text());
+    const QString text = Blanks::trimmed(m_input->text());
     if (text.isEmpty())
         return;
     TasksService::shared().addTask(text, list, *m_context);

@@ -4,8 +4,8 @@
 
 #include <QCursor>
 #include <QFontMetricsF>
-#include <QLayout>
 #include <QGuiApplication>
+#include <QLayout>
 #include <QScreen>
 
 #include <cmath>

@@ -1,10 +1,6 @@
-#pragma once
+#include "Blanks.h"
 
-#include <QString>
-
-// Trims spaces and tabs from both ends, the only blanks typed names and task
-// texts lose; other whitespace is kept as part of the text.
-inline QString trimSpacesAndTabs(const QString& text)
+QString Blanks::trimmed(const QString& text)
 {
     const auto blank = [](QChar c) { return c == u' ' || c == u'\t'; };
     qsizetype begin = 0;
