@@ -177,6 +177,7 @@ private slots:
         QVERIFY(context().save());
         serveTasks(received);
         pull();
+        QCOMPARE(engine().lastError(), QString());
         const QList<TaskList*> lists = sorted<TaskList>();
         QCOMPARE(lists.size(), 1);
         QList<TaskItem*> tasks = lists[0]->tasks();
