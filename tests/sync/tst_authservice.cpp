@@ -1,29 +1,12 @@
-#include "APIClient.h"
-#include "AuthService.h"
-#include "DataStore.h"
-#include "FakeKeychain.h"
-#include "FakeSyncServer.h"
-#include "KeychainStore.h"
-#include "Preferences.h"
-#include "SyncEngine.h"
+#include "SyncFixture.h"
 
 #include <QRegularExpression>
 #include <QSignalSpy>
-#include <QStandardPaths>
-#include <QTest>
 #include <QUrlQuery>
 
-using Response = FakeSyncServer::Response;
-
-class TestAuthService final : public QObject
+class TestAuthService final : public QObject, private SyncFixture
 {
     Q_OBJECT
-
-    std::unique_ptr<FakeSyncServer> m_server;
-    std::shared_ptr<FakeKeychain> m_keychain;
-    QList<QUrl> m_opened;
-
-    static AuthService& auth() { return AuthService::shared(); }
 
     bool signIn(const QString& token) { return QCoro::waitFor(auth().signIn(token)); }
     void callback(const QString& url) { QCoro::waitFor(auth().consumeCallback(QUrl(url))); }
@@ -37,36 +20,9 @@ class TestAuthService final : public QObject
                    : QUrlQuery(m_opened.last()).queryItemValue(QStringLiteral("state"));
     }
 
-    int tokenTests() const
-    {
-        return int(m_server->requestsFor("GET", QStringLiteral("/api/v1/tasks")).size());
-    }
-
 private slots:
-    void initTestCase()
-    {
-        QStandardPaths::setTestModeEnabled(true);
-        QString error;
-        DataStore::setShared(DataStore::open(QStringLiteral(":memory:"), &error));
-        // Before the service reads its first token: never the user's keychain.
-        KeychainStore::setBackend(std::make_shared<FakeKeychain>());
-        auth().setBrowserOpener([this](const QUrl& url) {
-            m_opened.append(url);
-            return true;
-        });
-    }
-
-    void init()
-    {
-        m_server = std::make_unique<FakeSyncServer>();
-        m_server->serveEmptyAccount();
-        Preferences::setServerURLOverride(m_server->url().toString());
-        m_keychain = std::make_shared<FakeKeychain>();
-        KeychainStore::setBackend(m_keychain);
-        auth().signOut();
-        m_opened.clear();
-    }
-
+    void initTestCase() { setUpOnce(); }
+    void init() { setUp(); }
     void cleanup() { m_server.reset(); }
 
     void startsSignedInOnlyWithAStoredToken_data()
@@ -83,9 +39,7 @@ private slots:
     {
         QFETCH(QByteArray, stored);
         QFETCH(bool, signedIn);
-        m_keychain->stored = stored.isNull() ? std::nullopt : std::optional<QByteArray>(stored);
-        KeychainStore::setBackend(m_keychain);
-        auth().reload();
+        startWithToken(stored.isNull() ? std::nullopt : std::optional<QByteArray>(stored));
         QCOMPARE(auth().isSignedIn(), signedIn);
         QVERIFY(m_server->requests().isEmpty()); // not re-validated
     }
@@ -94,27 +48,23 @@ private slots:
     {
         QTest::addColumn<QString>("typed");
         QTest::addColumn<int>("status");
-        QTest::addColumn<bool>("accepted");
-        QTest::addColumn<QString>("error");
-        QTest::newRow("blanks and newline") << "  tok-1 \n" << 200 << true << "";
-        QTest::newRow("only blanks") << " \t\n" << 200 << false << "Token is empty";
-        QTest::newRow("rejected") << "bad" << 401 << false << "Token rejected by server";
-        QTest::newRow("server error") << "tok" << 500 << false << "HTTP 500: nope";
+        QTest::addColumn<QString>("error"); // empty: accepted
+        QTest::newRow("blanks and newline") << "  tok-1 \n" << 200 << "";
+        QTest::newRow("only blanks") << " \t\n" << 200 << "Token is empty";
+        QTest::newRow("rejected") << "bad" << 401 << "Token rejected by server";
+        QTest::newRow("server error") << "tok" << 500 << "HTTP 500: nope";
     }
 
     void signsInWithPastedToken()
     {
         QFETCH(QString, typed);
         QFETCH(int, status);
-        QFETCH(bool, accepted);
         QFETCH(QString, error);
-        m_server->on("GET", QStringLiteral("/api/v1/tasks"),
-                     status == 200 ? Response::json(200, "{\"data\":[]}")
-                                   : Response{status, "nope", {}, 0, false});
-        QSignalSpy signedIn(&auth(), &AuthService::isSignedInChanged);
+        const bool accepted = error.isEmpty();
+        if (status != 200)
+            m_server->on("GET", QStringLiteral("/api/v1/tasks"), {status, "nope", {}, 0, false});
         QCOMPARE(signIn(typed), accepted);
         QCOMPARE(auth().isSignedIn(), accepted);
-        QCOMPARE(signedIn.count(), accepted ? 1 : 0);
         QCOMPARE(auth().lastError(), error);
         QCOMPARE(m_keychain->stored, accepted ? std::optional<QByteArray>("tok-1") : std::nullopt);
         if (typed.trimmed().isEmpty()) {
@@ -124,29 +74,37 @@ private slots:
             QCOMPARE(m_server->requests().first().header("Authorization"),
                      "Bearer " + typed.trimmed().toUtf8());
         }
-        QVERIFY(!auth().lastError().contains(u"tok-1"));
     }
 
-    void buildsConnectURL_data()
+    void beginsBrowserSignIn_data()
     {
-        QTest::addColumn<QString>("suffix"); // after the fake server's address
-        QTest::newRow("bare") << "";
-        QTest::newRow("path query fragment") << "/app/base?x=1#top";
-        QTest::newRow("blanks around") << "  ";
+        QTest::addColumn<QString>("typed"); // "<server>" stands for the fake server
+        QTest::addColumn<bool>("stored");
+        QTest::addColumn<QString>("error"); // empty: the browser opens
+        QTest::newRow("bare") << "<server>" << true << QString();
+        QTest::newRow("path query fragment") << "<server>/app/base?x=1#top" << true << QString();
+        QTest::newRow("blanks around") << "  <server>  " << true << QString();
+        QTest::newRow("empty") << " \n" << false << "Invalid server URL";
+        QTest::newRow("blank inside") << "http://exa mple.com" << false << "Invalid server URL";
+        QTest::newRow("no host") << "localhost:3000" << true << "Failed to build connect URL";
     }
 
-    void buildsConnectURL()
+    void beginsBrowserSignIn()
     {
-        QFETCH(QString, suffix);
-        const QString typed = u"  " + m_server->url().toString() + suffix;
+        QFETCH(QString, typed);
+        QFETCH(bool, stored);
+        QFETCH(QString, error);
+        typed.replace(QStringLiteral("<server>"), m_server->url().toString());
+        const QString before = Preferences::serverURLOverride();
         auth().beginBrowserSignIn(typed);
-        QCOMPARE(auth().lastError(), QString());
-        QCOMPARE(Preferences::serverURLOverride(), typed.trimmed());
-        QCOMPARE(m_opened.size(), 1);
+        QCOMPARE(auth().lastError(), error);
+        QCOMPARE(Preferences::serverURLOverride(), stored ? typed.trimmed() : before);
+        QCOMPARE(m_opened.size(), error.isEmpty() ? 1 : 0);
+        if (!error.isEmpty())
+            return;
         const QUrl url = m_opened.first();
         QCOMPARE(url.toString(QUrl::RemoveQuery), m_server->url().toString() + u"/en/app/connect");
-        const QUrlQuery query(url);
-        const auto items = query.queryItems();
+        const auto items = QUrlQuery(url).queryItems();
         QCOMPARE(items.size(), 2);
         QCOMPARE(items[0].first, QStringLiteral("state"));
         QVERIFY(
@@ -159,31 +117,6 @@ private slots:
                 items[0].second);
     }
 
-    void refusesUnusableServerAddress_data()
-    {
-        QTest::addColumn<QString>("typed");
-        QTest::addColumn<QString>("error");
-        QTest::addColumn<bool>("stored");
-        QTest::newRow("empty") << " \n"
-                               << "Invalid server URL" << false;
-        QTest::newRow("blank inside") << "http://exa mple.com"
-                                      << "Invalid server URL" << false;
-        QTest::newRow("no host") << "localhost:3000"
-                                 << "Failed to build connect URL" << true;
-    }
-
-    void refusesUnusableServerAddress()
-    {
-        QFETCH(QString, typed);
-        QFETCH(QString, error);
-        QFETCH(bool, stored);
-        const QString before = Preferences::serverURLOverride();
-        auth().beginBrowserSignIn(typed);
-        QCOMPARE(auth().lastError(), error);
-        QVERIFY(m_opened.isEmpty());
-        QCOMPARE(Preferences::serverURLOverride(), stored ? typed : before);
-    }
-
     void handlesCallbacks()
     {
         // Not a sign-in in progress: rejected.
@@ -191,7 +124,6 @@ private slots:
         QCOMPARE(auth().lastError(), QStringLiteral("Rejected unexpected sign-in callback"));
 
         const QString state = beginBrowserSignIn();
-        QCOMPARE(state.size(), 48);
         QSignalSpy errors(&auth(), &AuthService::lastErrorChanged);
         // Other schemes and hosts are not ours: silently ignored.
         callback(u"https://auth?token=t&state=" + state);
@@ -203,57 +135,38 @@ private slots:
         QCOMPARE(auth().lastError(), QStringLiteral("Callback missing token"));
         callback(u"tidewell://auth?token=t&state=" + state + u"0");
         QCOMPARE(auth().lastError(), QStringLiteral("Rejected unexpected sign-in callback"));
-        QCOMPARE(tokenTests(), 0);
+        QVERIFY(m_server->requests().isEmpty());
 
-        // The nonce survived both: the right callback signs in, then pulls.
+        // The state survived both: the right callback signs in, then pulls.
         callback(u"tidewell://auth/anything?token=tok%2Fbrowser&state=" + state);
         QVERIFY(auth().isSignedIn());
         QCOMPARE(auth().lastError(), QString());
         QCOMPARE(m_keychain->stored, std::optional<QByteArray>("tok/browser"));
-        QCOMPARE(tokenTests(), 2); // the token test and the pull
-        QCOMPARE(m_server->requestsFor("GET", QStringLiteral("/api/v1/habits")).size(), 1);
-        QCOMPARE(m_server->requestsFor("GET", QStringLiteral("/api/v1/pomodoro")).size(), 1);
-        QVERIFY(auth().lastSyncedAt().isValid());
+        verifyOnePull(*m_server);
 
-        // Each state admits one callback.
-        auth().signOut();
-        callback(u"tidewell://auth?token=again&state=" + state);
-        QCOMPARE(auth().lastError(), QStringLiteral("Rejected unexpected sign-in callback"));
-        QVERIFY(!auth().isSignedIn());
-    }
-
-    void callbackWithRejectedTokenSignsNothingIn()
-    {
-        m_server->on("GET", QStringLiteral("/api/v1/tasks"), Response{401, {}, {}, 0, false});
-        const QString state = beginBrowserSignIn();
-        callback(u"tidewell://auth?token=revoked&state=" + state);
-        QVERIFY(!auth().isSignedIn());
-        QCOMPARE(auth().lastError(), QStringLiteral("Token rejected by server"));
-        QVERIFY(!m_keychain->stored);
-        QCOMPARE(tokenTests(), 1); // no pull
-    }
-
-    void signOutForgetsEverything()
-    {
-        QVERIFY(signIn(QStringLiteral("tok")));
-        auth().setLastSyncedAt(QDateTime::currentDateTimeUtc());
-        const QString state = beginBrowserSignIn();
+        // Signing out forgets the token, the last sync and a sign-in under way.
+        const QString pending = beginBrowserSignIn();
         QSignalSpy synced(&auth(), &AuthService::lastSyncedAtChanged);
         auth().signOut();
         QVERIFY(!auth().isSignedIn());
         QVERIFY(!auth().lastSyncedAt().isValid());
         QCOMPARE(synced.count(), 1);
         QVERIFY(!m_keychain->stored);
-        callback(u"tidewell://auth?token=t&state=" + state);
+        callback(u"tidewell://auth?token=again&state=" + pending);
         QCOMPARE(auth().lastError(), QStringLiteral("Rejected unexpected sign-in callback"));
-    }
+        // Nor does a used state admit a second callback.
+        callback(u"tidewell://auth?token=again&state=" + state);
+        QCOMPARE(auth().lastError(), QStringLiteral("Rejected unexpected sign-in callback"));
+        QVERIFY(!auth().isSignedIn());
 
-    void noncesAreHexOfTheRequestedLength()
-    {
-        QCOMPARE(AuthService::randomNonce(0), QString());
-        const QString a = AuthService::randomNonce(24), b = AuthService::randomNonce(24);
-        QVERIFY(QRegularExpression(QStringLiteral("^[0-9a-f]{48}$")).match(a).hasMatch());
-        QVERIFY(a != b);
+        // A token the server refuses signs nothing in and pulls nothing.
+        m_server->clearRequests();
+        m_server->on("GET", QStringLiteral("/api/v1/tasks"), Response{401, {}, {}, 0, false});
+        callback(u"tidewell://auth?token=revoked&state=" + beginBrowserSignIn());
+        QVERIFY(!auth().isSignedIn());
+        QCOMPARE(auth().lastError(), QStringLiteral("Token rejected by server"));
+        QVERIFY(!m_keychain->stored);
+        QCOMPARE(m_server->requests().size(), 1); // the token test alone
     }
 };
 

@@ -1,14 +1,8 @@
-#include "AuthService.h"
 #include "Clock.h"
-#include "DataStore.h"
-#include "FakeKeychain.h"
-#include "FakeSyncServer.h"
 #include "Habit.h"
 #include "HabitHistory.h"
-#include "KeychainStore.h"
 #include "PomodoroConfig.h"
-#include "Preferences.h"
-#include "SyncEngine.h"
+#include "SyncFixture.h"
 #include "TaskItem.h"
 #include "TaskList.h"
 
@@ -16,63 +10,46 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSignalSpy>
-#include <QStandardPaths>
 #include <QTemporaryDir>
-#include <QTest>
 
-using Response = FakeSyncServer::Response;
-Q_DECLARE_METATYPE(Response)
-
-class TestSyncEngine final : public QObject
+class TestSyncEngine final : public QObject, private SyncFixture
 {
     Q_OBJECT
 
-    std::unique_ptr<FakeSyncServer> m_server;
-    std::shared_ptr<FakeKeychain> m_keychain;
     QDateTime m_now;
     QTemporaryDir m_dir;
     int m_stores = 0;
     QString m_path;
 
-    static QByteArray j(const char* text)
-    {
-        QByteArray json(text);
-        json.replace('\'', '"');
-        return json;
-    }
     static ModelContext& context() { return DataStore::shared().mainContext(); }
-    static SyncEngine& engine() { return SyncEngine::shared(); }
-    static QString key(const char* k) { return QString::fromLatin1(k); }
 
     template <typename T> static QList<T*> sorted()
     {
         return context().fetch<T>(FetchRequest::sortedBy(QStringLiteral("order")));
     }
 
-    QJsonValue lastBody(const char* path) const
+    static QJsonValue parsed(const QByteArray& json)
     {
-        const auto puts = m_server->requestsFor("PUT", QString::fromLatin1(path));
-        if (puts.isEmpty())
-            return QJsonValue::Undefined;
-        const QJsonDocument doc = QJsonDocument::fromJson(puts.last().body);
+        const QJsonDocument doc = QJsonDocument::fromJson(json);
         return doc.isArray() ? QJsonValue(doc.array()) : QJsonValue(doc.object());
     }
 
-    // Three tasks in "Home", the focus on the one at `highlighted`.
-    void serveTasks(const QByteArray& highlighted)
+    QJsonValue lastBody(const char* path) const
     {
-        QByteArray body = j("{'data':[{'name':'Home',");
-        if (!highlighted.isEmpty())
-            body += "\"highlightedTask\":" + highlighted + ',';
-        body += j("'tasks':[{'header':'a','checked':false,'subtasks':[]},"
-                  "{'header':'b','priority':2,'checked':true,'subtasks':['x']},"
-                  "{'header':'c','checked':false,'subtasks':[]}]}]}");
-        m_server->on("GET", QStringLiteral("/api/v1/tasks"), Response::json(200, body));
+        const auto puts = m_server->requestsFor("PUT", QString::fromLatin1(path));
+        return puts.isEmpty() ? QJsonValue::Undefined : parsed(puts.last().body);
     }
 
-    void pull() { QCoro::waitFor(engine().pullAll()); }
+    static void pull() { QCoro::waitFor(engine().pullAll()); }
 
-    Habit* addHabit(const QString& name, qint64 order, const QStringList& days = {})
+    static void pushAll()
+    {
+        QCoro::waitFor(engine().pushHabits());
+        QCoro::waitFor(engine().pushTasks());
+        QCoro::waitFor(engine().pushPomodoro());
+    }
+
+    static Habit* addHabit(const QString& name, qint64 order, const QStringList& days = {})
     {
         auto* habit = new Habit(QStringLiteral("💧"), name, QStringLiteral("#38BDF8"), 8, order);
         context().insert(habit);
@@ -84,7 +61,7 @@ class TestSyncEngine final : public QObject
 private slots:
     void initTestCase()
     {
-        QStandardPaths::setTestModeEnabled(true);
+        setUpOnce();
         Clock::setSource([this] { return m_now; });
     }
 
@@ -96,14 +73,8 @@ private slots:
         QString error;
         m_path = m_dir.filePath(QStringLiteral("store%1.sqlite").arg(m_stores++));
         DataStore::setShared(DataStore::open(m_path, &error));
-        m_server = std::make_unique<FakeSyncServer>();
-        m_server->serveEmptyAccount();
-        Preferences::setServerURLOverride(m_server->url().toString());
-        m_keychain = std::make_shared<FakeKeychain>();
-        m_keychain->stored = QByteArrayLiteral("tok");
-        KeychainStore::setBackend(m_keychain);
-        AuthService::shared().reload();
-        AuthService::shared().setLastSyncedAt({});
+        setUp();
+        startWithToken();
         engine().setContextSource({});
     }
 
@@ -111,12 +82,10 @@ private slots:
 
     void pullReplacesHabitsAndKeepsTheirHistory()
     {
-        const Habit* water = addHabit(QStringLiteral("Water"), 0, {"2026-06-08", "2026-06-09"});
+        addHabit(QStringLiteral("Water"), 0, {"2026-06-08", "2026-06-09"});
         addHabit(QStringLiteral("Gone"), 1, {"2026-06-09"});
         addHabit(QStringLiteral("Water"), 2, {"2026-06-09", "2026-06-07"}); // same name, later
         QVERIFY(context().save());
-        const QUuid oldWaterId = water->id();
-        const QList<QUuid> waterDays{water->history().at(0)->id(), water->history().at(1)->id()};
         m_server->on("GET", QStringLiteral("/api/v1/habits"),
                      Response::json(
                          200, j("{'data':[{'icon':'1F4DA','name':'Read','color':'#111111',"
@@ -130,24 +99,21 @@ private slots:
         QCOMPARE(habits.size(), 2);
         QCOMPARE(habits[0]->name(), QStringLiteral("Read"));
         QCOMPARE(habits[0]->order(), qint64(0));
-        QCOMPARE(habits[0]->firstTrackerDate(), m_now);
+        QCOMPARE(habits[0]->firstTrackerDate(), m_now); // unreadable: today
         QVERIFY(habits[0]->history().isEmpty());
         QCOMPARE(habits[1]->icon(), QStringLiteral("💧"));
         QCOMPARE(habits[1]->order(), qint64(1));
         QCOMPARE(habits[1]->currentValue(), qint64(5));
         QCOMPARE(habits[1]->firstTrackerDate(),
                  QDateTime(QDate(2024, 3, 5), QTime(14, 7, 9), Qt::UTC));
-        QVERIFY(habits[1]->id() != oldWaterId);
         // The first "Water" gives its days; the second adds only a day the first lacked.
         QStringList dates;
         for (const HabitHistory* h : habits[1]->history())
             dates.append(h->date());
         dates.sort();
         QCOMPARE(dates, QStringList({"2026-06-07", "2026-06-08", "2026-06-09"}));
-        for (const QUuid& id : waterDays)
-            QVERIFY(context().find<HabitHistory>(id.toString(QUuid::WithoutBraces)));
         QCOMPARE(context().count<HabitHistory>(), 3);
-        QCOMPARE(AuthService::shared().lastSyncedAt(), m_now);
+        QCOMPARE(auth().lastSyncedAt(), m_now);
 
         // Written through: the file itself holds the moved days.
         QString error;
@@ -175,7 +141,15 @@ private slots:
         QFETCH(int, expected);
         context().insert(new TaskList(QStringLiteral("Local"), 0));
         QVERIFY(context().save());
-        serveTasks(received);
+        // Three tasks, the focus on the one at `received`.
+        const QByteArray focus =
+            received.isNull() ? QByteArray() : "\"highlightedTask\":" + received + ',';
+        m_server->on(
+            "GET", QStringLiteral("/api/v1/tasks"),
+            Response::json(200, j("{'data':[{'name':'Home',") + focus +
+                                    j("'tasks':[{'header':'a','checked':false,'subtasks':[]},"
+                                      "{'header':'b','priority':2,'checked':true,'subtasks':['x']},"
+                                      "{'header':'c','checked':false,'subtasks':[]}]}]}")));
         pull();
         QCOMPARE(engine().lastError(), QString());
         const QList<TaskList*> lists = sorted<TaskList>();
@@ -190,9 +164,9 @@ private slots:
 
         QCoro::waitFor(engine().pushTasks());
         const QJsonObject sent = lastBody("/api/v1/tasks").toArray().at(0).toObject();
-        QCOMPARE(sent.contains(key("highlightedTask")), expected >= 0);
+        QCOMPARE(sent.contains(QStringLiteral("highlightedTask")), expected >= 0);
         if (expected >= 0)
-            QCOMPARE(sent.value(key("highlightedTask")).toInt(), expected);
+            QCOMPARE(sent.value(QStringLiteral("highlightedTask")).toInt(), expected);
     }
 
     void pullAppliesNothingWhenAnyGetFails_data()
@@ -219,7 +193,6 @@ private slots:
         addHabit(QStringLiteral("Local"), 0, {"2026-06-09"});
         context().insert(new TaskList(QStringLiteral("Mine"), 0));
         QVERIFY(context().save());
-        serveTasks("1");
         m_server->on("GET", QStringLiteral("/api/v1/pomodoro"),
                      Response::json(200, j("{'data':{'pomodoroDuration':'50'}}")));
         m_server->on("GET", path, response);
@@ -229,14 +202,12 @@ private slots:
         QCOMPARE(engine().lastError(), error);
         QCOMPARE(applying.count(), 0);
         QVERIFY(!engine().isSyncing());
-        QCOMPARE(sorted<Habit>().size(), 1);
-        QCOMPARE(sorted<Habit>()[0]->name(), QStringLiteral("Local"));
-        QCOMPARE(context().count<HabitHistory>(), 1);
+        QCOMPARE(context().count<HabitHistory>(), 1); // the local habit's day
         QCOMPARE(sorted<TaskList>()[0]->name(), QStringLiteral("Mine"));
         QCOMPARE(context().count<PomodoroConfig>(), 0);
         QVERIFY(!context().hasChanges());
-        QVERIFY(!AuthService::shared().lastSyncedAt().isValid());
-        QVERIFY(AuthService::shared().isSignedIn());
+        QVERIFY(!auth().lastSyncedAt().isValid());
+        QVERIFY(auth().isSignedIn());
     }
 
     void pullOverwritesTimerConfiguration()
@@ -270,6 +241,12 @@ private slots:
 
     void pushesEveryKeyOfEachResource()
     {
+        // Nothing local: empty collections go out, a missing timer does not.
+        pushAll();
+        QCOMPARE(lastBody("/api/v1/habits"), QJsonValue(QJsonArray()));
+        QCOMPARE(lastBody("/api/v1/tasks"), QJsonValue(QJsonArray()));
+        QVERIFY(m_server->requestsFor("PUT", QStringLiteral("/api/v1/pomodoro")).isEmpty());
+
         auto* second = new TaskList(QStringLiteral("Second"), 5);
         auto* first = new TaskList(QStringLiteral("First"), 1);
         context().insert(second);
@@ -293,61 +270,23 @@ private slots:
         context().insert(config);
         QVERIFY(context().save());
 
-        QCoro::waitFor(engine().pushTasks());
-        QCoro::waitFor(engine().pushHabits());
-        QCoro::waitFor(engine().pushPomodoro());
+        pushAll();
         QCOMPARE(engine().lastError(), QString());
-
-        const QJsonArray lists = lastBody("/api/v1/tasks").toArray();
-        QCOMPARE(lists.size(), 2);
-        const QJsonObject l0 = lists[0].toObject(), l1 = lists[1].toObject();
-        QCOMPARE(l0.keys(), QStringList({"highlightedTask", "name", "tasks"}));
-        QCOMPARE(l0[key("name")].toString(), QStringLiteral("First"));
-        QCOMPARE(l0[key("highlightedTask")].toInt(), 1);
-        QCOMPARE(l1.keys(), QStringList({"name", "tasks"}));
-        QCOMPARE(l1[key("tasks")].toArray(), QJsonArray());
-        const QJsonArray tasks = l0[key("tasks")].toArray();
-        const QJsonObject t0 = tasks[0].toObject(), t1 = tasks[1].toObject();
-        QCOMPARE(t0.keys(), QStringList({"checked", "header", "priority", "subtasks"}));
-        QCOMPARE(t0[key("header")].toString(), QStringLiteral("early"));
-        QCOMPARE(t0[key("priority")].toInt(), 3);
-        QCOMPARE(t0[key("checked")], QJsonValue(false));
-        QCOMPARE(t0[key("subtasks")], QJsonValue(QJsonArray()));
-        QCOMPARE(t1.keys(), QStringList({"checked", "header", "subtasks"}));
-        QCOMPARE(t1[key("checked")], QJsonValue(true));
-
-        const QJsonObject h = lastBody("/api/v1/habits").toArray().at(0).toObject();
-        QCOMPARE(h.keys(), QStringList({"color", "currentValue", "firstTrackerDate", "icon",
-                                        "maxValue", "name"}));
-        QCOMPARE(h[key("icon")].toString(), QStringLiteral("1F4A7"));
-        QCOMPARE(h[key("color")].toString(), QStringLiteral("#38BDF8"));
-        QCOMPARE(h[key("maxValue")], QJsonValue(8));
-        QCOMPARE(h[key("currentValue")], QJsonValue(2));
-        QCOMPARE(h[key("firstTrackerDate")].toString(), QStringLiteral("2024-03-05T14:07:09Z"));
-
-        const QJsonObject p = lastBody("/api/v1/pomodoro").toObject();
-        const QJsonObject expected{{"pomodoroDuration", "25"},
-                                   {"shortBreakDuration", "5"},
-                                   {"longBreakDuration", "15"},
-                                   {"pomodorosForLongBreak", "4"},
-                                   {"autoStart", "false"},
-                                   {"pomodoroCount", "-2"},
-                                   {"pomodoroTotalCount", "0"},
-                                   {"shortBreakCount", "0"},
-                                   {"longBreakCount", "0"},
-                                   {"isBreak", "false"},
-                                   {"isShortBreak", "false"},
-                                   {"isLongBreak", "true"},
-                                   {"firstPomodoroCountDate", "2026-01-02T03:04:05Z"}};
-        QCOMPARE(p, expected);
-    }
-
-    void pushesEmptyCollectionsButNotAMissingTimer()
-    {
-        QCoro::waitFor(engine().pushHabits());
-        QCoro::waitFor(engine().pushPomodoro());
-        QCOMPARE(lastBody("/api/v1/habits"), QJsonValue(QJsonArray()));
-        QVERIFY(m_server->requestsFor("PUT", QStringLiteral("/api/v1/pomodoro")).isEmpty());
+        QCOMPARE(lastBody("/api/v1/tasks"),
+                 parsed(j("[{'name':'First','highlightedTask':1,'tasks':["
+                          "{'header':'early','priority':3,'checked':false,'subtasks':[]},"
+                          "{'header':'late','checked':true,'subtasks':[]}]},"
+                          "{'name':'Second','tasks':[]}]")));
+        QCOMPARE(lastBody("/api/v1/habits"),
+                 parsed(j("[{'icon':'1F4A7','name':'Water','color':'#38BDF8','maxValue':8,"
+                          "'currentValue':2,'firstTrackerDate':'2024-03-05T14:07:09Z'}]")));
+        QCOMPARE(lastBody("/api/v1/pomodoro"),
+                 parsed(j("{'pomodoroDuration':'25','shortBreakDuration':'5',"
+                          "'longBreakDuration':'15','pomodorosForLongBreak':'4',"
+                          "'autoStart':'false','pomodoroCount':'-2','pomodoroTotalCount':'0',"
+                          "'shortBreakCount':'0','longBreakCount':'0','isBreak':'false',"
+                          "'isShortBreak':'false','isLongBreak':'true',"
+                          "'firstPomodoroCountDate':'2026-01-02T03:04:05Z'}")));
     }
 
     void dropsPushesWhileApplyingOrSignedOut()
@@ -359,23 +298,23 @@ private slots:
             if (!engine().isApplyingRemote())
                 return;
             ++attempts;
-            QCoro::waitFor(engine().pushHabits());
-            QCoro::waitFor(engine().pushTasks());
-            QCoro::waitFor(engine().pushPomodoro());
+            pushAll();
         });
         m_server->on("GET", QStringLiteral("/api/v1/pomodoro"),
                      Response::json(200, j("{'data':{}}")));
         pull();
         disconnect(&engine(), &SyncEngine::isApplyingRemoteChanged, this, nullptr);
         QCOMPARE(attempts, 1);
+        QCOMPARE(m_server->requests().size(), 3); // the pull's GETs only
 
-        AuthService::shared().signOut();
-        QCoro::waitFor(engine().pushHabits());
-        QCoro::waitFor(engine().pushTasks());
-        QCoro::waitFor(engine().pushPomodoro());
-        QCOMPARE(m_server->requestsFor("PUT", QStringLiteral("/api/v1/habits")).size(), 0);
-        QCOMPARE(m_server->requestsFor("PUT", QStringLiteral("/api/v1/tasks")).size(), 0);
-        QCOMPARE(m_server->requestsFor("PUT", QStringLiteral("/api/v1/pomodoro")).size(), 0);
+        // Signed out, neither pushes nor a pull reach the server or look busy.
+        auth().signOut();
+        QSignalSpy syncing(&engine(), &SyncEngine::isSyncingChanged);
+        pushAll();
+        pull();
+        QCOMPARE(engine().lastError(), QStringLiteral("Not signed in"));
+        QCOMPARE(syncing.count(), 0);
+        QCOMPARE(m_server->requests().size(), 3);
     }
 
     void reportsFailures_data()
@@ -384,23 +323,15 @@ private slots:
         QTest::addColumn<int>("status");
         QTest::addColumn<bool>("readable");
         QTest::addColumn<QString>("error");
-        QTest::addColumn<bool>("signedIn");
         const QString rejected = QStringLiteral("Token rejected — sign in again");
-        QTest::newRow("pull 401") << "pull" << 401 << true << rejected << false;
-        QTest::newRow("habits 401") << "habits" << 401 << true << rejected << false;
-        QTest::newRow("tasks 401") << "tasks" << 401 << true << rejected << false;
-        QTest::newRow("pomodoro 401") << "pomodoro" << 401 << true << rejected << false;
-        QTest::newRow("habits 500")
-            << "habits" << 500 << true << "Push (habits) failed: HTTP 500: oops" << true;
-        QTest::newRow("tasks 500")
-            << "tasks" << 500 << true << "Push (tasks) failed: HTTP 500: oops" << true;
-        QTest::newRow("pomodoro 500")
-            << "pomodoro" << 500 << true << "Push (pomodoro) failed: HTTP 500: oops" << true;
-        QTest::newRow("habits unreadable")
-            << "habits" << 200 << false << "Push (habits) failed: could not read local data"
-            << true;
-        QTest::newRow("tasks unreadable")
-            << "tasks" << 200 << false << "Push (tasks) failed: could not read local data" << true;
+        QTest::newRow("pull 401") << "pull" << 401 << true << rejected;
+        for (const char* op : {"habits", "tasks", "pomodoro"}) {
+            const QString push = QStringLiteral("Push (%1) failed: ").arg(QLatin1String(op));
+            QTest::addRow("%s 401", op) << op << 401 << true << rejected;
+            QTest::addRow("%s 500", op) << op << 500 << true << push + u"HTTP 500: oops";
+            QTest::addRow("%s unreadable", op)
+                << op << 200 << false << push + u"could not read local data";
+        }
     }
 
     void reportsFailures()
@@ -409,7 +340,6 @@ private slots:
         QFETCH(int, status);
         QFETCH(bool, readable);
         QFETCH(QString, error);
-        QFETCH(bool, signedIn);
         context().insert(PomodoroConfig::createDefault());
         QVERIFY(context().save());
         const Response failing{status, "oops", {}, 0, false};
@@ -430,34 +360,11 @@ private slots:
         else
             QCoro::waitFor(engine().pushPomodoro());
         QCOMPARE(engine().lastError(), error);
-        QCOMPARE(AuthService::shared().isSignedIn(), signedIn);
-        QCOMPARE(m_keychain->stored.has_value(), signedIn);
+        // Only a rejected token signs out, and then forgets it.
+        QCOMPARE(auth().isSignedIn(), status != 401);
+        QCOMPARE(m_keychain->stored.has_value(), status != 401);
         if (!readable)
             QVERIFY(m_server->requests().isEmpty());
-    }
-
-    void pullWhileSignedOutTouchesNothing()
-    {
-        AuthService::shared().signOut();
-        QSignalSpy syncing(&engine(), &SyncEngine::isSyncingChanged);
-        pull();
-        QCOMPARE(engine().lastError(), QStringLiteral("Not signed in"));
-        QCOMPARE(syncing.count(), 0);
-        QVERIFY(m_server->requests().isEmpty());
-    }
-
-    void isSyncingWhileThePullRuns()
-    {
-        m_server->on("GET", QStringLiteral("/api/v1/habits"),
-                     Response{200, "{\"data\":[]}", {}, 300, false});
-        auto pending = engine().pullAll();
-        QVERIFY(engine().isSyncing());
-        // All three requests are out before the slow one answers.
-        QTRY_COMPARE(m_server->requests().size(), 3);
-        QVERIFY(engine().isSyncing());
-        QCoro::waitFor(pending);
-        QVERIFY(!engine().isSyncing());
-        QCOMPARE(engine().lastError(), QString());
     }
 };
 

@@ -2,9 +2,6 @@
 #include "WireDate.h"
 #include "WireEnvelope.h"
 
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QRandomGenerator>
 #include <QTest>
 #include <QTimeZone>
@@ -26,22 +23,12 @@ private slots:
         QTest::newRow("max") << "9223372036854775807" << true << std::numeric_limits<qint64>::max();
         QTest::newRow("min") << "-9223372036854775808" << true
                              << std::numeric_limits<qint64>::min();
-        QTest::newRow("above max") << "9223372036854775808" << false << qint64(0);
-        QTest::newRow("below min") << "-9223372036854775809" << false << qint64(0);
-        QTest::newRow("huge") << "99999999999999999999999" << false << qint64(0);
-        QTest::newRow("digits then letters") << "25min" << false << qint64(0);
-        QTest::newRow("leading blank") << " 25" << false << qint64(0);
-        QTest::newRow("trailing blank") << "25 " << false << qint64(0);
-        QTest::newRow("trailing newline") << "25\n" << false << qint64(0);
-        QTest::newRow("empty") << "" << false << qint64(0);
-        QTest::newRow("sign only") << "-" << false << qint64(0);
-        QTest::newRow("two signs") << "+-1" << false << qint64(0);
-        QTest::newRow("decimal") << "2.5" << false << qint64(0);
-        QTest::newRow("exponent") << "1e3" << false << qint64(0);
-        QTest::newRow("hex") << "0x10" << false << qint64(0);
-        QTest::newRow("arabic-indic digits")
-            << QStringLiteral("\u0662\u0665") << false << qint64(0);
-        QTest::newRow("fullwidth digits") << QStringLiteral("\uFF12\uFF15") << false << qint64(0);
+        // Out of range, bare or doubled signs, other notations, blanks, non-ASCII digits.
+        for (const char* text : {"9223372036854775808", "-9223372036854775809",
+                                 "99999999999999999999999", "-", "+-1", "", "25min", "2.5", "1e3",
+                                 "0x10", " 25", "25 ", "25\n", "\u0662\u0665", "\uFF12\uFF15"})
+            QTest::addRow("rejects '%s'", tag(text).constData())
+                << QString::fromUtf8(text) << false << qint64(0);
     }
 
     void strictIntegers()
@@ -60,13 +47,8 @@ private slots:
         QTest::addColumn<QString>("text");
         QTest::addColumn<bool>("value");
         QTest::newRow("true") << "true" << true;
-        QTest::newRow("false") << "false" << false;
-        QTest::newRow("capital") << "True" << false;
-        QTest::newRow("upper") << "TRUE" << false;
-        QTest::newRow("one") << "1" << false;
-        QTest::newRow("yes") << "yes" << false;
-        QTest::newRow("padded") << " true" << false;
-        QTest::newRow("empty") << "" << false;
+        for (const char* text : {"false", "True", "TRUE", "1", "yes", " true", ""})
+            QTest::addRow("'%s'", text) << QString::fromUtf8(text) << false;
     }
 
     void strictBooleans()
@@ -86,16 +68,13 @@ private slots:
         QTest::newRow("wire form") << "2024-03-05T14:07:09Z" << when;
         QTest::newRow("leap day") << "2024-02-29T00:00:00Z"
                                   << QDateTime(QDate(2024, 2, 29), QTime(0, 0), Qt::UTC);
-        QTest::newRow("fractions") << "2024-03-05T14:07:09.250Z" << QDateTime();
-        QTest::newRow("offset") << "2024-03-05T15:07:09+01:00" << QDateTime();
-        QTest::newRow("no zone") << "2024-03-05T14:07:09" << QDateTime();
-        QTest::newRow("space") << "2024-03-05 14:07:09Z" << QDateTime();
-        QTest::newRow("lower z") << "2024-03-05T14:07:09z" << QDateTime();
-        QTest::newRow("trailing newline") << "2024-03-05T14:07:09Z\n" << QDateTime();
-        QTest::newRow("no such day") << "2023-02-29T00:00:00Z" << QDateTime();
-        QTest::newRow("hour 24") << "2024-03-05T24:00:00Z" << QDateTime();
-        QTest::newRow("date only") << "2024-03-05" << QDateTime();
-        QTest::newRow("empty") << "" << QDateTime();
+        // Fractions, offsets, no zone, a space, a lower-case z, a newline, no such day or hour.
+        for (const char* text :
+             {"2024-03-05T14:07:09.250Z", "2024-03-05T15:07:09+01:00", "2024-03-05T14:07:09",
+              "2024-03-05 14:07:09Z", "2024-03-05T14:07:09z", "2024-03-05T14:07:09Z\n",
+              "2023-02-29T00:00:00Z", "2024-03-05T24:00:00Z", "2024-03-05", ""})
+            QTest::addRow("rejects '%s'", tag(text).constData())
+                << QString::fromUtf8(text) << QDateTime();
     }
 
     void dates()
@@ -120,67 +99,50 @@ private slots:
     void envelopes_data()
     {
         QTest::addColumn<QString>("kind");
-        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<QByteArray>("body"); // single quotes for double
         QTest::addColumn<bool>("decodes");
-        const QByteArray task = j("{'header':'x','checked':false,'subtasks':[]}");
-        QTest::newRow("tasks: minimal")
-            << "tasks" << (j("{'data':[{'name':'A','tasks':[") + task + "]}]}") << true;
-        QTest::newRow("tasks: null highlight")
-            << "tasks" << (j("{'data':[{'name':'A','highlightedTask':null,'tasks':[]}]}")) << true;
-        QTest::newRow("tasks: null priority")
-            << "tasks"
-            << QByteArray(j("{'data':[{'name':'A','tasks':[{'header':'x','priority':null,'checked':"
-                            "true,'subtasks':['s']}]}]}"))
-            << true;
-        QTest::newRow("tasks: no subtasks")
-            << "tasks" << (j("{'data':[{'name':'A','tasks':[{'header':'x','checked':false}]}]}"))
-            << false;
-        QTest::newRow("tasks: numeric subtask")
-            << "tasks"
-            << QByteArray(j("{'data':[{'name':'A','tasks':[{'header':'x','checked':false,'subtasks'"
-                            ":[1]}]}]}"))
-            << false;
-        QTest::newRow("tasks: checked as text")
-            << "tasks"
-            << QByteArray(j("{'data':[{'name':'A','tasks':[{'header':'x','checked':'false','"
-                            "subtasks':[]}]}]}"))
-            << false;
-        QTest::newRow("tasks: fractional highlight")
-            << "tasks" << (j("{'data':[{'name':'A','highlightedTask':1.5,'tasks':[]}]}")) << false;
-        QTest::newRow("tasks: null name")
-            << "tasks" << (j("{'data':[{'name':null,'tasks':[]}]}")) << false;
-        QTest::newRow("tasks: data null") << "tasks" << (j("{'data':null}")) << false;
-        QTest::newRow("tasks: bare array") << "tasks" << QByteArray("[]") << false;
-        QTest::newRow("tasks: not json") << "tasks" << QByteArray("<html>") << false;
-        const QByteArray habit = j("{'icon':'1F4A7','name':'Water','color':'#3B82F6','maxValue':8,'"
-                                   "currentValue':2,'firstTrackerDate':'2024-03-05T14:07:09Z'}");
-        QTest::newRow("habits: one") << "habits" << ("{\"data\":[" + habit + "]}") << true;
-        QTest::newRow("habits: count as text")
-            << "habits"
-            << QByteArray(j("{'data':[{'icon':'x','name':'n','color':'#000000','maxValue':'8','"
-                            "currentValue':2,'firstTrackerDate':''}]}"))
-            << false;
-        QTest::newRow("habits: date as number")
-            << "habits"
-            << QByteArray(j("{'data':[{'icon':'x','name':'n','color':'#000000','maxValue':8,'"
-                            "currentValue':2,'firstTrackerDate':0}]}"))
-            << false;
-        QTest::newRow("habits: no color")
-            << "habits"
-            << QByteArray(j("{'data':[{'icon':'x','name':'n','maxValue':8,'currentValue':2,'"
-                            "firstTrackerDate':''}]}"))
-            << false;
-        QTest::newRow("pomodoro: none") << "pomodoro" << QByteArray("{}") << true;
-        QTest::newRow("pomodoro: null") << "pomodoro" << (j("{'data':null}")) << true;
-        QTest::newRow("pomodoro: strings")
-            << "pomodoro" << (j("{'data':{'pomodoroDuration':'50','extra':'kept'}}")) << true;
-        QTest::newRow("pomodoro: number value")
-            << "pomodoro" << (j("{'data':{'pomodoroDuration':50}}")) << false;
-        QTest::newRow("pomodoro: array") << "pomodoro" << (j("{'data':['50']}")) << false;
-        QTest::newRow("ok: true") << "ok" << (j("{'ok':true}")) << true;
-        QTest::newRow("ok: false still decodes") << "ok" << (j("{'ok':false}")) << true;
-        QTest::newRow("ok: text") << "ok" << (j("{'ok':'yes'}")) << false;
-        QTest::newRow("ok: empty body") << "ok" << QByteArray() << false;
+        // A list holding one task of `fields`; a habit of `fields` and some others.
+        const auto task = [](const char* fields) -> QByteArray {
+            return "{'data':[{'name':'A','tasks':[{'header':'x'," + QByteArray(fields) + "}]}]}";
+        };
+        const auto habit = [](const char* fields) -> QByteArray {
+            return "{'data':[{'icon':'1F4A7','name':'n','currentValue':2," + QByteArray(fields) +
+                   "}]}";
+        };
+        // The row's name starts with the kind of body.
+        const auto row = [](const char* name, const QByteArray& body, bool ok) {
+            QTest::newRow(name) << QString::fromLatin1(name).section(u':', 0, 0) << body << ok;
+        };
+        row("tasks: minimal", task("'checked':false,'subtasks':[]"), true);
+        row("tasks: null priority", task("'priority':null,'checked':true,'subtasks':['s']"), true);
+        row("tasks: no subtasks", task("'checked':false"), false);
+        row("tasks: numeric subtask", task("'checked':false,'subtasks':[1]"), false);
+        row("tasks: checked as text", task("'checked':'false','subtasks':[]"), false);
+        row("tasks: null highlight", "{'data':[{'name':'A','highlightedTask':null,'tasks':[]}]}",
+            true);
+        row("tasks: fractional highlight",
+            "{'data':[{'name':'A','highlightedTask':1.5,'tasks':[]}]}", false);
+        row("tasks: null name", "{'data':[{'name':null,'tasks':[]}]}", false);
+        row("tasks: data null", "{'data':null}", false);
+        row("tasks: bare array", "[]", false);
+        row("tasks: not json", "<html>", false);
+        row("habits: one",
+            habit("'color':'#3B82F6','maxValue':8,'firstTrackerDate':'2024-03-05T14:07:09Z'"),
+            true);
+        row("habits: count as text", habit("'color':'#000','maxValue':'8','firstTrackerDate':''"),
+            false);
+        row("habits: date as number", habit("'color':'#000','maxValue':8,'firstTrackerDate':0"),
+            false);
+        row("habits: no color", habit("'maxValue':8,'firstTrackerDate':''"), false);
+        row("pomodoro: none", "{}", true);
+        row("pomodoro: null", "{'data':null}", true);
+        row("pomodoro: strings", "{'data':{'pomodoroDuration':'50','extra':'kept'}}", true);
+        row("pomodoro: number value", "{'data':{'pomodoroDuration':50}}", false);
+        row("pomodoro: array", "{'data':['50']}", false);
+        row("ok: true", "{'ok':true}", true);
+        row("ok: false still decodes", "{'ok':false}", true);
+        row("ok: text", "{'ok':'yes'}", false);
+        row("ok: empty body", "", false);
     }
 
     void envelopes()
@@ -189,57 +151,36 @@ private slots:
         QFETCH(QByteArray, body);
         QFETCH(bool, decodes);
         QString error;
-        QCOMPARE(decode(kind, body, &error), decodes);
+        QCOMPARE(decode(kind, body.replace('\'', '"'), &error), decodes);
         QCOMPARE(error.isEmpty(), decodes);
     }
 
-    // Random and mutated bodies: every decoder either decodes or explains why.
-    void fuzzedBodiesNeverCrashDecoders()
+    // Spliced and truncated bodies: every decoder either decodes or explains why.
+    void mutatedBodiesNeverCrashDecoders()
     {
         QRandomGenerator random(20240305);
         const QList<QByteArray> seeds{
             j("{'data':[{'name':'A','highlightedTask':0,'tasks':[{'header':'x','priority':2,'"
-              "checked':false,'subtasks':[]}]}]}"),
+              "checked':false,'subtasks':['s']}]}]}"),
             j("{'data':[{'icon':'1F4A7','name':'Water','color':'#3B82F6','maxValue':8,'"
               "currentValue':2,'firstTrackerDate':'2024-03-05T14:07:09Z'}]}"),
             j("{'data':{'pomodoroDuration':'25','autoStart':'true','firstPomodoroCountDate':'2024-"
               "03-05T14:07:09Z'}}"),
             j("{'ok':true}"),
         };
-        const QStringList kinds{QStringLiteral("tasks"), QStringLiteral("habits"),
-                                QStringLiteral("pomodoro"), QStringLiteral("ok")};
-        const QList<QByteArray> tokens{"null",
-                                       "true",
-                                       "1e308",
-                                       "-0",
-                                       "\"\"",
-                                       "[]",
-                                       "{}",
-                                       "\"\\u0000\"",
-                                       "18446744073709551616",
-                                       "\"\\ud800\"",
-                                       ",",
-                                       ":",
-                                       "]",
-                                       "}"};
+        const QList<QByteArray> tokens =
+            QByteArray(
+                R"(null true 1e308 -0 "" [] {} "\u0000" 18446744073709551616 "\ud800" , : ] })")
+                .split(' ');
+        const QStringList kinds{"tasks", "habits", "pomodoro", "ok"};
         int decoded = 0;
         for (int round = 0; round < 6000; ++round) {
             QByteArray body = seeds.at(round % seeds.size());
-            switch (random.bounded(4)) {
-            case 0: // flip bytes
-                for (int n = random.bounded(1, 4); n > 0; --n)
-                    body[random.bounded(body.size())] = char(random.bounded(256));
-                break;
-            case 1: // truncate
-                body.truncate(random.bounded(body.size()));
-                break;
-            case 2: // splice a token over a value
-                body.replace(random.bounded(body.size()), random.bounded(1, 8),
-                             tokens.at(random.bounded(tokens.size())));
-                break;
-            default: // a random document of the right outline
-                body = QJsonDocument(randomObject(random, 0)).toJson(QJsonDocument::Compact);
-            }
+            const auto at = random.bounded(body.size());
+            if (random.bounded(2) == 0) // a token over a value, or a syntax error
+                body.replace(at, random.bounded(1, 8), tokens.at(random.bounded(tokens.size())));
+            else
+                body.truncate(at);
             for (const QString& kind : kinds) {
                 QString error;
                 if (decode(kind, body, &error))
@@ -252,6 +193,9 @@ private slots:
     }
 
 private:
+    // A row name that shows the text, newlines included, on one line.
+    static QByteArray tag(const char* text) { return QByteArray(text).replace('\n', "\\n"); }
+
     // JSON written with single quotes, to keep the tables readable.
     static QByteArray j(const char* text)
     {
@@ -271,54 +215,6 @@ private:
             return WireEnvelope::decodePomodoro(body, &state, error);
         }
         return WireEnvelope::decodeOk(body, error);
-    }
-
-    static QJsonValue randomValue(QRandomGenerator& random, int depth)
-    {
-        switch (random.bounded(depth > 3 ? 5 : 7)) {
-        case 0:
-            return QJsonValue::Null;
-        case 1:
-            return random.bounded(2) == 0;
-        case 2:
-            return double(random.bounded(-5, 5)) / (random.bounded(2) ? 1 : 2);
-        case 3:
-            return QStringLiteral("2024-03-05T14:07:09Z");
-        case 4:
-            return QString::number(random.bounded(100));
-        case 5:
-            return randomObject(random, depth + 1);
-        default: {
-            QJsonArray array;
-            for (int n = random.bounded(3); n > 0; --n)
-                array.append(randomValue(random, depth + 1));
-            return array;
-        }
-        }
-    }
-
-    static QJsonObject randomObject(QRandomGenerator& random, int depth)
-    {
-        static const QStringList keys{"data",
-                                      "ok",
-                                      "name",
-                                      "tasks",
-                                      "highlightedTask",
-                                      "header",
-                                      "priority",
-                                      "checked",
-                                      "subtasks",
-                                      "icon",
-                                      "color",
-                                      "maxValue",
-                                      "currentValue",
-                                      "firstTrackerDate",
-                                      "pomodoroDuration",
-                                      "autoStart"};
-        QJsonObject o;
-        for (int n = random.bounded(1, 6); n > 0; --n)
-            o.insert(keys.at(random.bounded(keys.size())), randomValue(random, depth + 1));
-        return o;
     }
 };
 
