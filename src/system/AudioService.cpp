@@ -1,11 +1,13 @@
 #include "AudioService.h"
 
+#include "SoundBackend.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QMetaEnum>
 #include <QMutexLocker>
-#include <QSoundEffect>
+#include <QPluginLoader>
 #include <QUrl>
 
 AudioService& AudioService::shared()
@@ -17,6 +19,51 @@ AudioService& AudioService::shared()
 AudioService::AudioService(QObject* parent)
     : QObject(parent)
 {}
+
+// The effects' code lives in the module, which stays loaded for the process.
+AudioService::~AudioService() = default;
+
+void AudioService::setModuleDirectory(const QString& path)
+{
+    m_moduleDirectory = path;
+}
+
+SoundBackend* AudioService::backend()
+{
+    if (m_backendTried)
+        return m_backend;
+    m_backendTried = true;
+    // Installed next to the app (<prefix>/bin and <prefix>/<libdir>/tidewell);
+    // a build tree keeps it in its own folder.
+    const QStringList dirs{m_moduleDirectory,
+                           QCoreApplication::applicationDirPath() +
+                               QStringLiteral("/../" TIDEWELL_INSTALL_LIBDIR "/tidewell"),
+                           QStringLiteral(TIDEWELL_BUILD_MODULE_DIR)};
+    QString why = QStringLiteral("not found");
+    for (const QString& dir : dirs) {
+        const QString file = dir + QStringLiteral("/tidewell_sound.so");
+        if (dir.isEmpty() || !QFileInfo::exists(file))
+            continue;
+        QPluginLoader loader(file);
+        m_backend = qobject_cast<SoundBackend*>(loader.instance());
+        if (m_backend)
+            return m_backend;
+        why = loader.errorString();
+    }
+    qWarning("AudioService: no sound module (%s); sounds stay silent", qPrintable(why));
+    return nullptr;
+}
+
+void AudioService::forget(const QString& soundName, const SoundEffect* effect)
+{
+    std::shared_ptr<SoundEffect> dropped; // destroyed after the lock is released
+    QMutexLocker locker(&m_lock);
+    const auto it = m_players.constFind(soundName);
+    if (it != m_players.cend() && it->get() == effect) {
+        dropped = *it;
+        m_players.erase(it);
+    }
+}
 
 QString AudioService::name(Sound sound)
 {
@@ -75,7 +122,7 @@ void AudioService::play(Sound sound)
     if (m_muted)
         return;
     const QString soundName = name(sound);
-    QSoundEffect* player = nullptr;
+    std::shared_ptr<SoundEffect> player;
     {
         QMutexLocker locker(&m_lock);
         player = m_players.value(soundName);
@@ -86,31 +133,28 @@ void AudioService::play(Sound sound)
             qWarning("AudioService: missing sound %s.wav", qPrintable(soundName));
             return;
         }
-        player = new QSoundEffect(this);
+        SoundBackend* sounds = backend();
+        if (!sounds)
+            return;
         const QUrl url = path.startsWith(u':')
                              ? QUrl(QStringLiteral("qrc") + path)
                              : QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath());
         // Decoding happens in the background; a file that fails is dropped from the
         // cache so the next play tries again.
-        connect(player, &QSoundEffect::statusChanged, this, [this, player, soundName] {
-            if (player->status() != QSoundEffect::Error)
-                return;
+        // The failure arrives later, when `self` already names the new effect.
+        auto self = std::make_shared<const SoundEffect*>(nullptr);
+        player = sounds->load(url, [this, soundName, self] {
             qWarning("AudioService: failed to load %s: %s", qPrintable(soundName),
                      "the file is not a playable WAV sound");
-            QMutexLocker locker(&m_lock);
-            if (m_players.value(soundName) == player)
-                m_players.remove(soundName);
-            player->deleteLater();
+            forget(soundName, *self);
         });
-        player->setSource(url);
+        *self = player.get();
         {
             QMutexLocker locker(&m_lock);
             m_players.insert(soundName, player);
         }
         ++m_loads;
     }
-    // A sound still playing starts again from its beginning.
-    player->stop();
     player->play();
     emit played(sound);
 }

@@ -5,7 +5,10 @@
 #include <QObject>
 #include <QString>
 
-class QSoundEffect;
+#include <memory>
+
+class SoundBackend;
+class SoundEffect;
 
 // Plays the short interface sounds, one cached player per sound.
 class AudioService final : public QObject
@@ -48,6 +51,8 @@ public:
     QString locateSound(const QString& name) const;
     // How many players were created (each sound is decoded once).
     int loadCount() const { return m_loads; }
+    // Where the sound module is looked for first; defaults to the installed one.
+    void setModuleDirectory(const QString& path);
 
 signals:
     void isMutedChanged();
@@ -56,9 +61,17 @@ signals:
 
 private:
     explicit AudioService(QObject* parent);
+    ~AudioService() override;
+
+    // The sound module, loaded on the first sound; null when it cannot be loaded.
+    SoundBackend* backend();
+    void forget(const QString& soundName, const SoundEffect* effect);
 
     mutable QMutex m_lock; // guards m_players
-    QHash<QString, QSoundEffect*> m_players;
+    QHash<QString, std::shared_ptr<SoundEffect>> m_players;
+    SoundBackend* m_backend = nullptr;
+    bool m_backendTried = false;
+    QString m_moduleDirectory;
     QString m_resourceDirectory;
     QString m_bundleRoot = QStringLiteral(":");
     bool m_muted = false;

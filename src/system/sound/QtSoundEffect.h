@@ -1,0 +1,18 @@
+#pragma once
+
+#include "SoundEffect.h"
+
+#include <QSoundEffect>
+
+#include <functional>
+
+class QtSoundEffect final : public SoundEffect
+{
+public:
+    QtSoundEffect(const QUrl& source, std::function<void()> failed);
+
+    void play() override;
+
+private:
+    QSoundEffect m_effect;
+};
