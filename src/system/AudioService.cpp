@@ -12,7 +12,10 @@
 
 AudioService& AudioService::shared()
 {
-    static auto* instance = new AudioService(QCoreApplication::instance());
+    // Never destroyed: releasing a sound while Qt Multimedia still decodes another
+    // one blocks until that finishes, which can hang the quit. The process end
+    // frees it all.
+    static auto* instance = new AudioService(nullptr);
     return *instance;
 }
 
@@ -20,25 +23,18 @@ AudioService::AudioService(QObject* parent)
     : QObject(parent)
 {}
 
-// The effects' code lives in the module, which stays loaded for the process.
 AudioService::~AudioService() = default;
-
-void AudioService::setModuleDirectory(const QString& path)
-{
-    m_moduleDirectory = path;
-}
 
 SoundBackend* AudioService::backend()
 {
     if (m_backendTried)
         return m_backend;
     m_backendTried = true;
-    // Installed next to the app (<prefix>/bin and <prefix>/<libdir>/tidewell);
-    // a build tree keeps it in its own folder.
-    const QStringList dirs{m_moduleDirectory,
+    // Next to the app: <prefix>/bin/tidewell and <prefix>/<libdir>/tidewell, the
+    // same in the build tree. Tests, which live elsewhere, name the folder.
+    const QStringList dirs{qEnvironmentVariable("TIDEWELL_MODULE_DIR"),
                            QCoreApplication::applicationDirPath() +
-                               QStringLiteral("/../" TIDEWELL_INSTALL_LIBDIR "/tidewell"),
-                           QStringLiteral(TIDEWELL_BUILD_MODULE_DIR)};
+                               QStringLiteral("/../" TIDEWELL_INSTALL_LIBDIR "/tidewell")};
     QString why = QStringLiteral("not found");
     for (const QString& dir : dirs) {
         const QString file = dir + QStringLiteral("/tidewell_sound.so");

@@ -51,8 +51,6 @@ public:
     QString locateSound(const QString& name) const;
     // How many players were created (each sound is decoded once).
     int loadCount() const { return m_loads; }
-    // Where the sound module is looked for first; defaults to the installed one.
-    void setModuleDirectory(const QString& path);
 
 signals:
     void isMutedChanged();
@@ -71,7 +69,6 @@ private:
     QHash<QString, std::shared_ptr<SoundEffect>> m_players;
     SoundBackend* m_backend = nullptr;
     bool m_backendTried = false;
-    QString m_moduleDirectory;
     QString m_resourceDirectory;
     QString m_bundleRoot = QStringLiteral(":");
     bool m_muted = false;

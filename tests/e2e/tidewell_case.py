@@ -39,8 +39,12 @@ class TidewellCase(unittest.TestCase):
     def tearDownClass(cls):
         if cls.app.poll() is None:
             cls.app.kill()
-            cls.app.wait()
+        log = cls.app.communicate()[1] if cls.app.stderr else ""
         cls.desktop.close()
+        # A sound that could not be found or loaded fails quietly for the user.
+        sound_trouble = [line for line in log.splitlines() if line.startswith("AudioService:")]
+        if sound_trouble:
+            raise AssertionError("sound problems:\n" + "\n".join(sound_trouble))
 
     def relaunch(self):
         type(self).app = subprocess.Popen([APP], env=self.desktop.env, stdout=subprocess.DEVNULL,
