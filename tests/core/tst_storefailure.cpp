@@ -4,6 +4,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <algorithm>
+
 class TestStoreFailure final : public QObject
 {
     Q_OBJECT
@@ -13,16 +15,14 @@ private slots:
     {
         QTemporaryDir home;
         const QString folder = home.filePath(QStringLiteral("data/com.brenlow.tidewell"));
-        QVERIFY(QDir().mkpath(folder));
         const QString path = folder + QStringLiteral("/store.sqlite");
         QByteArray noise(8192, '\0');
         for (int i = 0; i < noise.size(); ++i)
             noise[i] = char((i * 7919 + 13) % 256);
-        {
-            QFile f(path);
-            QVERIFY(f.open(QIODevice::WriteOnly));
-            f.write(noise);
-        }
+        QFile file(path);
+        QVERIFY(QDir().mkpath(folder) && file.open(QIODevice::WriteOnly));
+        file.write(noise);
+        file.close();
 
         QProcess app;
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
@@ -32,21 +32,17 @@ private slots:
         app.setProcessEnvironment(env);
         app.start(QStringLiteral(TIDEWELL_BINARY), {});
         QVERIFY(app.waitForFinished(30000));
-        QVERIFY(app.exitStatus() == QProcess::NormalExit);
-        QVERIFY(app.exitCode() != 0);
-
+        QVERIFY(app.exitStatus() == QProcess::NormalExit && app.exitCode() != 0);
+        // One line names the file and says why.
         const QString err = QString::fromLocal8Bit(app.readAllStandardError());
         const QString expected = u"Failed to initialise SwiftData store at " + path + u": ";
-        const QStringList lines = err.split(u'\n', Qt::SkipEmptyParts);
-        QVERIFY2(std::any_of(lines.begin(), lines.end(),
-                             [&](const QString& l) {
-                                 return l.startsWith(expected) && l.size() > expected.size();
-                             }),
-                 qPrintable(err));
+        const auto said = [&](const QString& line) {
+            return line.startsWith(expected) && line.size() > expected.size();
+        };
+        QVERIFY2(std::ranges::any_of(err.split(u'\n'), said), qPrintable(err));
 
-        QFile f(path);
-        QVERIFY(f.open(QIODevice::ReadOnly));
-        QCOMPARE(f.readAll(), noise);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(file.readAll(), noise);
         QCOMPARE(QDir(folder).entryList(QDir::Files), QStringList{QStringLiteral("store.sqlite")});
     }
 };
