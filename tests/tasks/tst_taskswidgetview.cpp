@@ -9,49 +9,49 @@
 #include "TasksService.h"
 #include "TasksWidgetView.h"
 #include "Theme.h"
-#include "TooltipPanelService.h"
 
 #include <QAction>
 #include <QCursor>
-#include <QElapsedTimer>
-#include <QEnterEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QSignalSpy>
-#include <QStackedWidget>
 #include <QStandardPaths>
-#include <QTemporaryDir>
 #include <QTest>
 #include <QToolButton>
-
-namespace {
-class PaintCounter final : public QObject
-{
-public:
-    QHash<QObject*, int> paints;
-
-protected:
-    bool eventFilter(QObject* watched, QEvent* event) override
-    {
-        paints[watched] += event->type() == QEvent::Paint;
-        return false;
-    }
-};
-} // namespace
 
 class TestTasksWidgetView final : public QObject
 {
     Q_OBJECT
 
-    std::unique_ptr<QTemporaryDir> m_dir;
+    struct PaintCounter final : QObject
+    {
+        QHash<QObject*, int> paints;
+        bool eventFilter(QObject* watched, QEvent* event) override
+        {
+            paints[watched] += event->type() == QEvent::Paint;
+            return false;
+        }
+    };
+
     std::unique_ptr<TasksWidgetView> m_view;
 
     ModelContext& context() { return DataStore::shared().mainContext(); }
     TasksService& service() { return TasksService::shared(); }
-    QList<TaskList*> lists() { return context().fetch<TaskList>(FetchRequest::sortedBy("order")); }
+    template <typename T = QWidget> T* find(const QString& n) { return m_view->findChild<T*>(n); }
+    QString switcherText() { return find<QToolButton>("listSwitcherButton")->text(); }
+
+    // An action of the list menu, by its object name or, for a list, by the list's name.
+    QAction* menuAction(const QString& key)
+    {
+        for (QAction* a : m_view->switcher()->preparedMenu()->actions()) {
+            if (a->objectName() == key || (a->objectName() == u"listEntry" && a->text() == key))
+                return a;
+        }
+        return nullptr;
+    }
 
     void showView(bool viewOnly = false)
     {
@@ -65,51 +65,13 @@ class TestTasksWidgetView final : public QObject
     // Shows the list "Work" holding "a", "b", "c", with "b" the focus task.
     TaskList* showWork(bool viewOnly = false)
     {
-        service().createList(QStringLiteral("Work"), context());
-        TaskList* work = lists().constLast();
-        for (const char* text : {"a", "b", "c"})
-            service().addTask(QString::fromLatin1(text), work, context());
+        TaskList* work = service().createList("Work", context());
+        for (const QString text : {"a", "b", "c"})
+            service().addTask(text, work, context());
         service().highlight(TasksService::sortedTasks(work).at(1), work, context());
         showView(viewOnly);
-        chooseList(QStringLiteral("Work"));
+        menuAction("Work")->trigger();
         return work;
-    }
-
-    template <typename T = QWidget> T* find(const char* name)
-    {
-        return m_view->findChild<T*>(QString::fromLatin1(name));
-    }
-
-    QString switcherText() { return find<QToolButton>("listSwitcherButton")->text(); }
-
-    QAction* menuAction(const char* name)
-    {
-        return m_view->switcher()->preparedMenu()->findChild<QAction*>(QString::fromLatin1(name));
-    }
-
-    QAction* listEntry(const QString& listName)
-    {
-        for (QAction* a : m_view->switcher()->preparedMenu()->actions()) {
-            if (a->objectName() == u"listEntry" && a->text() == listName)
-                return a;
-        }
-        return nullptr;
-    }
-
-    void chooseList(const QString& name)
-    {
-        QVERIFY(listEntry(name));
-        listEntry(name)->trigger();
-    }
-
-    TaskRow* row(const QString& header)
-    {
-        return m_view->rows()->rowsInView().value(shownHeaders().indexOf(header));
-    }
-
-    template <typename T = QWidget> T* child(const QString& header, const char* name)
-    {
-        return row(header)->findChild<T*>(QString::fromLatin1(name));
     }
 
     QStringList shownHeaders()
@@ -119,6 +81,11 @@ class TestTasksWidgetView final : public QObject
             out << r->accessibleName();
         return out;
     }
+    TaskRow* row(const QString& header)
+    {
+        return m_view->rows()->rowsInView().value(shownHeaders().indexOf(header));
+    }
+    QWidget* child(const QString& h, const QString& n) { return row(h)->findChild<QWidget*>(n); }
 
 private slots:
     void init()
@@ -126,147 +93,93 @@ private slots:
         QStandardPaths::setTestModeEnabled(true);
         QCursor::setPos(1800, 1000); // keep the real pointer off the rows
         TasksService::shared().setPushHandler([] {});
-        m_dir = std::make_unique<QTemporaryDir>();
         QString error;
-        DataStore::setShared(DataStore::open(m_dir->filePath(QStringLiteral("s.sqlite")), &error));
-        QVERIFY2(error.isEmpty(), qPrintable(error));
+        DataStore::setShared(DataStore::open(":memory:", &error));
     }
 
-    void cleanup()
-    {
-        m_view.reset();
-        TooltipPanelService::shared().hide();
-    }
+    void cleanup() { m_view.reset(); }
 
     // Runs first: the shared service bootstraps only once per process.
-    void freshStoreThenDeletingTheOnlyList()
+    void switchingAndDeletingLists()
     {
-        QCOMPARE(context().count<TaskList>(), 0);
         showView();
         QCOMPARE(switcherText(), QStringLiteral("Example Task List"));
-        QCOMPARE(find<QStackedWidget>("tasksBody")->currentWidget(), m_view->rows());
-        QCOMPARE(m_view->rows()->count(), 0);
-        QVERIFY(find("inputBar")->isVisible());
-        QVERIFY(find("listActionsButton")->isVisible());
+        for (const QString name : {"Two", "Three"})
+            service().createList(name, context());
+        QTRY_VERIFY(menuAction("Three")); // the view follows the store on the next turn
+        QSignalSpy played(&AudioService::shared(), &AudioService::played);
+        for (const QString name : {"Example Task List", "Two"}) { // the first is current
+            menuAction(name)->trigger();
+            QVERIFY(menuAction(name)->isChecked());
+        }
+        QCOMPARE(played.count(), 1);
+        QCOMPARE(played[0][0].value<AudioService::Sound>(), AudioService::Sound::ChangeList);
 
-        menuAction("deleteListAction")->trigger();
-        QTRY_COMPARE(switcherText(), QStringLiteral("—"));
-        QCOMPARE(context().count<TaskList>(), 0);
+        // Deleting selects the first other list, and the last leaves none.
+        for (const QString next : {"Example Task List", "Three", "—"}) {
+            menuAction("deleteListAction")->trigger();
+            QTRY_COMPARE(switcherText(), next);
+        }
         QVERIFY(find("emptyStateText")->isVisible());
         QCOMPARE(find<QLabel>("emptyStateText")->text(), QStringLiteral("No tasks yet"));
-        QVERIFY(menuAction("newListAction"));
         QVERIFY(!menuAction("renameListAction") && !menuAction("deleteListAction"));
-        QTest::keyClicks(find("newTaskField"), QStringLiteral("orphan"));
+        QTest::keyClicks(find("newTaskField"), "orphan");
         QTest::keyClick(find("newTaskField"), Qt::Key_Return);
         QCOMPARE(context().count<TaskItem>(), 0);
     }
 
-    void listNameDialog_data()
+    // A blank name, or Cancel, changes nothing.
+    void listNamePrompts()
     {
-        QTest::addColumn<QByteArray>("action");
-        QTest::addColumn<QString>("typed");
-        QTest::addColumn<bool>("accept");
-        QTest::addColumn<QStringList>("names"); // afterwards, the last one selected
-        const QByteArray create("newListAction"), rename("renameListAction");
-        QTest::newRow("new, blank") << create << "  \t " << true << QStringList{"Home"};
-        QTest::newRow("new, named")
-            << create << "  Groceries " << true << QStringList{"Home", "Groceries"};
-        QTest::newRow("new, cancelled") << create << "Ignored" << false << QStringList{"Home"};
-        QTest::newRow("rename, blank") << rename << " \t" << true << QStringList{"Home"};
-        QTest::newRow("rename, named") << rename << " Family  " << true << QStringList{"Family"};
-        QTest::newRow("rename, cancelled") << rename << "Other" << false << QStringList{"Home"};
-    }
-    void listNameDialog()
-    {
-        QFETCH(QByteArray, action);
-        QFETCH(QString, typed);
-        QFETCH(bool, accept);
-        QFETCH(QStringList, names);
-        const bool isNew = action == "newListAction";
-        service().createList(QStringLiteral("Home"), context());
-        showView();
-
-        menuAction(action.constData())->trigger();
-        ListNameDialog* dialog = m_view->switcher()->openDialog();
-        QVERIFY(dialog && QTest::qWaitForWindowExposed(dialog));
-        QCOMPARE(dialog->field()->text(), isNew ? QString() : QStringLiteral("Home"));
-        // Owned by the popup's window and modal over it, so the popup stays open.
-        QCOMPARE(dialog->parentWidget()->window(), m_view->window());
-        QCOMPARE(dialog->windowModality(), Qt::WindowModal);
-        auto* cancel = dialog->findChild<QPushButton*>(QStringLiteral("cancelButton"));
-        auto* ok = dialog->findChild<QPushButton*>(isNew ? QStringLiteral("createButton")
-                                                         : QStringLiteral("saveButton"));
-        QCOMPARE(ok->x() < cancel->x(), !isNew);
-
-        dialog->field()->clear();
-        QTest::keyClicks(dialog->field(), typed);
-        QTest::mouseClick(accept ? ok : cancel, Qt::LeftButton);
-        QTRY_VERIFY(!m_view->switcher()->openDialog());
-        QVERIFY(m_view->isVisible());
-        QCOMPARE(lists().size(), names.size());
-        QCOMPARE(lists().constLast()->name(), names.constLast());
-        QTRY_COMPARE(switcherText(), names.constLast());
-
-        if (isNew) { // whatever happened, the next prompt starts empty
-            menuAction("newListAction")->trigger();
-            QVERIFY(m_view->switcher()->openDialog()->field()->text().isEmpty());
-        }
+        showWork();
+        const auto answer = [this](const QString& action, const QString& typed,
+                                   const QString& button) {
+            menuAction(action)->trigger();
+            ListNameDialog* dialog = m_view->switcher()->openDialog();
+            QVERIFY(dialog && QTest::qWaitForWindowExposed(dialog));
+            const bool rename = action == u"renameListAction";
+            QCOMPARE(dialog->field()->text(), rename ? switcherText() : QString());
+            dialog->field()->clear();
+            QTest::keyClicks(dialog->field(), typed);
+            QTest::mouseClick(dialog->findChild<QPushButton*>(button), Qt::LeftButton);
+            QTRY_VERIFY(!m_view->switcher()->openDialog());
+        };
+        answer("newListAction", "  \t ", "createButton");
+        answer("newListAction", "Ignored", "cancelButton");
+        answer("renameListAction", " \t", "saveButton");
+        answer("renameListAction", "Other", "cancelButton");
+        QCOMPARE(context().count<TaskList>(), 1);
+        QCOMPARE(switcherText(), QStringLiteral("Work"));
+        answer("newListAction", "  Groceries ", "createButton");
+        QTRY_COMPARE(switcherText(), QStringLiteral("Groceries"));
+        QCOMPARE(context().count<TaskList>(), 2);
+        answer("renameListAction", " Family  ", "saveButton");
+        QTRY_COMPARE(switcherText(), QStringLiteral("Family"));
     }
 
-    void changeListPlaysOnlyOnARealChange()
-    {
-        for (const QString name : {"One", "Two", "Three"})
-            service().createList(name, context());
-        showView();
-        QSignalSpy played(&AudioService::shared(), &AudioService::played);
-        for (const QString name : {"One", "Two"}) {
-            chooseList(name);
-            QVERIFY(listEntry(name)->isChecked());
-        }
-        QVERIFY(!listEntry(QStringLiteral("One"))->isChecked());
-        QCOMPARE(played.count(), 1);
-        QCOMPARE(played.first().first().value<AudioService::Sound>(),
-                 AudioService::Sound::ChangeList);
-
-        // Deleting selects the first other list.
-        menuAction("deleteListAction")->trigger();
-        QTRY_COMPARE(switcherText(), QStringLiteral("One"));
-        QCOMPARE(lists().size(), 2);
-    }
-
-    void addingTasks_data()
-    {
-        QTest::addColumn<QString>("typed");
-        QTest::addColumn<int>("how"); // 0 Return, 1 the plus button, 2 Ctrl+Return
-        QTest::addColumn<QString>("added");
-        const char* ways[] = {"Return", "plus", "Ctrl+Return"};
-        for (int how : {0, 1, 2}) {
-            QTest::addRow("%s blank", ways[how]) << " \t  " << how << QString();
-            QTest::addRow("%s text", ways[how]) << "  Buy milk\t" << how << "Buy milk";
-        }
-    }
+    // Each way adds the trimmed text and empties the field, which keeps the focus;
+    // blank text adds nothing and stays to be fixed.
     void addingTasks()
     {
-        QFETCH(QString, typed);
-        QFETCH(int, how);
-        QFETCH(QString, added);
-        service().createList(QStringLiteral("Home"), context());
-        service().addTask(QStringLiteral("first"), lists().first(), context());
-        showView();
+        showWork();
         auto* input = find<QLineEdit>("newTaskField");
         input->setFocus();
-        input->insert(typed); // as pasted: a typed tab would move the focus
-        if (how == 1)
-            QTest::mouseClick(find("addTaskButton"), Qt::LeftButton);
-        else
-            QTest::keyClick(input, Qt::Key_Return, how ? Qt::ControlModifier : Qt::NoModifier);
-
-        const QStringList expected =
-            added.isEmpty() ? QStringList{"first"} : QStringList{"first", added};
-        QCOMPARE(TasksService::sortedTasks(lists().first()).size(), expected.size());
-        QCOMPARE(input->text(), added.isEmpty() ? typed : QString());
-        QVERIFY(input->hasFocus());
-        QTRY_COMPARE(shownHeaders(), expected);
+        QStringList expected = shownHeaders();
+        for (int how : {0, 1, 2}) { // Return, the plus button, Ctrl+Return
+            for (const QString typed : {" \t  ", "  Buy milk\t"}) {
+                input->setText(typed); // as pasted: a typed tab would move the focus
+                if (how == 1)
+                    QTest::mouseClick(find("addTaskButton"), Qt::LeftButton);
+                else
+                    QTest::keyClick(input, Qt::Key_Return,
+                                    how ? Qt::ControlModifier : Qt::NoModifier);
+                const bool blank = typed.trimmed().isEmpty();
+                expected += blank ? QStringList() : QStringList{"Buy milk"};
+                QCOMPARE(input->text(), blank ? typed : QString());
+                QVERIFY(input->hasFocus());
+                QTRY_COMPARE(shownHeaders(), expected);
+            }
+        }
     }
 
     void focusTask_data()
@@ -274,22 +187,30 @@ private slots:
         QTest::addColumn<QString>("clicked"); // a task's text
         QTest::addColumn<QString>("button");
         QTest::addColumn<QString>("focusAfter");
-        QTest::newRow("check the focus task") << "b" << QStringLiteral("checkButton") << "";
-        QTest::newRow("toggle the focus off") << "b" << QStringLiteral("focusButton") << "";
-        QTest::newRow("move the focus") << "c" << QStringLiteral("focusButton") << "c";
-        QTest::newRow("check another task") << "a" << QStringLiteral("checkButton") << "b";
+        QTest::addColumn<bool>("viewOnly"); // rows stay fully usable there
+        QTest::newRow("check the focus") << "b" << QStringLiteral("checkButton") << "" << false;
+        QTest::newRow("toggle it off") << "b" << QStringLiteral("focusButton") << "" << false;
+        QTest::newRow("move it, view-only") << "c" << QStringLiteral("focusButton") << "c" << true;
+        QTest::newRow("check other, view-only")
+            << "a" << QStringLiteral("checkButton") << "b" << true;
     }
     void focusTask()
     {
         QFETCH(QString, clicked);
         QFETCH(QString, button);
         QFETCH(QString, focusAfter);
-        showWork();
-        QCOMPARE(child("b", "focusMarker")->toolTip(), QStringLiteral("Focus task"));
+        QFETCH(bool, viewOnly);
+        showWork(viewOnly);
+        QCOMPARE(!find("inputBar") + !find("listActionsButton"), viewOnly ? 2 : 0);
+        const QStringList controls{"focusMarker", "focusButton", "checkButton", "deleteButton"};
+        const QStringList names{"Focus task", "Remove focus", "Done", "Delete"};
+        for (int i = 0; i < 4; ++i)
+            QCOMPARE(child("b", controls[i])->accessibleName(), names[i]);
         QCOMPARE(child("b", "focusButton")->toolTip(), QStringLiteral("Remove focus"));
         QCOMPARE(child("a", "focusButton")->toolTip(), QStringLiteral("Set as focus task"));
 
-        QTest::mouseClick(child(clicked, qPrintable(button)), Qt::LeftButton);
+        QVERIFY(child(clicked, button)->isVisible());
+        QTest::mouseClick(child(clicked, button), Qt::LeftButton);
         for (const QString header : {"a", "b", "c"}) {
             TaskRow* r = row(header);
             const bool focus = header == focusAfter;
@@ -305,67 +226,37 @@ private slots:
         }
     }
 
-    void editingInPlace_data()
-    {
-        QTest::addColumn<QString>("typed");
-        QTest::addColumn<QString>("header");
-        QTest::newRow("blank keeps the old text") << QStringLiteral("  ") << "a";
-        QTest::newRow("trimmed") << QStringLiteral(" Call Sam ") << "Call Sam";
-        QTest::newRow("markup stays plain") << QStringLiteral("<b>x</b> &") << "<b>x</b> &";
-    }
+    // Each edit starts from the current text; losing focus keeps editing, only Return ends it.
     void editingInPlace()
     {
-        QFETCH(QString, typed);
-        QFETCH(QString, header);
         showWork();
-        TaskRow* a = row(QStringLiteral("a"));
-        auto* label = a->findChild<QLabel*>(QStringLiteral("taskText"));
-        QTest::mouseDClick(label, Qt::LeftButton);
-        QVERIFY(a->isEditing());
-        auto* field = a->findChild<QLineEdit*>(QStringLiteral("editField"));
-        QCOMPARE(field->text(), QStringLiteral("a"));
-        QTRY_VERIFY(field->hasFocus());
-
-        // Losing focus does not end editing; only Return does.
-        find("newTaskField")->setFocus();
-        QVERIFY(a->isEditing());
-        field->setFocus();
-        field->clear();
-        QTest::keyClicks(field, typed);
-        QTest::keyClick(field, Qt::Key_Return);
-        QVERIFY(!a->isEditing());
-        QCOMPARE(a->task()->header(), header);
-        QCOMPARE(a->accessibleName(), header);
-        QCOMPARE(label->text(), header);
-        QCOMPARE(label->textFormat(), Qt::PlainText);
-    }
-
-    // Rows stay fully usable in view-only form; deleting one takes its tooltip along.
-    void viewOnlyHidesMenuAndInput()
-    {
-        showWork(true);
-        QVERIFY(!find("listActionsButton"));
-        QVERIFY(!find("inputBar"));
-        QVERIFY(find("listSwitcherButton")->isVisible());
-        QCOMPARE(m_view->minimumSize(), QSize(240, 180));
-        for (const char* name : {"checkButton", "focusButton", "deleteButton"})
-            QVERIFY(child("b", name)->isVisible());
-
-        const QPointF at(20, 10);
-        QEnterEvent enter(at, at, row(QStringLiteral("b"))->mapToGlobal(at));
-        QCoreApplication::sendEvent(row(QStringLiteral("b")), &enter);
-        QTRY_VERIFY(TooltipPanelService::shared().panel());
-        QCOMPARE(TooltipPanelService::shared().panel()->text(), QStringLiteral("b"));
-        QTest::mouseClick(child("b", "deleteButton"), Qt::LeftButton);
-        QTRY_COMPARE(shownHeaders(), (QStringList{"a", "c"}));
-        QVERIFY(!TooltipPanelService::shared().panel());
+        TaskRow* a = row("a");
+        auto* label = a->findChild<QLabel*>("taskText");
+        auto* field = a->findChild<QLineEdit*>("editField");
+        for (const auto& [typed, shown] : {std::pair{"  ", "a"}, // blank keeps the old text
+                                           {" Call Sam ", "Call Sam"},
+                                           {"<b>x</b> &", "<b>x</b> &"}}) {
+            QTest::mouseDClick(label, Qt::LeftButton);
+            QVERIFY(a->isEditing());
+            QCOMPARE(field->text(), a->task()->header());
+            QTRY_VERIFY(field->hasFocus());
+            find("newTaskField")->setFocus();
+            QVERIFY(a->isEditing());
+            field->setFocus();
+            field->clear();
+            QTest::keyClicks(field, typed);
+            QTest::keyClick(field, Qt::Key_Return);
+            QVERIFY(!a->isEditing());
+            QCOMPARE(a->task()->header(), QString(shown));
+            QCOMPARE(label->text(), QString(shown)); // plain text, never markup
+            QCOMPARE(label->textFormat(), Qt::PlainText);
+        }
     }
 
     void liveViewAndListActions()
     {
         TaskList* work = showWork();
-        QPointer<TaskRow> a = row(QStringLiteral("a")), b = row(QStringLiteral("b")),
-                          c = row(QStringLiteral("c"));
+        QPointer<TaskRow> a = row("a"), b = row("b"), c = row("c");
         PaintCounter counter;
         for (TaskRow* r : {a.data(), b.data(), c.data()})
             r->installEventFilter(&counter);
@@ -374,21 +265,21 @@ private slots:
 
         // A change from elsewhere (the service here, a pull alike) shows at once,
         // in its own row only.
-        service().editTask(TasksService::sortedTasks(work).at(2), QStringLiteral("c2"), context());
+        service().editTask(TasksService::sortedTasks(work).at(2), "c2", context());
         QTRY_COMPARE(c->accessibleName(), QStringLiteral("c2"));
         QTRY_VERIFY(counter.paints.value(c) > 0);
         QCOMPARE(counter.paints.value(a) + counter.paints.value(b), 0);
 
         // A task inserted straight into the store appears; other rows are kept.
-        context().insert(new TaskItem(QStringLiteral("d"), 9, work));
+        context().insert(new TaskItem("d", 9, work));
         QTRY_COMPARE(shownHeaders(), (QStringList{"a", "b", "c2", "d"}));
-        QCOMPARE(row(QStringLiteral("a")), a.data());
-        QCOMPARE(row(QStringLiteral("c2")), c.data());
+        QCOMPARE(row("a"), a.data());
 
+        QTest::mouseClick(child("d", "deleteButton"), Qt::LeftButton);
+        QTRY_COMPARE(shownHeaders(), (QStringList{"a", "b", "c2"}));
         service().toggleCheck(TasksService::sortedTasks(work).at(0), context());
         find<QAction>("deleteFinishedAction")->trigger();
-        QTRY_COMPARE(shownHeaders(), (QStringList{"b", "c2", "d"}));
-        QVERIFY(work->highlightedTaskId().isNull());
+        QTRY_COMPARE(shownHeaders(), (QStringList{"b", "c2"}));
         find<QAction>("deleteAllAction")->trigger();
         QTRY_COMPARE(m_view->rows()->count(), 0);
 
@@ -400,27 +291,17 @@ private slots:
 
     void thousandsOfTasksBuildOnlyVisibleRows()
     {
-        service().createList(QStringLiteral("Big"), context());
-        TaskList* big = lists().constLast();
+        TaskList* work = showWork();
         for (int i = 0; i < 5000; ++i)
-            context().insert(new TaskItem(QStringLiteral("task %1").arg(i), i, big));
-        QElapsedTimer clock;
-        clock.start();
-        showView();
-        chooseList(QStringLiteral("Big"));
+            context().insert(new TaskItem(QStringLiteral("task %1").arg(i), i + 3, work));
         TaskRowList* rows = m_view->rows();
-        QCOMPARE(rows->count(), 5000);
-        const int visible = int(rows->rowsInView().size());
+        QTRY_COMPARE(rows->count(), 5003);
+        const qsizetype visible = rows->rowsInView().size();
         QVERIFY2(visible > 3 && visible < 40, qPrintable(QString::number(visible)));
-
-        QScrollBar* bar = rows->verticalScrollBar();
-        for (int step = 0; step < 50; ++step)
-            bar->setValue(bar->value() + bar->singleStep() * 3);
-        QVERIFY(rows->rowsInView().size() <= visible + 1);
-        bar->setValue(bar->maximum());
+        rows->verticalScrollBar()->setValue(rows->verticalScrollBar()->maximum());
+        QVERIFY(rows->rowsInView().size() <= visible + 1); // rows scrolled past are let go
         QCOMPARE(rows->rowsInView().constLast()->accessibleName(), QStringLiteral("task 4999"));
         QVERIFY(rows->rowsInView().constLast()->geometry().bottom() < rows->viewport()->height());
-        QVERIFY2(clock.elapsed() < 5000, qPrintable(QString::number(clock.elapsed())));
     }
 };
 

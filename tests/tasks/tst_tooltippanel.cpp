@@ -6,24 +6,20 @@
 #include <QCursor>
 #include <QElapsedTimer>
 #include <QEnterEvent>
-#include <QSignalSpy>
 #include <QTest>
 
 namespace {
 constexpr int delayMs = 300;
 
-int livePanels()
+// The texts of all visible panels, so a second panel left behind shows too.
+QString shown()
 {
-    int n = 0;
-    for (QWidget* w : QApplication::topLevelWidgets())
-        n += qobject_cast<TooltipPanel*>(w) && w->isVisible();
-    return n;
-}
-
-QString shownText()
-{
-    const TooltipPanel* panel = TooltipPanelService::shared().panel();
-    return panel && panel->isVisible() ? panel->text() : QString();
+    QStringList texts;
+    for (QWidget* w : QApplication::topLevelWidgets()) {
+        if (auto* panel = qobject_cast<TooltipPanel*>(w); panel && panel->isVisible())
+            texts << panel->text();
+    }
+    return texts.join(u'|');
 }
 
 void hover(QWidget* w, bool entered)
@@ -39,35 +35,7 @@ class TestTooltipPanel final : public QObject
 {
     Q_OBJECT
 
-    QWidget* m_window = nullptr;
-    QList<QWidget*> m_rows;
-    QList<PanelHoverTooltip*> m_hovers;
-
 private slots:
-    void init()
-    {
-        QCursor::setPos(1800, 1000); // only the hover events sent here reach the rows
-        m_window = new QWidget;
-        m_rows.clear();
-        m_hovers.clear();
-        const QStringList texts{"first row", "second row", "third row", QString()};
-        for (int i = 0; i < texts.size(); ++i) {
-            m_rows << new QWidget(m_window);
-            m_rows.last()->setGeometry(0, i * 30, 200, 28);
-            m_hovers << new PanelHoverTooltip(m_rows.last(), texts.at(i), delayMs);
-        }
-        m_window->setGeometry(100, 100, 200, 140);
-        m_window->show();
-        QVERIFY(QTest::qWaitForWindowExposed(m_window));
-    }
-
-    void cleanup()
-    {
-        delete m_window;
-        QVERIFY(!TooltipPanelService::shared().panel());
-        QTRY_COMPARE(livePanels(), 0);
-    }
-
     void geometry_data()
     {
         QTest::addColumn<QSizeF>("label");
@@ -100,83 +68,56 @@ private slots:
         QCOMPARE(TooltipPanelService::geometryFor(label, pointer, area), expected);
     }
 
-    void labelWrapsAtWords()
+    void hoverShowsOnePanelAfterResting()
     {
-        const QSizeF shortText = TooltipPanelService::labelSize(QStringLiteral("Hi"));
-        QVERIFY(shortText.width() <= 40);
-        const QSizeF wrapped = TooltipPanelService::labelSize(
-            QStringLiteral("Call the plumber about the leaking tap in the kitchen before the "
-                           "weekend and ask for a quote"));
-        QVERIFY(wrapped.width() <= 304);
-        QVERIFY(wrapped.height() >= 2 * shortText.height());
-    }
+        QCursor::setPos(1800, 1000); // only the hover events sent here reach the rows
+        QWidget window;
+        auto* row = new QWidget(&window);
+        auto* blank = new QWidget(&window);
+        new PanelHoverTooltip(row, "a row", delayMs);
+        new PanelHoverTooltip(blank, QString(), delayMs);
+        window.show();
+        window.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&window));
 
-    void onePanelThatTakesNothing()
-    {
-        TooltipPanelService& service = TooltipPanelService::shared();
-        m_window->activateWindow();
-        QVERIFY(QTest::qWaitForWindowActive(m_window));
-        service.show(QStringLiteral("one"));
-        service.show(QStringLiteral("two"));
-        QCOMPARE(shownText(), QStringLiteral("two"));
-        QTRY_COMPARE(livePanels(), 1);
+        // One panel at a time, which takes no focus; an empty text only removes.
+        TooltipPanelService::shared().show("one");
+        TooltipPanelService::shared().show("two");
+        QTRY_COMPARE(shown(), QStringLiteral("two"));
+        QCOMPARE(QApplication::activeWindow(), &window);
+        TooltipPanelService::shared().show(QString());
+        QCOMPARE(shown(), QString());
 
-        const Qt::WindowFlags all = Qt::WindowTransparentForInput | Qt::WindowDoesNotAcceptFocus |
-                                    Qt::WindowStaysOnTopHint | Qt::FramelessWindowHint;
-        QCOMPARE(service.panel()->windowFlags() & all, all);
-        QVERIFY(service.panel()->testAttribute(Qt::WA_ShowWithoutActivating));
-        QCOMPARE(service.panel()->focusPolicy(), Qt::NoFocus);
-        QCOMPARE(QApplication::activeWindow(), m_window); // showing stole nothing
+        // A quick pass, and resting on a row without text, show nothing.
+        hover(row, true);
+        hover(row, false);
+        hover(blank, true);
+        QTest::qWait(delayMs + 100);
+        QCOMPARE(shown(), QString());
 
-        service.show(QString()); // an empty text only removes
-        QVERIFY(!service.panel());
-        QTRY_COMPARE(livePanels(), 0);
-    }
+        hover(row, true);
+        QTest::qWait(delayMs / 2);
+        hover(row, false);
+        QElapsedTimer clock;
+        clock.start();
+        hover(row, true); // coming back within the wait restarts it
+        QTRY_COMPARE(shown(), QStringLiteral("a row"));
+        QVERIFY(clock.elapsed() >= delayMs - 5);
+        hover(row, false); // leaving hides at once
+        QCOMPARE(shown(), QString());
 
-    void quickPassesAndEmptyTextShowNothing()
-    {
-        int checks = 0;
-        for (int i = 0; i < 4; ++i) {
-            connect(m_hovers[i], &PanelHoverTooltip::checkFinished, this, [&] { ++checks; });
-            hover(m_rows[i], true);
-            if (i < 3) // the last row, with no text, is rested on
-                hover(m_rows[i], false);
-        }
-        QTRY_COMPARE(checks, 4);
-        QCOMPARE(livePanels(), 0);
-    }
-
-    void restingShowsAfterTheDelay()
-    {
-        QSignalSpy checks(m_hovers[0], &PanelHoverTooltip::checkFinished);
-        hover(m_rows[0], true);
-        QTest::qWait(150); // part of the gesture: leave halfway through the wait
-        hover(m_rows[0], false);
-        for (int i : {0, 1}) { // re-entering restarts the wait, as does the next row
-            QElapsedTimer clock;
-            clock.start();
-            hover(m_rows[i], true);
-            QVERIFY(shownText().isEmpty());
-            QTRY_COMPARE(shownText(), m_hovers[i]->text());
-            QVERIFY(clock.elapsed() >= delayMs - 5);
-            QCOMPARE(livePanels(), 1);
-            hover(m_rows[i], false); // leaving, or moving on, hides at once
-            QVERIFY(!TooltipPanelService::shared().panel());
-        }
-        QCOMPARE(checks.first().first().toBool(), false); // found a newer token
-    }
-
-    void goneRowTakesItsTooltip()
-    {
-        for (int i : {1, 2}) { // hidden, then destroyed
-            hover(m_rows[i], true);
-            QTRY_COMPARE(shownText(), m_hovers[i]->text());
-            if (i == 1)
-                m_rows[i]->hide();
-            else
-                delete m_rows[i];
-            QVERIFY(!TooltipPanelService::shared().panel());
-        }
+        // A row hidden, or destroyed, under the pointer takes its tooltip along.
+        hover(row, true);
+        QTRY_COMPARE(shown(), QStringLiteral("a row"));
+        row->hide();
+        QCOMPARE(shown(), QString());
+        auto* doomed = new QWidget(&window);
+        new PanelHoverTooltip(doomed, "doomed", delayMs);
+        doomed->show();
+        hover(doomed, true);
+        QTRY_COMPARE(shown(), QStringLiteral("doomed"));
+        delete doomed;
+        QCOMPARE(shown(), QString());
     }
 };
 
