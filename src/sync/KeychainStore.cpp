@@ -5,6 +5,7 @@
 
 #include <QMutex>
 #include <QStringDecoder>
+#include <QThread>
 
 namespace {
 struct Cache
@@ -12,6 +13,7 @@ struct Cache
     QMutex lock;
     std::optional<QString> token;
     bool loaded = false;
+    quint64 changes = 0; // saves, clears and backend swaps so far
     std::shared_ptr<KeychainBackend> backend;
 };
 
@@ -51,10 +53,12 @@ QString KeychainStore::service()
 std::optional<QString> KeychainStore::loadToken()
 {
     Cache& c = cache();
+    quint64 changesBefore = 0;
     {
         QMutexLocker locker(&c.lock);
         if (c.loaded)
             return c.token;
+        changesBefore = c.changes;
     }
     std::optional<QString> token;
     if (const std::optional<QByteArray> data = backend()->read(service(), account())) {
@@ -64,6 +68,9 @@ std::optional<QString> KeychainStore::loadToken()
             token = std::move(text);
     }
     QMutexLocker locker(&c.lock);
+    // A token saved or cleared while this read was under way is newer than what it found.
+    if (c.changes != changesBefore)
+        return c.loaded ? c.token : token;
     c.token = token;
     c.loaded = true;
     return token;
@@ -77,6 +84,7 @@ void KeychainStore::saveToken(const QString& token)
     QMutexLocker locker(&c.lock);
     c.token = token;
     c.loaded = true;
+    ++c.changes;
 }
 
 void KeychainStore::clearToken()
@@ -86,6 +94,25 @@ void KeychainStore::clearToken()
     QMutexLocker locker(&c.lock);
     c.token.reset();
     c.loaded = true;
+    ++c.changes;
+}
+
+void KeychainStore::preload(QObject* context, std::function<void()> done)
+{
+    {
+        Cache& c = cache();
+        QMutexLocker locker(&c.lock);
+        if (c.loaded) {
+            locker.unlock();
+            done();
+            return;
+        }
+    }
+    QThread* reader = QThread::create([] { loadToken(); });
+    reader->setObjectName(QStringLiteral("keychain-read"));
+    QObject::connect(reader, &QThread::finished, context, std::move(done));
+    QObject::connect(reader, &QThread::finished, reader, &QObject::deleteLater);
+    reader->start();
 }
 
 void KeychainStore::setBackend(std::shared_ptr<KeychainBackend> replacement)
@@ -97,4 +124,5 @@ void KeychainStore::setBackend(std::shared_ptr<KeychainBackend> replacement)
     c.backend = std::move(replacement);
     c.token.reset();
     c.loaded = false;
+    ++c.changes;
 }

@@ -4,6 +4,7 @@
 
 #include <QString>
 
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -11,6 +12,8 @@
 // Usable from any thread; the lock guards only the cache, never a keychain call.
 // Keychain failures are never reported: a failed read is no token, and a failed
 // write still leaves the token in the cache until the process ends.
+class QObject;
+
 class KeychainStore
 {
 public:
@@ -23,6 +26,10 @@ public:
     static std::optional<QString> loadToken();
     static void saveToken(const QString& token);
     static void clearToken();
+    // Looks the token up on a background thread, then calls `done` on `context`'s
+    // thread; at once when it is cached already. A secret store that first has to
+    // start can take seconds, and no window should wait for it.
+    static void preload(QObject* context, std::function<void()> done);
 
     // Tests: replaces the keychain (null restores the system one) and forgets
     // the cache, as a new process would.

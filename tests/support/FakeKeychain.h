@@ -2,6 +2,8 @@
 
 #include "KeychainBackend.h"
 
+#include <functional>
+
 // An in-memory keychain that counts its calls and can refuse writes.
 class FakeKeychain final : public KeychainBackend
 {
@@ -9,7 +11,10 @@ public:
     std::optional<QByteArray> read(const QString&, const QString&) override
     {
         ++reads;
-        return stored;
+        const std::optional<QByteArray> found = stored;
+        if (duringRead)
+            duringRead();
+        return found;
     }
     void write(const QString&, const QString&, const QByteArray& data) override
     {
@@ -25,6 +30,8 @@ public:
 
     std::optional<QByteArray> stored;
     bool refuseWrites = false;
+    // Runs inside read(), after the item was looked up: lets a test hold a read.
+    std::function<void()> duringRead;
     int reads = 0;
     int writes = 0;
     int removes = 0;

@@ -40,6 +40,8 @@ private slots:
         m_section = new AccountSection(m_window.get());
         m_window->show();
         QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
+        // The account row appears once the section has been on screen.
+        QTRY_VERIFY(child<QPushButton>("signInButton")->isVisible());
     }
 
     void cleanup()

@@ -6,6 +6,7 @@
 #include <QDBusMessage>
 #include <QDBusVirtualObject>
 #include <QElapsedTimer>
+#include <QSemaphore>
 #include <QTest>
 
 namespace {
@@ -61,6 +62,33 @@ private slots:
         m_keychain->stored = QByteArrayLiteral("appeared later");
         QCOMPARE(KeychainStore::loadToken(), std::nullopt);
         QCOMPARE(m_keychain->reads, 2);
+    }
+
+    void preloadsInTheBackground()
+    {
+        m_keychain->stored = QByteArrayLiteral("old");
+        QSemaphore entered;
+        QSemaphore release;
+        m_keychain->duringRead = [&] {
+            entered.release();
+            release.acquire();
+        };
+        QObject context;
+        int calls = 0;
+        KeychainStore::preload(&context, [&] { ++calls; });
+        entered.acquire(); // the lookup runs on another thread while this one goes on
+
+        // A token saved while that read was under way outlives what the read found.
+        KeychainStore::saveToken(QStringLiteral("new"));
+        release.release();
+        QTRY_COMPARE(calls, 1);
+        QCOMPARE(KeychainStore::loadToken(), std::optional<QString>(QStringLiteral("new")));
+
+        // Once cached, the answer comes at once and the keychain is not asked again.
+        KeychainStore::preload(&context, [&] { ++calls; });
+        QCOMPARE(calls, 2);
+        QCOMPARE(m_keychain->reads, 1);
+        m_keychain->duringRead = nullptr;
     }
 
     void hungSecretServiceCountsAsFailure()

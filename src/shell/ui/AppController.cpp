@@ -42,7 +42,6 @@ void AppController::start()
         QCoro::connect(NotificationService::shared().checkAuthorization(), qApp, [] {});
     });
     WindowManager& windows = WindowManager::shared();
-    windows.restoreFromPersistence();
 
     connect(&windows, &WindowManager::openHubRequested, this, [this] { m_hub->bringForward(); });
     connect(&windows, &WindowManager::quitRequested, this, &AppController::requestQuit);
@@ -60,6 +59,8 @@ void AppController::start()
     m_hub = new HubWindow;
     connect(m_hub, &HubWindow::quitRequested, this, &AppController::requestQuit);
     m_hub->bringForward();
+    // Panels and tray items after the hub: the window the user asked for comes first.
+    windows.restoreFromPersistence();
 }
 
 void AppController::attach(SingleInstance* instance)

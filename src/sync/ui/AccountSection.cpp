@@ -1,6 +1,7 @@
 #include "AccountSection.h"
 
 #include "AuthService.h"
+#include "KeychainStore.h"
 #include "SignInSheet.h"
 #include "SymbolIcon.h"
 #include "SyncEngine.h"
@@ -13,6 +14,7 @@
 #include <QPainter>
 #include <QPushButton>
 #include <QStackedLayout>
+#include <QTimer>
 #include <QVBoxLayout>
 
 namespace {
@@ -69,6 +71,8 @@ AccountSection::AccountSection(QWidget* parent)
     m_stack = new QStackedLayout(this);
 
     QColor grey = Theme::secondary(0.08);
+    // Shown until the keychain has answered; it keeps the layout from jumping.
+    m_stack->addWidget(new Tinted(grey, this));
     m_signedOut = new Tinted(grey, this);
     auto* out = new QHBoxLayout(m_signedOut);
     out->setContentsMargins(10, 10, 10, 10);
@@ -120,11 +124,27 @@ AccountSection::AccountSection(QWidget* parent)
     m_stack->addWidget(m_signedOut);
     m_stack->addWidget(m_signedIn);
 
-    AuthService& auth = AuthService::shared();
-    SyncEngine& sync = SyncEngine::shared();
     connect(m_sync, &QPushButton::clicked, this,
             [] { QCoro::connect(SyncEngine::shared().pullAll(), qApp, [] {}); });
-    connect(signOut, &QPushButton::clicked, &auth, &AuthService::signOut);
+    connect(signOut, &QPushButton::clicked, this, [] { AuthService::shared().signOut(); });
+}
+
+void AccountSection::paintEvent(QPaintEvent* event)
+{
+    QWidget::paintEvent(event);
+    if (m_lookingUp)
+        return;
+    m_lookingUp = true;
+    // The keychain is asked only once the hub is on screen: it competes for the
+    // processor with the first frame, and the secret store may take seconds.
+    QTimer::singleShot(0, this,
+                       [this] { KeychainStore::preload(this, [this] { followAccount(); }); });
+}
+
+void AccountSection::followAccount()
+{
+    const AuthService& auth = AuthService::shared();
+    const SyncEngine& sync = SyncEngine::shared();
     connect(&auth, &AuthService::isSignedInChanged, this, &AccountSection::refresh);
     connect(&auth, &AuthService::lastSyncedAtChanged, this, &AccountSection::refresh);
     connect(&sync, &SyncEngine::isSyncingChanged, this, &AccountSection::refresh);

@@ -25,7 +25,11 @@ public:
 signals:
     void signInSheetOpened(SignInSheet* sheet);
 
+protected:
+    void paintEvent(QPaintEvent* event) override;
+
 private:
+    void followAccount();
     void refresh();
     void openSignIn();
 
@@ -35,4 +39,5 @@ private:
     QLabel* m_lastSync = nullptr;
     QLabel* m_error = nullptr;
     QPushButton* m_sync = nullptr;
+    bool m_lookingUp = false;
 };
