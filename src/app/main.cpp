@@ -1,10 +1,14 @@
 #include "AppController.h"
 #include "BundleInfo.h"
 #include "DataStore.h"
+#include "ShellStyle.h"
 #include "SingleInstance.h"
 
 #include <QApplication>
+#include <QDir>
 #include <QIcon>
+#include <QImageReader>
+#include <QPixmap>
 #include <QUrl>
 
 #include <cstdio>
@@ -19,6 +23,19 @@ QUrl urlArgument(int argc, char* argv[])
             return url;
     }
     return {};
+}
+
+// The PNGs under :/icons, read as PNG outright: left to guess, Qt would first load
+// every image format plugin to ask whether it reads PNG.
+QIcon windowIcon()
+{
+    QIcon icon;
+    for (const QFileInfo& file : QDir(QStringLiteral(":/icons")).entryInfoList(QDir::Files)) {
+        QImageReader reader(file.filePath(), "png");
+        reader.setAutoDetectImageFormat(false);
+        icon.addPixmap(QPixmap::fromImage(reader.read()));
+    }
+    return icon;
 }
 
 bool hasDisplay()
@@ -55,7 +72,8 @@ int main(int argc, char* argv[])
     QApplication::setOrganizationName(info.identifier);
     QApplication::setApplicationVersion(info.version);
     QApplication::setDesktopFileName(info.identifier);
-    QApplication::setWindowIcon(QIcon(QStringLiteral(":/icons/tidewell.svg")));
+    QApplication::setStyle(new ShellStyle);
+    QApplication::setWindowIcon(windowIcon());
 
     SingleInstance instance(socketPath);
     QString error;
