@@ -1,16 +1,19 @@
 #pragma once
 
+#include <QByteArray>
+#include <QHash>
 #include <QObject>
 #include <QString>
 #include <QUrl>
 
-class QLocalServer;
-class QLocalSocket;
+class QSocketNotifier;
 
 // Keeps Tidewell to one process per user: the first one listens on a socket in
 // the user's runtime directory, later ones hand it their request and exit.
 // Only peers of the same user are served; each connection carries one small
 // JSON message: {"command":"activate"} or {"command":"open","url":"..."}.
+// Plain Unix-domain sockets rather than QtNetwork, which would otherwise be
+// loaded at every start for this alone.
 class SingleInstance final : public QObject
 {
     Q_OBJECT
@@ -42,9 +45,18 @@ signals:
     void urlReceived(const QUrl& url);
 
 private:
-    void acceptConnection();
-    void readFrom(QLocalSocket* socket);
+    struct Peer
+    {
+        QSocketNotifier* notifier = nullptr;
+        QByteArray buffer;
+    };
+
+    void acceptConnections();
+    void readFrom(int fd);
+    void drop(int fd);
 
     QString m_path;
-    QLocalServer* m_server = nullptr;
+    int m_listener = -1;
+    QSocketNotifier* m_accepting = nullptr;
+    QHash<int, Peer> m_peers;
 };

@@ -83,6 +83,16 @@ private slots:
         QVERIFY(!rival.listen(&error));
         QVERIFY(sendAsync(path, {}));
         QTRY_COMPARE(activated.count(), 2);
+
+        // A message may arrive in pieces.
+        QLocalSocket slow;
+        slow.connectToServer(path);
+        QVERIFY(slow.waitForConnected(1000));
+        slow.write(R"({"command":)");
+        QVERIFY(slow.waitForBytesWritten(1000));
+        QCoreApplication::processEvents();
+        slow.write("\"activate\"}\n");
+        QTRY_COMPARE(activated.count(), 3);
     }
 
     void replacesAStaleSocket()
