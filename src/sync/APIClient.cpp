@@ -3,14 +3,12 @@
 #include "Blanks.h"
 #include "BundleInfo.h"
 #include "KeychainStore.h"
+#include "ModuleLoader.h"
 #include "Preferences.h"
 #include "WireEnvelope.h"
 
-#include <QCoro/QCoroNetworkReply>
 #include <QPointer>
 #include <QStringDecoder>
-
-#include <memory>
 
 namespace {
 bool sameOrigin(const QUrl& a, const QUrl& b)
@@ -28,15 +26,6 @@ std::optional<QString> utf8(const QByteArray& bytes)
         return std::nullopt;
     return text;
 }
-
-struct ReplyDeleter
-{
-    void operator()(QNetworkReply* reply) const
-    {
-        reply->disconnect();
-        reply->deleteLater();
-    }
-};
 } // namespace
 
 APIClient& APIClient::shared()
@@ -75,7 +64,7 @@ QUrl APIClient::joined(const QUrl& base, const QString& path)
     return url;
 }
 
-APIResult<QNetworkRequest> APIClient::makeRequest(const QString& path)
+APIResult<HttpRequest> APIClient::makeRequest(const QString& path)
 {
     const std::optional<QString> token = KeychainStore::loadToken();
     if (!token || token->isEmpty())
@@ -83,87 +72,81 @@ APIResult<QNetworkRequest> APIClient::makeRequest(const QString& path)
     const QUrl base(serverURLString(), QUrl::StrictMode);
     if (!base.isValid() || base.isRelative() || base.host().isEmpty())
         return APIError::transport(QStringLiteral("Invalid server address"));
-    QNetworkRequest request(joined(base, path));
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
-                         QNetworkRequest::ManualRedirectPolicy);
-    request.setRawHeader("Authorization", "Bearer " + token->toUtf8());
-    request.setRawHeader("Accept", "application/json");
+    HttpRequest request;
+    request.url = joined(base, path);
+    request.headers = {{"Authorization", "Bearer " + token->toUtf8()},
+                       {"Accept", "application/json"}};
+    request.maxReplySize = MaxReplySize;
     return request;
+}
+
+HttpTransport* APIClient::transport(QString* why)
+{
+    if (!m_transportTried) {
+        m_transportTried = true;
+        m_transport = qobject_cast<HttpTransport*>(
+            ModuleLoader::load(QStringLiteral("tidewell_network"), &m_transportMissing));
+        if (!m_transport)
+            qWarning("APIClient: no network module (%s)", qPrintable(m_transportMissing));
+    }
+    *why = m_transportMissing;
+    return m_transport;
 }
 
 QCoro::Task<APIResult<QByteArray>> APIClient::send(QByteArray method, QString path, QByteArray body,
                                                    QObject* scope)
 {
-    APIResult<QNetworkRequest> built = makeRequest(path);
+    APIResult<HttpRequest> built = makeRequest(path);
     if (!built)
         co_return built.error();
-    QNetworkRequest request = built.value();
-    request.setTransferTimeout(int(m_timeout.count()));
+    QString missing;
+    HttpTransport* http = transport(&missing);
+    if (!http)
+        co_return APIError::transport(QStringLiteral("Network support is missing: ") + missing);
+    HttpRequest request = built.value();
+    request.method = method;
+    request.body = body;
+    request.transferTimeout = m_timeout;
     if (!body.isNull())
-        request.setHeader(QNetworkRequest::ContentTypeHeader,
-                          QByteArrayLiteral("application/json"));
+        request.headers.append(
+            std::pair<QByteArray, QByteArray>("Content-Type", "application/json"));
     QPointer<QObject> guard(scope);
     const bool scoped = scope != nullptr;
 
     for (int hop = 0;; ++hop) {
         if (scoped && !guard)
             co_return APIError::transport(QStringLiteral("Operation canceled"));
-        std::unique_ptr<QNetworkReply, ReplyDeleter> reply(
-            method == "GET" ? m_network.get(request) : m_network.put(request, body));
-        bool tooLarge = false;
-        QNetworkReply* raw = reply.get();
-        auto checkSize = [raw, &tooLarge](qint64 received, qint64 total) {
-            if (!tooLarge && (received > MaxReplySize || total > MaxReplySize)) {
-                tooLarge = true;
-                raw->abort();
-            }
-        };
-        connect(raw, &QNetworkReply::downloadProgress, raw, checkSize);
-        connect(raw, &QNetworkReply::metaDataChanged, raw, [raw, checkSize] {
-            checkSize(0, raw->header(QNetworkRequest::ContentLengthHeader).toLongLong());
-        });
-        QMetaObject::Connection cancel;
-        if (guard)
-            cancel = connect(guard.data(), &QObject::destroyed, raw, &QNetworkReply::abort);
-
-        co_await qCoro(raw).waitForFinished();
-        // A finished reply lingers until deleted; aborting it then would fail it twice.
-        disconnect(cancel);
-
-        if (tooLarge)
+        const HttpReply reply = co_await http->send(request, guard);
+        if (reply.tooLarge)
             co_return APIError::transport(QStringLiteral("Reply larger than 32 MiB"));
-        const QVariant statusAttr = raw->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-        const QNetworkReply::NetworkError error = raw->error();
-        // Errors below 200 are the connection's; 2xx codes mirror an HTTP status.
-        if ((error != QNetworkReply::NoError && error < QNetworkReply::ContentAccessDenied) ||
-            (error != QNetworkReply::NoError && !statusAttr.isValid()))
-            co_return APIError::transport(raw->errorString());
-        if (!statusAttr.isValid())
+        if (reply.failure)
+            co_return APIError::transport(*reply.failure);
+        if (reply.status == 0)
             co_return APIError::http(0, QStringLiteral("Invalid response"));
-        const int status = statusAttr.toInt();
+        const int status = reply.status;
 
-        if (status >= 300 && status < 400 && raw->hasRawHeader("Location")) {
-            const QUrl target = request.url().resolved(
-                QUrl::fromEncoded(raw->rawHeader("Location"), QUrl::StrictMode));
+        if (status >= 300 && status < 400 && reply.location) {
+            const QUrl target =
+                request.url.resolved(QUrl::fromEncoded(*reply.location, QUrl::StrictMode));
             // The token goes to the server it was meant for and nowhere else.
-            if (!target.isValid() || !sameOrigin(target, request.url()))
+            if (!target.isValid() || !sameOrigin(target, request.url))
                 co_return APIError::transport(QStringLiteral("Redirect to another host refused"));
             if (hop >= MaxRedirects)
                 co_return APIError::transport(QStringLiteral("Too many redirects"));
-            request.setUrl(target);
+            request.url = target;
             if (status == 303) {
-                method = "GET";
-                body = QByteArray();
-                request.setHeader(QNetworkRequest::ContentTypeHeader, QVariant());
+                request.method = "GET";
+                request.body = QByteArray();
+                request.headers.removeIf(
+                    [](const auto& header) { return header.first == "Content-Type"; });
             }
             continue;
         }
-        const QByteArray payload = raw->readAll();
         if (status == 401)
             co_return APIError::unauthorized();
         if (status < 200 || status > 299)
-            co_return APIError::http(status, utf8(payload));
-        co_return payload;
+            co_return APIError::http(status, utf8(reply.body));
+        co_return reply.body;
     }
 }
 

@@ -1,13 +1,12 @@
 #pragma once
 
 #include "APIResult.h"
+#include "HttpTransport.h"
 #include "PomodoroState.h"
 #include "WireHabit.h"
 #include "WireTaskList.h"
 
 #include <QCoro/QCoroTask>
-#include <QNetworkAccessManager>
-#include <QNetworkRequest>
 #include <QObject>
 
 #include <chrono>
@@ -33,7 +32,7 @@ public:
 
     // An authorised request for `path` on the current server; notSignedIn
     // without a token, a transport error when the server address is unusable.
-    static APIResult<QNetworkRequest> makeRequest(const QString& path);
+    static APIResult<HttpRequest> makeRequest(const QString& path);
     // The server address with `path` appended after exactly one "/".
     static QUrl joined(const QUrl& base, const QString& path);
 
@@ -59,6 +58,11 @@ private:
                                             QObject* scope);
     QCoro::Task<std::optional<APIError>> put(QString path, QByteArray body);
 
-    QNetworkAccessManager m_network;
+    // Loaded on the first request; null when the module is missing.
+    HttpTransport* transport(QString* why);
+
+    HttpTransport* m_transport = nullptr;
+    bool m_transportTried = false;
+    QString m_transportMissing;
     std::chrono::milliseconds m_timeout{60'000};
 };

@@ -1,5 +1,6 @@
 #include "AudioService.h"
 
+#include "ModuleLoader.h"
 #include "SoundBackend.h"
 
 #include <QCoreApplication>
@@ -7,7 +8,6 @@
 #include <QFileInfo>
 #include <QMetaEnum>
 #include <QMutexLocker>
-#include <QPluginLoader>
 #include <QUrl>
 
 AudioService& AudioService::shared()
@@ -30,24 +30,12 @@ SoundBackend* AudioService::backend()
     if (m_backendTried)
         return m_backend;
     m_backendTried = true;
-    // Next to the app: <prefix>/bin/tidewell and <prefix>/<libdir>/tidewell, the
-    // same in the build tree. Tests, which live elsewhere, name the folder.
-    const QStringList dirs{qEnvironmentVariable("TIDEWELL_MODULE_DIR"),
-                           QCoreApplication::applicationDirPath() +
-                               QStringLiteral("/../" TIDEWELL_INSTALL_LIBDIR "/tidewell")};
-    QString why = QStringLiteral("not found");
-    for (const QString& dir : dirs) {
-        const QString file = dir + QStringLiteral("/tidewell_sound.so");
-        if (dir.isEmpty() || !QFileInfo::exists(file))
-            continue;
-        QPluginLoader loader(file);
-        m_backend = qobject_cast<SoundBackend*>(loader.instance());
-        if (m_backend)
-            return m_backend;
-        why = loader.errorString();
-    }
-    qWarning("AudioService: no sound module (%s); sounds stay silent", qPrintable(why));
-    return nullptr;
+    QString why;
+    m_backend =
+        qobject_cast<SoundBackend*>(ModuleLoader::load(QStringLiteral("tidewell_sound"), &why));
+    if (!m_backend)
+        qWarning("AudioService: no sound module (%s); sounds stay silent", qPrintable(why));
+    return m_backend;
 }
 
 void AudioService::forget(const QString& soundName, const SoundEffect* effect)

@@ -41,10 +41,11 @@ class TidewellCase(unittest.TestCase):
             cls.app.kill()
         log = cls.app.communicate()[1] if cls.app.stderr else ""
         cls.desktop.close()
-        # A sound that could not be found or loaded fails quietly for the user.
-        sound_trouble = [line for line in log.splitlines() if line.startswith("AudioService:")]
-        if sound_trouble:
-            raise AssertionError("sound problems:\n" + "\n".join(sound_trouble))
+        # A module that could not be found or loaded fails quietly for the user.
+        trouble = [line for line in log.splitlines()
+                   if line.startswith(("AudioService:", "APIClient:"))]
+        if trouble:
+            raise AssertionError("module problems:\n" + "\n".join(trouble))
 
     def relaunch(self):
         type(self).app = subprocess.Popen([APP], env=self.desktop.env, stdout=subprocess.DEVNULL,

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QPointer>
+#include <QString>
+#include <QUrl>
+#include <QtPlugin>
+
+#include <QCoro/QCoroTask>
+
+#include <chrono>
+#include <optional>
+#include <utility>
+
+// One request as the API client builds it; redirects are the client's business.
+struct HttpRequest
+{
+    QByteArray method; // "GET" or "PUT"
+    QUrl url;
+    QList<std::pair<QByteArray, QByteArray>> headers;
+    QByteArray body; // null: none
+    std::chrono::milliseconds transferTimeout{60'000};
+    qint64 maxReplySize = 0; // larger replies are cut off
+};
+
+// What came back: either a failure of the transfer itself, or an HTTP status.
+struct HttpReply
+{
+    std::optional<QString> failure;     // refused, timed out, aborted, ...: the reason
+    bool tooLarge = false;              // cut off at maxReplySize
+    int status = 0;                     // 0: the reply carried no HTTP status
+    std::optional<QByteArray> location; // the Location header, when there is one
+    QByteArray body;
+};
+
+// Sends HTTP requests. The implementation lives in a module loaded on the first
+// request, so that the network stack costs nothing until the user syncs.
+class HttpTransport
+{
+public:
+    virtual ~HttpTransport() = default;
+    // When `scope` was given and is destroyed before the reply, the request is
+    // aborted (a failure).
+    virtual QCoro::Task<HttpReply> send(HttpRequest request, QPointer<QObject> scope) = 0;
+};
+
+#define HttpTransport_iid "com.brenlow.tidewell.HttpTransport/1"
+Q_DECLARE_INTERFACE(HttpTransport, HttpTransport_iid)
