@@ -26,6 +26,8 @@ class TidewellOnTheDesktop(TidewellCase):
         self.assertEqual(self.desktop.tray_icons(), [])
         for name in ("Pomodoro in status bar", "Tasks floating", "Habits in status bar"):
             self.assertFalse(self.a11y.is_checked(self.a11y.find(self.root, name)))
+        # The account row follows once the keychain has answered.
+        self.a11y.find(self.root, "Sign in", role="push button")
         if SHOTS:
             self.desktop.screenshot(os.path.join(SHOTS, "hub.png"), "^Tidewell$")
 
