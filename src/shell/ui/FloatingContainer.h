@@ -24,6 +24,7 @@ signals:
     void closeRequested();
 
 protected:
+    void paintEvent(QPaintEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
 
 private:
