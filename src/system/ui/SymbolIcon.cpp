@@ -190,7 +190,11 @@ QIcon SymbolIcon::drawn(const QString& symbol, const QColor& color)
 QIcon SymbolIcon::icon(const QString& symbol, const QColor& color)
 {
     const QString name = themeName(symbol);
-    if (!color.isValid() && !name.isEmpty() && QIcon::hasThemeIcon(name))
+    // hicolor, the fallback when the desktop names no theme, holds application
+    // icons only; asking it would just parse its large index for nothing.
+    const QString theme = QIcon::themeName();
+    const bool realTheme = !theme.isEmpty() && theme != u"hicolor";
+    if (!color.isValid() && !name.isEmpty() && realTheme && QIcon::hasThemeIcon(name))
         return QIcon::fromTheme(name);
     return drawn(symbol, color);
 }
