@@ -53,8 +53,7 @@ class StatusNotifierTray(TidewellCase):
                          interval=0.02)
         elapsed = time.monotonic() - started
         self.assertTrue(shown, "tooltip is %r" % tooltip())
-        # The title refreshes every half second; the accessibility round trip adds a little.
-        self.assertLess(elapsed, 0.75, "countdown took %.2f s to appear" % elapsed)
+        self.assertLess(elapsed, 0.5, "countdown took %.2f s to appear" % elapsed)
 
 
 if __name__ == "__main__":

@@ -97,6 +97,12 @@ StatusItemHost::StatusItemHost(const QString& widgetId, ContentFactory content, 
         m_labelTimer.setInterval(500);
         connect(&m_labelTimer, &QTimer::timeout, this, &StatusItemHost::refreshPomodoroTitle);
         m_labelTimer.start();
+        // Starting, pausing or a new phase shows at once, not at the next poll.
+        const PomodoroService& timer = PomodoroService::shared();
+        connect(&timer, &PomodoroService::isActiveChanged, this,
+                &StatusItemHost::refreshPomodoroTitle);
+        connect(&timer, &PomodoroService::phaseLabelChanged, this,
+                &StatusItemHost::refreshPomodoroTitle);
         refreshPomodoroTitle();
     }
 }
