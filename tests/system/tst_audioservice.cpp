@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QMetaEnum>
 #include <QSignalSpy>
 #include <QSoundEffect>
 #include <QTemporaryDir>
@@ -22,28 +23,17 @@ class TestAudioService final : public QObject
     Q_OBJECT
 
 private slots:
-    void catalogueNames()
-    {
-        const QStringList expected{
-            QStringLiteral("finishPomodoro"),  QStringLiteral("check"),
-            QStringLiteral("uncheck"),         QStringLiteral("newTask"),
-            QStringLiteral("error1"),          QStringLiteral("changeList"),
-            QStringLiteral("waterTrackCount"), QStringLiteral("waterTrackReset"),
-            QStringLiteral("checkMoveTask"),   QStringLiteral("unCheckMoveTask")};
-        for (int i = 0; i < expected.size(); ++i)
-            QCOMPARE(AudioService::name(Sound(i)), expected[i]);
-    }
+    // Qt Multimedia's own warnings vary with the machine's audio; ours must each be expected.
+    void init() { QTest::failOnWarning(QRegularExpression(QStringLiteral("^AudioService: "))); }
 
-    void everyShippedSoundDecodes()
+    // Each name is the base name of a shipped file that decodes, so none plays silence.
+    void everySoundHasAShippedFile()
     {
-        for (int i = 0; i <= int(Sound::UnCheckMoveTask); ++i) {
+        for (int i = 0; i < QMetaEnum::fromType<Sound>().keyCount(); ++i) {
             const QString name = AudioService::name(Sound(i));
             QSoundEffect effect;
             effect.setSource(QUrl(QStringLiteral("qrc:/Sounds/") + name + QStringLiteral(".wav")));
-            QTRY_VERIFY2(effect.status() == QSoundEffect::Ready ||
-                             effect.status() == QSoundEffect::Error,
-                         qPrintable(name));
-            QVERIFY2(effect.status() == QSoundEffect::Ready, qPrintable(name));
+            QTRY_VERIFY2(effect.status() == QSoundEffect::Ready, qPrintable(name));
         }
     }
 
@@ -91,17 +81,15 @@ private slots:
 
         QTest::ignoreMessage(QtWarningMsg, "AudioService: missing sound error1.wav");
         audio.play(Sound::Error1);
-        QCOMPARE(audio.loadCount(), 0);
-        // Not cached: the next play looks again and finds the file now present.
+        // A missing file is not cached: the next play finds it, and later ones reuse it.
         copySound(QStringLiteral("error1"), empty.filePath(QStringLiteral("error1.wav")));
-        audio.play(Sound::Error1);
-        QCOMPARE(audio.loadCount(), 1);
-        audio.play(Sound::Error1);
-        audio.play(Sound::Error1);
+        for (int i = 0; i < 3; ++i)
+            audio.play(Sound::Error1);
         QCOMPARE(audio.loadCount(), 1);
         QCOMPARE(played.count(), 3);
 
-        // A file that is not a sound is reported and dropped from the cache.
+        // A file that is not a sound is reported and dropped from the cache, so a repaired
+        // file is loaded by a later play.
         QFile bad(empty.filePath(QStringLiteral("check.wav")));
         QVERIFY(bad.open(QIODevice::WriteOnly));
         bad.write("not a wave file");
@@ -109,8 +97,9 @@ private slots:
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral(
                                                "^AudioService: failed to load check: .+")));
         audio.play(Sound::Check);
-        QTest::qWait(300);
-        QTRY_COMPARE(audio.loadCount(), 2);
+        QVERIFY(bad.remove());
+        copySound(QStringLiteral("check"), bad.fileName());
+        QTRY_VERIFY((audio.play(Sound::Check), audio.loadCount() == 3));
     }
 };
 

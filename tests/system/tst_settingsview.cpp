@@ -1,14 +1,11 @@
 #include "AudioService.h"
 #include "LaunchAtLogin.h"
-#include "Preferences.h"
 #include "SettingsView.h"
 #include "Switch.h"
 
 #include <QDir>
 #include <QFile>
-#include <QPushButton>
 #include <QSettings>
-#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -18,11 +15,6 @@ class TestSettingsView final : public QObject
 
     QTemporaryDir m_config;
 
-    QString autostartEntry() const
-    {
-        return m_config.filePath(QStringLiteral("autostart/com.brenlow.tidewell.desktop"));
-    }
-
 private slots:
     void initTestCase()
     {
@@ -30,7 +22,7 @@ private slots:
         QSettings(QStringLiteral("com.brenlow.tidewell"), QStringLiteral("Tidewell")).clear();
     }
 
-    void freshDefaultsAndMirroredSounds()
+    void preferencesStartAtDefaultsAndPersist()
     {
         {
             SettingsView view;
@@ -43,45 +35,65 @@ private slots:
             QVERIFY(!AudioService::shared().isMuted());
             for (auto* sw : view.findChildren<Switch*>())
                 QVERIFY(!sw->accessibleName().isEmpty());
-            QCOMPARE(view.testButton()->accessibleName(), QStringLiteral("Test"));
 
             view.soundsSwitch()->click();
             QVERIFY(AudioService::shared().isMuted());
-            QVERIFY(!Preferences::soundsEnabled());
             view.autoStartSwitch()->click();
-            QVERIFY(Preferences::autoStartSessions());
         }
+        // Kept under the key earlier versions wrote, so an upgrade keeps the choice.
+        QCOMPARE(QSettings(QStringLiteral("com.brenlow.tidewell"), QStringLiteral("Tidewell"))
+                     .value(QStringLiteral("settings.soundsEnabled")),
+                 QVariant(false));
         // After a restart the stored preference mutes from the first second.
         AudioService::shared().setMuted(false);
         SettingsView::applySoundsPreference();
         QVERIFY(AudioService::shared().isMuted());
         SettingsView again;
         QVERIFY(!again.soundsSwitch()->isChecked());
+        QVERIFY(again.autoStartSwitch()->isChecked());
         again.soundsSwitch()->click();
         QVERIFY(!AudioService::shared().isMuted());
     }
 
     void launchAtLoginFollowsTheAutostartEntry()
     {
+        const QString path =
+            m_config.filePath(QStringLiteral("autostart/com.brenlow.tidewell.desktop"));
         SettingsView view;
         view.show();
         QVERIFY(QTest::qWaitForWindowExposed(&view));
         view.launchAtLoginSwitch()->click();
-        QVERIFY(QFile::exists(autostartEntry()));
         QVERIFY(LaunchAtLogin::isEnabled());
+        QFile entry(path);
+        QVERIFY(entry.open(QIODevice::ReadOnly));
+        const QByteArray content = entry.readAll();
+        entry.close();
+        QVERIFY(content.startsWith("[Desktop Entry]\n") && content.contains("Type=Application\n"));
+        QVERIFY(content.contains(
+            QByteArray("Exec=\"" + QCoreApplication::applicationFilePath().toUtf8() + "\"\n")));
         view.hide();
 
-        // Someone else hides the entry: the switch reads the system again on show.
-        QFile entry(autostartEntry());
+        // Someone else hides the entry, with the blanks desktop entries allow: the switch
+        // reads the system again on show.
         QVERIFY(entry.open(QIODevice::Append));
-        entry.write("Hidden=true\n");
+        entry.write("Hidden = true\n");
         entry.close();
         view.show();
         QTRY_VERIFY(!view.launchAtLoginSwitch()->isChecked());
-
         view.launchAtLoginSwitch()->click();
         QVERIFY(LaunchAtLogin::isEnabled());
         view.launchAtLoginSwitch()->click();
+        QVERIFY(!QFile::exists(path));
+        QString error;
+        QVERIFY(LaunchAtLogin::setEnabled(false, &error)); // already off
+
+        // The autostart folder cannot be created where a file stands.
+        QVERIFY(QDir(m_config.filePath(QStringLiteral("autostart"))).removeRecursively());
+        QFile blocker(m_config.filePath(QStringLiteral("autostart")));
+        QVERIFY(blocker.open(QIODevice::WriteOnly));
+        blocker.close();
+        QVERIFY(!LaunchAtLogin::setEnabled(true, &error));
+        QVERIFY(!error.isEmpty());
         QVERIFY(!LaunchAtLogin::isEnabled());
     }
 };

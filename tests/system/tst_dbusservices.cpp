@@ -1,0 +1,172 @@
+#include "Clock.h"
+#include "FakeDesktopServices.h"
+#include "NotificationBackendDBus.h"
+#include "NotificationService.h"
+#include "PowerService.h"
+#include "SleepInhibitorDBus.h"
+
+#include <QCoro/QCoroTask>
+#include <QElapsedTimer>
+#include <QSignalSpy>
+#include <QTest>
+#include <QThread>
+
+namespace {
+template <typename T> T await(QCoro::Task<T> task)
+{
+    return QCoro::waitFor(std::move(task));
+}
+} // namespace
+
+class TestDBusServices final : public QObject
+{
+    Q_OBJECT
+
+    QThread m_thread;
+    FakeNotificationServer* m_server = nullptr;
+    FakeScreenSaver* m_saver = nullptr;
+    const QString m_serverName = QStringLiteral("org.tidewell.test.Notifications");
+    const QString m_saverName = QStringLiteral("org.tidewell.test.ScreenSaver");
+    const QString m_nobody = QStringLiteral("org.tidewell.test.Nobody");
+    QDateTime m_now = QDateTime(QDate(2026, 3, 1), QTime(9, 0));
+
+    NotificationService& notifications()
+    {
+        NotificationService& s = NotificationService::shared();
+        s.setBackend(std::make_unique<NotificationBackendDBus>(m_serverName));
+        return s;
+    }
+
+private slots:
+    void initTestCase()
+    {
+        m_server = new FakeNotificationServer;
+        m_saver = new FakeScreenSaver;
+        m_server->moveToThread(&m_thread);
+        m_saver->moveToThread(&m_thread);
+        m_thread.start();
+        QVERIFY(m_server->registerOn(m_serverName) && m_saver->registerOn(m_saverName));
+        Clock::setSource([this] { return m_now; });
+    }
+
+    void init() { QTest::failOnWarning(QRegularExpression(QStringLiteral("."))); }
+
+    void cleanupTestCase()
+    {
+        Clock::setSource({});
+        m_thread.quit();
+        m_thread.wait();
+        delete m_server;
+        delete m_saver;
+    }
+
+    void requestIsDeliveredAtItsInstantUnlessCancelled()
+    {
+        NotificationService& s = notifications();
+        QSignalSpy delivered(&s, &NotificationService::delivered);
+        const std::optional<QString> id =
+            await(s.schedule(QStringLiteral("Focus Complete!"), QStringLiteral("Time for a break."),
+                             m_now.addMSecs(150)));
+        QVERIFY(id.has_value());
+        // Real time passes but the wall clock has not reached the instant.
+        QTest::qWait(400);
+        QVERIFY(m_server->notices().isEmpty());
+
+        m_now = m_now.addMSecs(150);
+        QTRY_COMPARE(delivered.count(), 1);
+        QCOMPARE(delivered.first().first().toString(), *id);
+        QVERIFY(s.pendingIDs().isEmpty());
+        const auto notices = m_server->notices();
+        QCOMPARE(notices.size(), 1);
+        QCOMPARE(notices.first().summary, QStringLiteral("Focus Complete!"));
+        QCOMPARE(notices.first().body, QStringLiteral("Time for a break."));
+        QCOMPARE(notices.first().appName, QStringLiteral("Tidewell"));
+        QVERIFY(notices.first().hints.contains(QStringLiteral("sound-name")));
+
+        // Nothing is scheduled for an instant already reached; cancelled requests never show.
+        const auto in = [&](qint64 ms) {
+            return await(s.schedule(QStringLiteral("a"), QStringLiteral("b"), m_now.addMSecs(ms)));
+        };
+        QVERIFY(!in(0) && !in(-5000));
+        const auto first = in(50), second = in(50);
+        QVERIFY(first && second);
+        s.cancel(*first);
+        s.cancel(QStringLiteral("not-ours"));
+        QCOMPARE(s.pendingIDs(), QSet<QString>{*second});
+        s.cancelAll();
+        QVERIFY(s.pendingIDs().isEmpty());
+        m_now = m_now.addSecs(1);
+        QTest::qWait(200);
+        QCOMPARE(m_server->notices().size(), 1);
+    }
+
+    void testNoticeAndServerCheck()
+    {
+        NotificationService& s = notifications();
+        QCOMPARE(await(s.fireTest()), QString());
+        QCOMPARE(m_server->notices().size(), 2);
+        QCOMPARE(m_server->notices().last().summary, QStringLiteral("Tidewell"));
+        QCOMPARE(m_server->notices().last().body, QStringLiteral("Notifications are working."));
+        QVERIFY(s.pendingIDs().isEmpty());
+        await(s.checkAuthorization()); // a server answers: nothing logged
+
+        // Nobody owns the name: the check logs, the test notice reports the failure.
+        s.setBackend(std::make_unique<NotificationBackendDBus>(m_nobody));
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral(
+                                               "^NotificationService auth error: .+")));
+        await(s.checkAuthorization());
+        QVERIFY(!await(s.fireTest()).isEmpty());
+
+        // A due request whose delivery fails logs the schedule line.
+        QSignalSpy delivered(&s, &NotificationService::delivered);
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral(
+                                               "^NotificationService schedule failed: .+")));
+        QVERIFY(await(s.schedule(QStringLiteral("a"), QStringLiteral("b"), m_now.addMSecs(10))));
+        m_now = m_now.addSecs(1);
+        QTRY_COMPARE(delivered.count(), 1);
+    }
+
+    void sleepHoldIsTakenOnceAndAlwaysReleased()
+    {
+        PowerService& power = PowerService::shared();
+        power.setInhibitor(std::make_unique<SleepInhibitorDBus>(m_saverName));
+        QSignalSpy heldChanged(&power, &PowerService::isHeldChanged);
+        const QString reason = QStringLiteral("Tidewell focus session");
+        power.acquire(reason);
+        power.acquire(reason);
+        QVERIFY(power.isHeld());
+        const FakeScreenSaver::State saver = m_saver->state();
+        QCOMPARE(saver.calls, 1);
+        QCOMPARE(saver.reason, reason);
+        QCOMPARE(saver.held, QSet<uint>{power.assertionID()});
+        power.release();
+        power.release();
+        QVERIFY(!power.isHeld());
+        QTRY_VERIFY(m_saver->state().held.isEmpty());
+        QCOMPARE(heldChanged.count(), 2);
+
+        // No service, then one that takes the call but never answers: nothing is held,
+        // and the wait is bounded rather than a hang.
+        power.setInhibitor(std::make_unique<SleepInhibitorDBus>(m_nobody));
+        power.acquire(reason);
+        QVERIFY(!power.isHeld());
+        m_saver->setSilent(true);
+        power.setInhibitor(std::make_unique<SleepInhibitorDBus>(m_saverName));
+        QElapsedTimer waited;
+        waited.start();
+        power.acquire(reason);
+        QVERIFY(!power.isHeld());
+        QVERIFY(waited.elapsed() < SleepInhibitorDBus::TimeoutMs + 2000);
+
+        // Neither a release nor a failure keeps the next acquire from taking a new hold.
+        m_saver->setSilent(false);
+        power.acquire(reason);
+        QVERIFY(power.isHeld());
+        QCOMPARE(m_saver->state().calls, 3);
+        QCOMPARE(heldChanged.count(), 3); // the failures announced nothing
+        power.release();
+    }
+};
+
+QTEST_GUILESS_MAIN(TestDBusServices)
+#include "tst_dbusservices.moc"
