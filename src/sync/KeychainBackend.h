@@ -14,6 +14,9 @@ public:
 
     // The item's data; absent when it is missing or cannot be read for any reason.
     virtual std::optional<QByteArray> read(const QString& service, const QString& account) = 0;
+    // False only when the store surely holds no such item, found out more cheaply
+    // than by reading it; true when there may be one, or when it cannot tell.
+    virtual bool mayHold(const QString& /*service*/, const QString& /*account*/) { return true; }
     // Creates or replaces the item. Failures are not reported.
     virtual void write(const QString& service, const QString& account, const QByteArray& data) = 0;
     virtual void remove(const QString& service, const QString& account) = 0;

@@ -61,7 +61,11 @@ std::optional<QString> KeychainStore::loadToken()
         changesBefore = c.changes;
     }
     std::optional<QString> token;
-    if (const std::optional<QByteArray> data = backend()->read(service(), account())) {
+    const std::shared_ptr<KeychainBackend> keychain = backend();
+    std::optional<QByteArray> data;
+    if (keychain->mayHold(service(), account()))
+        data = keychain->read(service(), account());
+    if (data) {
         QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
         QString text = decoder(*data);
         if (!decoder.hasError())

@@ -1,6 +1,10 @@
 #include "SecretServiceKeychain.h"
 
 #include <QCoreApplication>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusMetaType>
+#include <QDBusObjectPath>
 #include <QDeadlineTimer>
 #include <QThread>
 #include <QWaitCondition>
@@ -107,6 +111,45 @@ std::optional<QByteArray> SecretServiceKeychain::read(const QString& service,
         job->setKey(account);
         return job;
     });
+}
+
+namespace {
+// qtkeychain keeps its items in KWallet rather than the Secret Service on a KDE
+// desktop whose wallet answers; there the probe cannot tell.
+bool mayUseWallet()
+{
+    const QByteArray desktop = qgetenv("XDG_CURRENT_DESKTOP");
+    const QByteArray session = qgetenv("DESKTOP_SESSION");
+    return desktop == "KDE" || session == "kde" || session == "kde4" ||
+           qEnvironmentVariableIsSet("KDE_FULL_SESSION");
+}
+} // namespace
+
+bool SecretServiceKeychain::mayHold(const QString& service, const QString& account)
+{
+    if (mayUseWallet())
+        return true;
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected())
+        return false; // the secret-store library needs the same bus
+    using Attributes = QMap<QString, QString>;
+    static const QMetaType registered = qDBusRegisterMetaType<Attributes>();
+    Q_UNUSED(registered);
+    // qtkeychain labels its items with the key as "user" and the service as "server".
+    const Attributes attributes{{QStringLiteral("user"), account},
+                                {QStringLiteral("server"), service}};
+    QDBusMessage search = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.secrets"), QStringLiteral("/org/freedesktop/secrets"),
+        QStringLiteral("org.freedesktop.Secret.Service"), QStringLiteral("SearchItems"));
+    search << QVariant::fromValue(attributes);
+    const QDBusMessage reply = bus.call(search, QDBus::Block, int(m_limit.count()));
+    if (reply.type() == QDBusMessage::ErrorMessage)
+        // No Secret Service on the bus: a read could not find anything either. Any
+        // other failure, a slow first start of the store included, is left to the read.
+        return reply.errorName() != QLatin1String("org.freedesktop.DBus.Error.ServiceUnknown");
+    const QList<QVariant> found = reply.arguments(); // unlocked and locked item paths
+    return found.size() != 2 || !qdbus_cast<QList<QDBusObjectPath>>(found[0]).isEmpty() ||
+           !qdbus_cast<QList<QDBusObjectPath>>(found[1]).isEmpty();
 }
 
 void SecretServiceKeychain::write(const QString& service, const QString& account,

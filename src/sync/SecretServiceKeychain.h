@@ -25,6 +25,10 @@ public:
     ~SecretServiceKeychain() override;
 
     std::optional<QByteArray> read(const QString& service, const QString& account) override;
+    // Asks the Secret Service over D-Bus whether it has the item at all, so that
+    // a signed-out start never loads the secret-store library and its
+    // dependencies (about 4 MB resident).
+    bool mayHold(const QString& service, const QString& account) override;
     void write(const QString& service, const QString& account, const QByteArray& data) override;
     void remove(const QString& service, const QString& account) override;
 

@@ -2,6 +2,7 @@
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
+#include <QFile>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTemporaryDir>
@@ -71,7 +72,8 @@ private slots:
     void savesReloadsAndClearsAcrossProcesses()
     {
         KeychainStore::saveToken(QStringLiteral("tok-é-123"));
-        QCOMPARE(probe(QStringLiteral("load")), QStringLiteral("tok-é-123"));
+        QCOMPARE(probe(QStringLiteral("load")), QStringLiteral("tok-é-123 +libsecret"));
+        // Without an item the secret-store library is never loaded.
         KeychainStore::clearToken();
         QCOMPARE(probe(QStringLiteral("load")), QStringLiteral("<none>"));
         // Written by another process, read by this one after a "restart".
@@ -91,7 +93,11 @@ int main(int argc, char** argv)
             std::puts("saved");
         } else {
             const auto token = KeychainStore::loadToken();
-            std::puts(token ? token->toUtf8().constData() : "<none>");
+            QFile maps(QStringLiteral("/proc/self/maps"));
+            const bool loaded =
+                maps.open(QIODevice::ReadOnly) && maps.readAll().contains("libsecret");
+            std::printf("%s%s\n", token ? token->toUtf8().constData() : "<none>",
+                        loaded ? " +libsecret" : "");
         }
         return 0;
     }
