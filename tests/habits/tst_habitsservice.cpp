@@ -44,8 +44,7 @@ private slots:
     void init()
     {
         m_now = QDateTime(QDate(2026, 6, 10), QTime(9, 0));
-        QString error;
-        DataStore::setShared(DataStore::open(":memory:", &error));
+        DataStore::setShared(DataStore::open(":memory:", nullptr));
         connect(&context(), &ModelContext::saved, this, [this] { ++m_saves; });
         m_service = std::make_unique<HabitsService>();
         m_service->setPushHandler([this] { ++m_pushes; });

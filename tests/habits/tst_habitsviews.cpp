@@ -26,8 +26,7 @@ class TestHabitsViews final : public QObject
 private slots:
     void init()
     {
-        QString error;
-        DataStore::setShared(DataStore::open(":memory:", &error));
+        DataStore::setShared(DataStore::open(":memory:", nullptr));
         service().setPushHandler([] {});
     }
 
@@ -37,61 +36,35 @@ private slots:
             delete w.data();
     }
 
-    void colourParsing_data()
+    void colourParsingAndProgressBar()
     {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<bool>("valid");
-        QTest::newRow("with #") << "#38bdf8" << true;
-        QTest::newRow("upper, no #") << "38BDF8" << true;
-        QTest::newRow("blanks around") << " \n#38BDF8\t" << true;
-        QTest::newRow("five digits") << "#38BDF" << false;
-        QTest::newRow("seven digits") << "#38BDF80" << false;
-        QTest::newRow("not hex") << "#38BDFG" << false;
-        QTest::newRow("two #") << "##38BDF8" << false;
-        QTest::newRow("sign") << "+38BDF8" << false;
-    }
-    void colourParsing()
-    {
-        QFETCH(QString, text);
-        QFETCH(bool, valid);
-        const QColor fallback(Qt::black);
-        QCOMPARE(HabitColor::orFallback(text, fallback),
-                 valid ? QColor(0x38, 0xBD, 0xF8) : fallback);
-    }
+        for (const char* text : {"#38bdf8", "38BDF8", " \n#38BDF8\t"})
+            QCOMPARE(HabitColor::orFallback(text, Qt::black), QColor(0x38, 0xBD, 0xF8));
+        for (const char* text : {"#38BDF", "#38BDF80", "#38BDFG", "##38BDF8", "+38BDF8"})
+            QCOMPARE(HabitColor::orFallback(text, Qt::black), QColor(Qt::black));
 
-    void progressBar_data()
-    {
-        QTest::addColumn<qint64>("current"); // of a target of 4
-        QTest::addColumn<double>("filled");  // share of the track
-        QTest::addColumn<QString>("action");
-        QTest::newRow("none") << qint64(0) << 0.0 << "Add one";
-        QTest::newRow("quarter") << qint64(1) << 0.25 << "Add one";
-        QTest::newRow("done") << qint64(4) << 1.0 << "Reset";
-        QTest::newRow("beyond target") << qint64(6) << 1.0 << "Reset";
-    }
-    void progressBar()
-    {
-        QFETCH(qint64, current);
-        QFETCH(double, filled);
-        QFETCH(QString, action);
+        // Count against a target of 4, the share of the track filled, the button's action.
         Habit* habit = service().createHabit("💧", "Water", "#FF0000", 4, context());
-        habit->setCurrentValue(current);
-        HabitRow row(habit, false);
-        row.resize(300, 48);
-        row.show();
-        QCOMPARE(row.findChild<QLabel*>("habitCount")->text(), QStringLiteral("%1/4").arg(current));
-        QCOMPARE(row.findChild<QToolButton*>("habitAction")->toolTip(), action);
-
-        const QRect track = row.findChild<QWidget*>("habitProgress")->geometry();
-        const QImage image = row.grab().toImage().scaled(row.size());
-        const auto isRed = [&](int x) {
-            const QColor c = image.pixelColor(x, track.center().y());
-            return c.red() > 200 && c.green() < 60 && c.blue() < 60;
-        };
-        // Inside the bar, just past where it should end, and past the end of its track.
-        QVERIFY(filled == 0 || isRed(track.left() + int(track.width() * (filled - 0.05))));
-        QVERIFY(filled == 1 || !isRed(track.left() + int(track.width() * (filled + 0.05))));
-        QVERIFY(!isRed(track.right() + 2));
+        const std::tuple<int, double, const char*> cases[] = {
+            {0, 0.0, "Add one"}, {1, 0.25, "Add one"}, {4, 1.0, "Reset"}, {6, 1.0, "Reset"}};
+        for (const auto& [current, filled, action] : cases) {
+            habit->setCurrentValue(current);
+            HabitRow row(habit, false);
+            row.resize(300, 48);
+            row.show();
+            QCOMPARE(row.findChild<QLabel*>("habitCount")->text(), QString("%1/4").arg(current));
+            QCOMPARE(row.findChild<QToolButton*>("habitAction")->toolTip(), QString(action));
+            const QRect track = row.findChild<QWidget*>("habitProgress")->geometry();
+            const QImage image = row.grab().toImage().scaled(row.size());
+            const auto isRed = [&](int x) {
+                const QColor c = image.pixelColor(x, track.center().y());
+                return c.red() > 200 && c.green() < 60 && c.blue() < 60;
+            };
+            // Inside the bar, just past where it should end, and past the end of its track.
+            QVERIFY(filled == 0 || isRed(track.left() + int(track.width() * (filled - 0.05))));
+            QVERIFY(filled == 1 || !isRed(track.left() + int(track.width() * (filled + 0.05))));
+            QVERIFY(!isRed(track.right() + 2));
+        }
     }
 
     void rowsFollowTheStore()
@@ -177,9 +150,8 @@ private slots:
         QTRY_VERIFY(!guard);
         QCOMPARE(context().fetch<Habit>().size(), 1);
         Habit* read = context().fetch<Habit>().first();
-        QCOMPARE(read->name(), QStringLiteral("Read"));
-        QCOMPARE(read->icon(), QStringLiteral("💧"));
-        QCOMPARE(read->colorHex(), QStringLiteral("#3B82F6"));
+        QCOMPARE((QStringList{read->name(), read->icon(), read->colorHex()}),
+                 (QStringList{"Read", "💧", "#3B82F6"}));
         QCOMPARE(read->maxValue(), qint64(8));
 
         // Editing, in several windows at once: the stored code-point icon shows decoded;

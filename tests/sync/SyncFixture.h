@@ -1,6 +1,7 @@
 #pragma once
 
 #include "AuthService.h"
+#include "Clock.h"
 #include "DataStore.h"
 #include "FakeKeychain.h"
 #include "FakeSyncServer.h"
@@ -8,22 +9,17 @@
 #include "Preferences.h"
 #include "SyncEngine.h"
 
+#include <QSignalSpy>
 #include <QStandardPaths>
 #include <QTest>
+#include <QUrlQuery>
 
+using namespace Qt::StringLiterals;
 using Response = FakeSyncServer::Response;
 Q_DECLARE_METATYPE(Response)
 
-// JSON written with single quotes, to keep the tables readable.
-inline QByteArray j(const char* text)
-{
-    QByteArray json(text);
-    json.replace('\'', '"');
-    return json;
-}
-
-// What the tests that talk to a server share: the stored address points at a
-// fresh fake server, the keychain is a fake, and the browser is only recorded.
+// A fresh fake server as the stored address, a fake keychain, a recorded browser
+// and a stopped clock.
 class SyncFixture
 {
 protected:
@@ -31,20 +27,32 @@ protected:
     std::shared_ptr<FakeKeychain> m_keychain;
     QList<QUrl> m_opened;
 
+    static QDateTime now() { return QDateTime(QDate(2024, 5, 6), QTime(14, 5)); }
     static AuthService& auth() { return AuthService::shared(); }
     static SyncEngine& engine() { return SyncEngine::shared(); }
-
-    static int count(const FakeSyncServer& server, const char* method, const char* path)
+    // JSON written with single quotes, to keep the tables readable.
+    static QByteArray j(QByteArray json) { return json.replace('\'', '"'); }
+    static Response reply(int status, const QByteArray& body = {}, int delayMs = 0)
     {
-        return int(server.requestsFor(method, QString::fromLatin1(path)).size());
+        return {status, body, {}, delayMs, false};
+    }
+    static QString api(const QByteArray& resource) { return "/api/v1/"_L1 + resource; }
+    static int count(const FakeSyncServer& server, const char* method, const char* resource)
+    {
+        return int(server.requestsFor(method, api(resource)).size());
+    }
+    void on(const QByteArray& method, const QByteArray& resource, const Response& response)
+    {
+        m_server->on(method, api(resource), response);
     }
 
     // Before the service reads its first token: never the user's keychain or settings.
     void setUpOnce()
     {
         QStandardPaths::setTestModeEnabled(true);
+        Clock::setSource(now);
         QString error;
-        DataStore::setShared(DataStore::open(QStringLiteral(":memory:"), &error));
+        DataStore::setShared(DataStore::open(u":memory:"_s, &error));
         KeychainStore::setBackend(std::make_shared<FakeKeychain>());
         auth().setBrowserOpener([this](const QUrl& url) {
             m_opened.append(url);
@@ -52,7 +60,6 @@ protected:
         });
     }
 
-    // Signed out, with an empty keychain and a server serving an empty account.
     void setUp()
     {
         m_server = std::make_unique<FakeSyncServer>();
@@ -64,6 +71,8 @@ protected:
         m_opened.clear();
     }
 
+    static void callback(const QString& url) { QCoro::waitFor(auth().consumeCallback(QUrl(url))); }
+
     // As at start-up with `token` in the keychain (none: no item).
     void startWithToken(std::optional<QByteArray> token = QByteArray("tok"))
     {
@@ -72,14 +81,13 @@ protected:
         auth().reload();
     }
 
-    // Waits for the pull that follows a sign-in and checks it was exactly one;
-    // the token test before it adds a GET of the tasks.
+    // Exactly one pull after a sign-in; the token test adds a GET of the tasks.
     static void verifyOnePull(const FakeSyncServer& server)
     {
-        QTRY_COMPARE(count(server, "GET", "/api/v1/pomodoro"), 1);
+        QTRY_COMPARE(count(server, "GET", "pomodoro"), 1);
         QTRY_VERIFY(!engine().isSyncing());
-        QCOMPARE(count(server, "GET", "/api/v1/habits"), 1);
-        QCOMPARE(count(server, "GET", "/api/v1/tasks"), 2);
+        QCOMPARE(count(server, "GET", "habits"), 1);
+        QCOMPARE(count(server, "GET", "tasks"), 2);
         QVERIFY(auth().lastSyncedAt().isValid());
     }
 };

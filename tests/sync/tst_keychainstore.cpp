@@ -29,6 +29,8 @@ class TestKeychainStore final : public QObject
 
     std::shared_ptr<FakeKeychain> m_keychain;
 
+    static std::optional<QString> token(const char* text) { return QString::fromUtf8(text); }
+
     // Forgets the cache, as a new process would, keeping what the keychain holds.
     void restart() { KeychainStore::setBackend(m_keychain); }
 
@@ -41,10 +43,9 @@ private slots:
 
     void readsTheKeychainOnce()
     {
-        const std::optional<QString> token(QStringLiteral("tok-é"));
-        m_keychain->stored = token->toUtf8();
-        QCOMPARE(KeychainStore::loadToken(), token);
-        QCOMPARE(KeychainStore::loadToken(), token);
+        m_keychain->stored = QByteArray("tok-é");
+        QCOMPARE(KeychainStore::loadToken(), token("tok-é"));
+        QCOMPARE(KeychainStore::loadToken(), token("tok-é"));
         QCOMPARE(m_keychain->reads, 1);
 
         // Its own writes need no read: a cleared token is gone, a refused save serves this run.
@@ -53,7 +54,7 @@ private slots:
         QVERIFY(!m_keychain->stored);
         m_keychain->refuseWrites = true;
         KeychainStore::saveToken(QStringLiteral("tok"));
-        QCOMPARE(KeychainStore::loadToken(), std::optional<QString>(QStringLiteral("tok")));
+        QCOMPARE(KeychainStore::loadToken(), token("tok"));
         QCOMPARE(m_keychain->reads, 1);
 
         // After a restart the refused token is gone, and a missing item is remembered as missing.
@@ -67,8 +68,7 @@ private slots:
     void preloadsInTheBackground()
     {
         m_keychain->stored = QByteArrayLiteral("old");
-        QSemaphore entered;
-        QSemaphore release;
+        QSemaphore entered, release;
         m_keychain->duringRead = [&] {
             entered.release();
             release.acquire();
@@ -76,13 +76,12 @@ private slots:
         QObject context;
         int calls = 0;
         KeychainStore::preload(&context, [&] { ++calls; });
-        entered.acquire(); // the lookup runs on another thread while this one goes on
-
-        // A token saved while that read was under way outlives what the read found.
+        entered.acquire(); // the read is under way on another thread
+        // A token saved meanwhile outlives what the read found.
         KeychainStore::saveToken(QStringLiteral("new"));
         release.release();
         QTRY_COMPARE(calls, 1);
-        QCOMPARE(KeychainStore::loadToken(), std::optional<QString>(QStringLiteral("new")));
+        QCOMPARE(KeychainStore::loadToken(), token("new"));
 
         // Once cached, the answer comes at once and the keychain is not asked again.
         KeychainStore::preload(&context, [&] { ++calls; });
@@ -103,11 +102,10 @@ private slots:
 
         KeychainStore::setBackend(
             std::make_shared<SecretServiceKeychain>(std::chrono::milliseconds(700)));
+        QTest::ignoreMessage(QtWarningMsg, "KeychainStore request failed: no answer from the "
+                                           "secret store within 700 ms");
         QElapsedTimer clock;
         clock.start();
-        QTest::ignoreMessage(QtWarningMsg,
-                             "KeychainStore request failed: no answer from the secret store "
-                             "within 700 ms");
         QCOMPARE(KeychainStore::loadToken(), std::nullopt);
         QVERIFY2(clock.elapsed() < 5000, qPrintable(QString::number(clock.elapsed())));
         // The failed read is cached as no token: later calls do not wait again.

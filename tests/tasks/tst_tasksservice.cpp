@@ -33,8 +33,7 @@ class TestTasksService final : public QObject
 private slots:
     void init()
     {
-        QString error;
-        DataStore::setShared(DataStore::open(QStringLiteral(":memory:"), &error));
+        DataStore::setShared(DataStore::open(QStringLiteral(":memory:"), nullptr));
         connect(&context(), &ModelContext::saved, this, [this] { ++m_saves; });
         m_service = std::make_unique<TasksService>();
         m_service->setPushHandler([this] { ++m_pushes; });
@@ -76,8 +75,8 @@ private slots:
         service().deleteTask(TasksService::sortedTasks(list).last(), context());
         QCOMPARE(add("d", list)->order(), qint64(2)); // one past the largest left
 
-        // Equal orders (as a server may send) keep their stored sequence. Twenty is
-        // past the size up to which an unstable sort happens to keep it too.
+        // Equal orders (as a server may send) keep their stored sequence; twenty is
+        // past where an unstable sort happens to keep it too.
         TaskList* same = newList();
         QStringList stored;
         for (int i = 0; i < 20; ++i)

@@ -1,12 +1,21 @@
 #include "AudioService.h"
+#include "AuthService.h"
 #include "Clock.h"
 #include "DailyResetService.h"
 #include "DataStore.h"
+#include "FakeKeychain.h"
+#include "FakeSyncServer.h"
+#include "Habit.h"
+#include "HabitsService.h"
+#include "KeychainStore.h"
 #include "NotificationService.h"
 #include "PomodoroConfig.h"
 #include "PomodoroService.h"
 #include "PowerService.h"
+#include "Preferences.h"
 #include "SleepInhibitor.h"
+#include "TaskList.h"
+#include "TasksService.h"
 
 #include <QSignalSpy>
 #include <QStandardPaths>
@@ -38,7 +47,12 @@ class TestPomodoroService final : public QObject
 
     PomodoroService& engine() { return *m_engine; }
     void advance(qint64 ms) { m_now = m_now.addMSecs(ms); }
-    // Today's counts: focus phases towards the long break, all focus phases, breaks.
+    void finishPhase()
+    {
+        advance(engine().remainingMs());
+        engine().didBecomeActive();
+    }
+    // Focus phases towards the long break, all focus phases, short and long breaks.
     QList<qint64> counts() const
     {
         return {m_engine->pomodoroCount(), m_engine->pomodoroTotalCount(),
@@ -61,7 +75,7 @@ class TestPomodoroService final : public QObject
         m_engine->setScheduler(
             [this](const QString& title, const QString& body, const QDateTime& fireAt, auto done) {
                 m_notices << title + u": " + body + u" @ " + fireAt.toString(u"HH:mm:ss.zzz");
-                m_release = [title, body, fireAt, done] {
+                m_release = [=] {
                     QCoro::connect(NotificationService::shared().schedule(title, body, fireAt),
                                    QCoreApplication::instance(), done);
                 };
@@ -99,14 +113,15 @@ private slots:
 
     void cleanupTestCase() { Clock::setSource({}); }
 
-    void phaseEndsOnceAtItsInstantWhateverTheTicks()
+    void focusSessionEndsOnceAtItsInstant()
     {
         QSignalSpy played(&AudioService::shared(), &AudioService::played);
         engine().start();
-        QCOMPARE(*engine().endDate(), m_now.addMSecs(focusMs));
-        QCOMPARE(m_notices, QStringList{QStringLiteral(
-                                "Pomodoro Complete!: Time for a break. @ 10:25:00.000")});
-        QVERIFY(engine().scheduledNotificationId().has_value());
+        const QDateTime end = *engine().endDate();
+        QCOMPARE(end, m_now.addMSecs(focusMs));
+        engine().start(); // running already
+        QCOMPARE(*engine().endDate(), end);
+        QCOMPARE(m_notices, QStringList{"Pomodoro Complete!: Time for a break. @ 10:25:00.000"});
         QVERIFY(PowerService::shared().isHeld());
 
         advance(focusMs - 1);
@@ -118,18 +133,14 @@ private slots:
         engine().didBecomeActive();
         QCOMPARE(engine().phaseLabel(), QStringLiteral("Short Break"));
         QCOMPARE(engine().remainingMs(), qint64(300'000));
-        QCOMPARE(engine().pomodoroTotalCount(), qint64(1));
         QCOMPARE(played.count(), 1);
         QCOMPARE(played[0][0].value<AudioService::Sound>(), AudioService::Sound::FinishPomodoro);
-        QVERIFY(NotificationService::shared().pendingIDs().isEmpty());
-        QVERIFY(!engine().scheduledNotificationId());
         QVERIFY(!PowerService::shared().isHeld());
 
         // A break has its own notice and leaves the display alone; slept through
         // for hours, it finishes once on wake and the next focus waits.
         engine().start();
-        QCOMPARE(m_notices.last(),
-                 QStringLiteral("Short Break Complete!: Back to work! @ 10:30:36.999"));
+        QCOMPARE(m_notices.last(), "Short Break Complete!: Back to work! @ 10:30:36.999");
         QVERIFY(!PowerService::shared().isHeld());
         advance(2 * 3600 * 1000);
         engine().didBecomeActive();
@@ -138,27 +149,18 @@ private slots:
         QCOMPARE(engine().phaseLabel(), QStringLiteral("Pomodoro"));
         QCOMPARE(counts(), (QList<qint64>{1, 1, 1, 0}));
         QCOMPARE(played.count(), 2);
-    }
 
-    void pauseResumeAndStartRules()
-    {
+        // Paused time does not count; a reset restores the full length.
         engine().start();
-        const QDateTime end = *engine().endDate();
-        engine().start(); // running already
-        QCOMPARE(*engine().endDate(), end);
-
         advance(10'250);
         engine().pause();
         QVERIFY(!engine().isActive() && !engine().endDate());
         QCOMPARE(engine().remainingMs(), focusMs - 10'250);
-        advance(3600 * 1000); // paused time does not count
+        advance(3600 * 1000);
         engine().start();
         QCOMPARE(*engine().endDate(), m_now.addMSecs(focusMs - 10'250));
-
         engine().reset();
         QCOMPARE(engine().remainingMs(), focusMs);
-        engine().start();
-        QCOMPARE(*engine().endDate(), m_now.addMSecs(focusMs));
     }
 
     void phaseSequenceAndLongBreakRule()
@@ -171,8 +173,7 @@ private slots:
                 engine().skip();
             } else {
                 engine().start();
-                advance(engine().remainingMs());
-                engine().didBecomeActive();
+                finishPhase();
             }
             seen << QStringLiteral("%1 %2 %3")
                         .arg(engine().phaseLabel())
@@ -189,33 +190,25 @@ private slots:
 
     void notificationWithdrawnWhenThePhaseStops_data()
     {
-        QTest::addColumn<QString>("operation");
+        QTest::addColumn<int>("operation");
         QTest::addColumn<bool>("late");
-        for (const char* op : {"pause", "reset", "skip", "finish", "settings"}) {
-            QTest::addRow("%s", op) << QString::fromLatin1(op) << false;
-            QTest::addRow("%s, identifier late", op) << QString::fromLatin1(op) << true;
+        const char* names[] = {"pause", "reset", "skip", "finish", "settings"};
+        for (int op = 0; op < 5; ++op) {
+            QTest::addRow("%s", names[op]) << op << false;
+            QTest::addRow("%s, identifier late", names[op]) << op << true;
         }
     }
-
     void notificationWithdrawnWhenThePhaseStops()
     {
-        QFETCH(QString, operation);
+        QFETCH(int, operation);
         QFETCH(bool, late);
         m_holdIdentifier = late;
         engine().start();
         QCOMPARE(NotificationService::shared().pendingIDs().size(), late ? 0 : 1);
-        if (operation == QLatin1String("pause"))
-            engine().pause();
-        else if (operation == QLatin1String("reset"))
-            engine().reset();
-        else if (operation == QLatin1String("skip"))
-            engine().skip();
-        else if (operation == QLatin1String("settings"))
-            engine().updateSettings({}, {}, {}, {}, {});
-        else {
-            advance(focusMs);
-            engine().didBecomeActive();
-        }
+        const std::function<void()> stop[] = {[&] { engine().pause(); }, [&] { engine().reset(); },
+                                              [&] { engine().skip(); }, [&] { finishPhase(); },
+                                              [&] { engine().updateSettings({}, {}, {}, {}, {}); }};
+        stop[operation]();
         QVERIFY(!engine().isActive());
         if (late)
             m_release();
@@ -237,7 +230,6 @@ private slots:
         // Counts and phase start afresh; the running countdown keeps its end.
         QCOMPARE(counts(), (QList<qint64>{0, 0, 0, 0}));
         QCOMPARE(engine().phaseLabel(), QStringLiteral("Pomodoro"));
-        QVERIFY(engine().isActive());
         QCOMPARE(*engine().endDate(), end);
         QTRY_COMPARE(engine().remainingMs(), m_now.msecsTo(end));
         // Stored at once, so a relaunch today does not count the day again.
@@ -245,7 +237,7 @@ private slots:
         QCOMPARE(stored()->pomodoroTotalCount(), qint64(0));
 
         // A relaunch restores the stored phase and counts, stopped...
-        engine().skip();           // Short Break
+        engine().skip();
         QTRY_COMPARE(m_pushes, 2); // the reset's write, then the debounced one a second later
         relaunch();
         QCOMPARE(engine().phaseLabel(), QStringLiteral("Short Break"));
@@ -265,37 +257,36 @@ private slots:
         QTest::addColumn<qint64>("given");
         QTest::addColumn<qint64>("duration");
         QTest::addColumn<qint64>("interval");
+        const qint64 max = PomodoroService::MaxDurationMinutes;
         QTest::newRow("zero") << qint64(0) << qint64(1) << qint64(2);
         QTest::newRow("negative") << qint64(-30) << qint64(1) << qint64(2);
         QTest::newRow("ordinary") << qint64(50) << qint64(50) << qint64(50);
-        QTest::newRow("beyond range")
-            << std::numeric_limits<qint64>::max() << PomodoroService::MaxDurationMinutes
-            << PomodoroService::MaxDurationMinutes;
+        QTest::newRow("beyond range") << std::numeric_limits<qint64>::max() << max << max;
     }
-
     void settingsAreClampedAndResetTheTimer()
     {
         QFETCH(qint64, given);
+        QFETCH(qint64, duration);
         engine().skip();
         engine().start();
         engine().updateSettings(given, given, given, given, true);
         QCOMPARE(m_pushes, 1); // written at once
-        QTEST(engine().pomodoroDuration(), "duration");
-        QTEST(engine().shortBreakDuration(), "duration");
-        QTEST(engine().longBreakDuration(), "duration");
+        const QList<qint64> lengths{engine().pomodoroDuration(), engine().shortBreakDuration(),
+                                    engine().longBreakDuration()};
+        QCOMPARE(lengths, (QList<qint64>{duration, duration, duration}));
         QTEST(engine().pomodorosForLongBreak(), "interval");
         QVERIFY(!engine().isActive());
         QCOMPARE(counts(), (QList<qint64>{0, 0, 0, 0}));
         QCOMPARE(engine().phaseLabel(), QStringLiteral("Pomodoro"));
-        QCOMPARE(engine().remainingMs(), engine().pomodoroDuration() * 60'000);
-        QCOMPARE(stored()->pomodoroDuration(), engine().pomodoroDuration());
+        QCOMPARE(engine().remainingMs(), duration * 60'000);
+        QCOMPARE(stored()->pomodoroDuration(), duration);
         QVERIFY(stored()->autoStart() && !stored()->isBreak());
 
         // A phase of the longest length still counts down without overflow.
         engine().start();
         advance(1000);
         engine().didBecomeActive();
-        QCOMPARE(engine().remainingMs(), engine().pomodoroDuration() * 60'000 - 1000);
+        QCOMPARE(engine().remainingMs(), duration * 60'000 - 1000);
         engine().pause();
     }
 
@@ -303,13 +294,57 @@ private slots:
     {
         engine().updateSettings({}, {}, {}, {}, true);
         engine().start();
-        advance(focusMs);
-        engine().didBecomeActive();
+        finishPhase();
         QVERIFY(engine().isAutoStartPending() && !engine().isActive());
         engine().pause(); // stopped already: the pending start stays
         QTRY_VERIFY_WITH_TIMEOUT(engine().isActive(), PomodoroService::AutoStartDelayMs + 2000);
         QCOMPARE(engine().phaseLabel(), QStringLiteral("Short Break"));
         QCOMPARE(*engine().endDate(), m_now.addMSecs(300'000));
+    }
+
+    // Last, as it bootstraps the shared services: the three services share one store,
+    // one midnight and one signed-in sync session.
+    void aDayAcrossAllServices()
+    {
+        FakeSyncServer server;
+        server.serveEmptyAccount();
+        Preferences::setServerURLOverride(server.url().toString());
+        auto keychain = std::make_shared<FakeKeychain>();
+        keychain->stored = QByteArrayLiteral("day-token");
+        KeychainStore::setBackend(keychain);
+        AuthService::shared().reload();
+        QVERIFY(AuthService::shared().isSignedIn());
+        const auto lastPut = [&server](const QString& resource) {
+            const auto all = server.requestsFor("PUT", u"/api/v1/" + resource);
+            return all.isEmpty() ? QByteArray() : all.last().body;
+        };
+        engine().setPushHandler({});
+        TasksService& tasks = TasksService::shared();
+        HabitsService& habits = HabitsService::shared();
+        ModelContext& context = DataStore::shared().mainContext();
+        tasks.bootstrap();
+        habits.bootstrap();
+
+        TaskList* list = context.fetch<TaskList>().first();
+        tasks.toggleCheck(tasks.addTask("Buy milk", list, context), context);
+        Habit* water = habits.createHabit("💧", "Water", "#38BDF8", 3, context);
+        habits.increment(water, context);
+        habits.increment(water, context);
+        engine().start();
+        finishPhase();
+        QTRY_VERIFY(lastPut("tasks").contains(R"({"checked":true,"header":"Buy milk")"));
+        QTRY_VERIFY(lastPut("habits").contains(R"("currentValue":2)"));
+        QTRY_VERIFY(lastPut("pomodoro").contains(R"("pomodoroTotalCount":"1")"));
+        for (const FakeSyncServer::Request& r : server.requests())
+            QCOMPARE(r.header("Authorization"), QByteArrayLiteral("Bearer day-token"));
+
+        // Midnight resets both counters, and the server hears of the timer's.
+        DailyResetService::shared().scheduleNext();
+        m_now = QDateTime(QDate(2026, 5, 5), QTime(0, 0, 6));
+        DailyResetService::shared().fireIfDue();
+        DailyResetService::shared().stop();
+        QCOMPARE(water->currentValue(), qint64(0));
+        QTRY_VERIFY(lastPut("pomodoro").contains(R"("pomodoroTotalCount":"0")"));
     }
 };
 

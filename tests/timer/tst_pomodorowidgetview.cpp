@@ -5,7 +5,6 @@
 
 #include <QCheckBox>
 #include <QLabel>
-#include <QPushButton>
 #include <QSpinBox>
 #include <QTest>
 #include <QToolButton>
@@ -28,6 +27,10 @@ private slots:
 
     void interactiveAndViewOnlyForms()
     {
+        QStringList times;
+        for (qint64 ms : {1'500'000, 59'999, 0, 6'000'000})
+            times << PomodoroWidgetView::timeText(ms);
+        QCOMPARE(times, (QStringList{"25:00", "00:59", "00:00", "100:00"})); // minutes uncapped
         PomodoroWidgetView interactive(false);
         PomodoroWidgetView ambient(true);
         interactive.show();
@@ -38,13 +41,14 @@ private slots:
         QCOMPARE(label(interactive, "todayLabel"),
                  QStringLiteral("Today: 0 🍅 · 0 ☕ · 0 🛌"));
         QCOMPARE(label(ambient, "timeLabel"), QStringLiteral("25:00"));
-        QCOMPARE(PomodoroWidgetView::timeText(6'000'000), QStringLiteral("100:00")); // not capped
         // Every control a screen reader needs has a name; the view-only form has none.
         const auto buttons = interactive.findChildren<QToolButton*>();
         QCOMPARE(buttons.size(), 4);
         for (QToolButton* b : buttons)
             QVERIFY2(!b->accessibleName().isEmpty(), qPrintable(b->objectName()));
         QVERIFY(ambient.findChildren<QToolButton*>().isEmpty());
+        QVERIFY(interactive.findChild<QWidget*>("phasePips") &&
+                !ambient.findChild<QWidget*>("phasePips"));
 
         // Space toggles start and pause in the interactive form only.
         PomodoroService& timer = PomodoroService::shared();
@@ -57,8 +61,7 @@ private slots:
         QTRY_VERIFY(interactive.hasFocus());
         QTest::keyClick(&interactive, Qt::Key_Space);
         QVERIFY(timer.isActive());
-        QCOMPARE(interactive.findChild<QToolButton*>(QStringLiteral("startPauseButton"))
-                     ->accessibleName(),
+        QCOMPARE(interactive.findChild<QToolButton*>("startPauseButton")->accessibleName(),
                  QStringLiteral("Pause"));
         QTest::keyClick(&interactive, Qt::Key_Space);
         QVERIFY(!timer.isActive());
@@ -75,7 +78,7 @@ private slots:
         view.show();
         QVERIFY(QTest::qWaitForWindowExposed(&view));
         const auto open = [&view] {
-            view.findChild<QToolButton*>(QStringLiteral("settingsButton"))->click();
+            view.findChild<QToolButton*>("settingsButton")->click();
             return view.settingsSheet();
         };
 
@@ -86,6 +89,7 @@ private slots:
         // Cancel (Escape) saves nothing, and the edits are gone next time.
         QTest::keyClick(sheet, Qt::Key_Escape);
         QTRY_VERIFY(!view.settingsSheet());
+        QVERIFY(saved.isEmpty());
         sheet = open();
         QVERIFY(sheet);
         QCOMPARE(sheet->shortBreakField()->value(), 5); // the engine's, not the edit
@@ -93,8 +97,9 @@ private slots:
         sheet->longBreakField()->setValue(20);
         sheet->intervalField()->setValue(3);
         sheet->autoStartSwitch()->setChecked(true);
-        sheet->findChild<QPushButton*>(QStringLiteral("saveButton"))->click();
+        QTest::keyClick(sheet, Qt::Key_Return); // Save is the default button
         QCOMPARE(saved, (QList<qint64>{50, 5, 20, 3, 1}));
+        QTRY_VERIFY(!view.settingsSheet());
         PomodoroSettingsSheet::setSaveHandler({});
     }
 };
