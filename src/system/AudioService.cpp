@@ -4,18 +4,28 @@
 #include "SoundBackend.h"
 
 #include <QCoreApplication>
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QFileInfo>
 #include <QMetaEnum>
 #include <QMutexLocker>
+#include <QThread>
 #include <QUrl>
+
+#include <algorithm>
 
 AudioService& AudioService::shared()
 {
     // Never destroyed: releasing a sound while Qt Multimedia still decodes another
     // one blocks until that finishes, which can hang the quit. The process end
     // frees it all.
-    static auto* instance = new AudioService(nullptr);
+    static auto* instance = [] {
+        // Qt Multimedia deadlocks when the process exits while it still decodes a
+        // sound (its cache waits for the decoder while holding a lock the decoder
+        // needs), so the exit first lets such a decode finish.
+        qAddPostRoutine([] { shared().finishLoading(std::chrono::seconds(2)); });
+        return new AudioService(nullptr);
+    }();
     return *instance;
 }
 
@@ -46,6 +56,22 @@ void AudioService::forget(const QString& soundName, const SoundEffect* effect)
     if (it != m_players.cend() && it->get() == effect) {
         dropped = *it;
         m_players.erase(it);
+    }
+}
+
+void AudioService::finishLoading(std::chrono::milliseconds limit)
+{
+    const auto loading = [this] {
+        QMutexLocker locker(&m_lock);
+        return std::ranges::any_of(m_players,
+                                   [](const auto& player) { return player->isLoading(); });
+    };
+    const QDeadlineTimer deadline(limit);
+    while (loading() && !deadline.hasExpired()) {
+        // The decoder reports back through queued calls; only those are delivered,
+        // since the rest of the application may already be gone.
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::MetaCall);
+        QThread::msleep(5);
     }
 }
 

@@ -5,6 +5,7 @@
 #include <QObject>
 #include <QString>
 
+#include <chrono>
 #include <memory>
 
 class SoundBackend;
@@ -64,6 +65,8 @@ private:
     // The sound module, loaded on the first sound; null when it cannot be loaded.
     SoundBackend* backend();
     void forget(const QString& soundName, const SoundEffect* effect);
+    // Waits, at most `limit`, until no sound is being decoded any more.
+    void finishLoading(std::chrono::milliseconds limit);
 
     mutable QMutex m_lock; // guards m_players
     QHash<QString, std::shared_ptr<SoundEffect>> m_players;

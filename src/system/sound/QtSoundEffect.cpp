@@ -19,3 +19,8 @@ void QtSoundEffect::play()
     m_effect.stop();
     m_effect.play();
 }
+
+bool QtSoundEffect::isLoading() const
+{
+    return m_effect.status() == QSoundEffect::Loading;
+}

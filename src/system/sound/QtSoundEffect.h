@@ -12,6 +12,7 @@ public:
     QtSoundEffect(const QUrl& source, std::function<void()> failed);
 
     void play() override;
+    bool isLoading() const override;
 
 private:
     QSoundEffect m_effect;
