@@ -3,6 +3,7 @@
 // each and for the same 50 habits without any. Prints the median of 7 runs of
 // each, then the ratio history/no-history as the last line (goal: <= 1.5).
 
+#include "BenchStore.h"
 #include "DailyResetService.h"
 #include "DataStore.h"
 #include "Habit.h"
@@ -24,20 +25,9 @@ constexpr int habitCount = 50;
 constexpr int historyDays = 3650;
 constexpr int runs = 7;
 
-std::unique_ptr<DataStore> openStore(const QString& path)
-{
-    QString error;
-    auto store = DataStore::open(path, &error);
-    if (!store) {
-        std::fprintf(stderr, "cannot open %s: %s\n", qPrintable(path), qPrintable(error));
-        std::exit(1);
-    }
-    return store;
-}
-
 void fill(const QString& path, bool withHistory)
 {
-    auto store = openStore(path);
+    auto store = openStoreOrExit(path);
     ModelContext& context = store->mainContext();
     const QDateTime today = QDateTime::currentDateTime();
     for (int h = 0; h < habitCount; ++h) {
@@ -61,7 +51,7 @@ double medianOpenMs(const QString& path)
     for (int i = 0; i < runs; ++i) {
         QElapsedTimer timer;
         timer.start();
-        DataStore::setShared(openStore(path));
+        DataStore::setShared(openStoreOrExit(path));
         {
             HabitsWidgetView view(false);
             view.show();

@@ -3,6 +3,7 @@
 // the same store without it. Prints one figure per line, the best of 5 runs each
 // in a fresh store instance, then the ratio history/no-history (goal: <= 1.5).
 
+#include "BenchStore.h"
 #include "DailyResetService.h"
 #include "DataStore.h"
 #include "Habit.h"
@@ -28,20 +29,9 @@ constexpr int listCount = 100;
 constexpr int tasksPerList = 100;
 constexpr int runs = 5;
 
-std::unique_ptr<DataStore> openStore(const QString& path)
-{
-    QString error;
-    auto store = DataStore::open(path, &error);
-    if (!store) {
-        std::fprintf(stderr, "cannot open %s: %s\n", qPrintable(path), qPrintable(error));
-        std::exit(1);
-    }
-    return store;
-}
-
 void build(const QString& path, bool withHistory)
 {
-    auto store = openStore(path);
+    auto store = openStoreOrExit(path);
     ModelContext& ctx = store->mainContext();
     const QDate today = QDate::currentDate();
     for (int h = 0; h < habitCount; ++h) {
@@ -82,7 +72,7 @@ double startupMs(const QString& path)
     for (int i = 0; i < runs; ++i) {
         QElapsedTimer timer;
         timer.start();
-        auto store = openStore(path);
+        auto store = openStoreOrExit(path);
         ModelContext& ctx = store->mainContext();
         int found = 0;
         for (Habit* habit : ctx.fetch<Habit>(FetchRequest::sortedBy(QStringLiteral("order")))) {
@@ -102,7 +92,7 @@ double startupMs(const QString& path)
 double saveOneFieldMs(const QString& path)
 {
     double best = 1e300;
-    auto store = openStore(path);
+    auto store = openStoreOrExit(path);
     ModelContext& ctx = store->mainContext();
     Habit* habit = ctx.fetch<Habit>().first();
     for (int i = 0; i < runs; ++i) {
