@@ -74,12 +74,11 @@ void FloatingContainer::paintEvent(QPaintEvent*)
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
     painter.setPen(Qt::NoPen);
+    painter.setBrush(QColor(0, 0, 0, 9));
     const QRectF card = QRectF(m_card->geometry()).translated(0, 4);
     constexpr int spread = 6;
-    for (int i = spread; i >= 1; --i) {
-        painter.setBrush(QColor(0, 0, 0, 9));
+    for (int i = spread; i >= 1; --i)
         painter.drawRoundedRect(card.adjusted(-i, -i, i, i), 10 + i, 10 + i);
-    }
 }
 
 bool FloatingContainer::controlsVisible() const
