@@ -96,7 +96,17 @@ private slots:
         bad.close();
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral(
                                                "^AudioService: failed to load check: .+")));
+        // Repairing the file before the decoder has read it would hide the failure.
+        static bool reported = false;
+        static QtMessageHandler previous = nullptr;
+        previous = qInstallMessageHandler(
+            [](QtMsgType type, const QMessageLogContext& context, const QString& message) {
+                reported = reported || message.startsWith(u"AudioService: failed to load check");
+                previous(type, context, message);
+            });
         audio.play(Sound::Check);
+        QTRY_VERIFY(reported);
+        qInstallMessageHandler(previous);
         QVERIFY(bad.remove());
         copySound(QStringLiteral("check"), bad.fileName());
         QTRY_VERIFY((audio.play(Sound::Check), audio.loadCount() == 3));
