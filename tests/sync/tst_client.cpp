@@ -185,7 +185,7 @@ private slots:
             QCOMPARE(m_opened.size(), *error ? 0 : 1);
             if (*error)
                 continue;
-            QCOMPARE(m_opened[0].toString(QUrl::RemoveQuery), server + u"/en/app/connect");
+            QCOMPARE(m_opened[0].toString(QUrl::RemoveQuery), QString(server + u"/en/app/connect"));
             const auto items = QUrlQuery(m_opened[0]).queryItems();
             QCOMPARE(items.size(), 2);
             QCOMPARE(items[0].first, u"state"_s);
