@@ -66,6 +66,11 @@ int main(int argc, char* argv[])
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && !qEnvironmentVariableIsEmpty("DISPLAY"))
         qputenv("QT_QPA_PLATFORM", "xcb");
 
+    // Checking a large store takes a while; let it overlap Qt's own start.
+    QString noDataFolder;
+    if (const QString store = DataStore::defaultPath(&noDataFolder); !store.isEmpty())
+        DataStore::inspectInBackground(store);
+
     QApplication app(argc, argv);
     const BundleInfo& info = BundleInfo::current();
     QApplication::setApplicationName(info.name);

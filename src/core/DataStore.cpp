@@ -1,6 +1,8 @@
 #include "DataStore.h"
 
 #include "BundleInfo.h"
+#include "StoreInspector.h"
+#include "StoreSchema.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -11,6 +13,8 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <future>
+#include <mutex>
 
 namespace {
 DataStore*& sharedInstance()
@@ -19,67 +23,30 @@ DataStore*& sharedInstance()
     return instance;
 }
 
-// Tables mirror the record types field by field (see RecordTable); foreign keys
-// back the cascades the context performs, and the history indexes keep "today"
-// and "this habit's days" cheap however many years of history there are.
-const char* const schemaStatements[] = {
-    R"(CREATE TABLE pomodoro_config (
-        "id" TEXT PRIMARY KEY NOT NULL,
-        "pomodoroDuration" INTEGER NOT NULL,
-        "shortBreakDuration" INTEGER NOT NULL,
-        "longBreakDuration" INTEGER NOT NULL,
-        "pomodorosForLongBreak" INTEGER NOT NULL,
-        "autoStart" INTEGER NOT NULL,
-        "pomodoroCount" INTEGER NOT NULL,
-        "pomodoroTotalCount" INTEGER NOT NULL,
-        "shortBreakCount" INTEGER NOT NULL,
-        "longBreakCount" INTEGER NOT NULL,
-        "isBreak" INTEGER NOT NULL,
-        "isShortBreak" INTEGER NOT NULL,
-        "isLongBreak" INTEGER NOT NULL,
-        "firstPomodoroCountDate" REAL))",
-    R"(CREATE TABLE task_list (
-        "id" TEXT PRIMARY KEY NOT NULL,
-        "name" TEXT,
-        "order" INTEGER NOT NULL,
-        "highlightedTaskId" TEXT))",
-    R"(CREATE TABLE task_item (
-        "id" TEXT PRIMARY KEY NOT NULL,
-        "header" TEXT,
-        "priority" INTEGER,
-        "checked" INTEGER NOT NULL,
-        "order" INTEGER NOT NULL,
-        "listId" TEXT REFERENCES task_list("id") ON DELETE CASCADE))",
-    R"(CREATE INDEX task_item_list ON task_item("listId"))",
-    R"(CREATE TABLE habit (
-        "id" TEXT PRIMARY KEY NOT NULL,
-        "icon" TEXT,
-        "name" TEXT,
-        "colorHex" TEXT,
-        "maxValue" INTEGER NOT NULL,
-        "currentValue" INTEGER NOT NULL,
-        "firstTrackerDate" REAL,
-        "order" INTEGER NOT NULL))",
-    R"(CREATE TABLE habit_history (
-        "id" TEXT PRIMARY KEY NOT NULL,
-        "date" TEXT,
-        "value" INTEGER NOT NULL,
-        "maxValue" INTEGER NOT NULL,
-        "completed" INTEGER NOT NULL,
-        "habitId" TEXT REFERENCES habit("id") ON DELETE CASCADE))",
-    // Covering: a day's records of every habit sit together, so showing today reads a
-    // page or two instead of one page per habit.
-    R"(CREATE INDEX habit_history_date ON habit_history(
-        "date", "habitId", "value", "maxValue", "completed", "id"))",
-    R"(CREATE INDEX habit_history_habit ON habit_history("habitId"))",
-    R"(CREATE TABLE widget_placement (
-        "widgetId" TEXT PRIMARY KEY NOT NULL,
-        "mode" TEXT,
-        "inStatusBar" INTEGER NOT NULL,
-        "inFloating" INTEGER NOT NULL,
-        "desktopFrameJSON" TEXT,
-        "alwaysOnTop" INTEGER NOT NULL))",
+// An inspection started ahead of time by inspectInBackground().
+struct Ahead
+{
+    std::mutex lock;
+    QString path;
+    std::future<StoreInspector::Result> result;
 };
+
+Ahead& ahead()
+{
+    static Ahead* a = new Ahead; // never destroyed: its thread may still run at exit
+    return *a;
+}
+
+StoreInspector::Result inspection(const QString& path)
+{
+    Ahead& a = ahead();
+    {
+        std::lock_guard<std::mutex> locker(a.lock);
+        if (a.result.valid() && a.path == path)
+            return a.result.get();
+    }
+    return StoreInspector::inspect(path);
+}
 
 bool exec(QSqlDatabase& db, const QString& sql, QString* error, QVariant* result = nullptr)
 {
@@ -135,6 +102,14 @@ QString DataStore::defaultPath(QString* error)
     return folder + QStringLiteral("/store.sqlite");
 }
 
+void DataStore::inspectInBackground(const QString& path)
+{
+    Ahead& a = ahead();
+    std::lock_guard<std::mutex> locker(a.lock);
+    a.path = path;
+    a.result = std::async(std::launch::async, &StoreInspector::inspect, path);
+}
+
 std::unique_ptr<DataStore> DataStore::open(const QString& path, QString* error)
 {
     static std::atomic<int> counter{0};
@@ -167,6 +142,13 @@ DataStore::~DataStore()
 
 bool DataStore::initialise(QString* error)
 {
+    // Nothing is written before the file has shown that it is ours, whole and writable:
+    // a store refused here is left exactly as it was.
+    const StoreInspector::Result inspected = inspection(m_path);
+    if (inspected.verdict == StoreInspector::Verdict::Refused) {
+        *error = inspected.reason;
+        return false;
+    }
     QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), m_connection);
     db.setDatabaseName(m_path);
     // Saves run on the GUI thread: never wait long for a lock nobody else should hold.
@@ -175,22 +157,11 @@ bool DataStore::initialise(QString* error)
         *error = db.lastError().text();
         return false;
     }
-    // Read before anything is written: a damaged file fails here and stays untouched.
-    QVariant version;
-    if (!exec(db, QStringLiteral("PRAGMA user_version"), error, &version))
-        return false;
-    if (version.toInt() > SchemaVersion) {
-        *error = QStringLiteral("the store was written by a newer version of Tidewell "
-                                "(schema %1, this version reads %2)")
-                     .arg(version.toInt())
-                     .arg(SchemaVersion);
-        return false;
-    }
     if (!exec(db, QStringLiteral("PRAGMA foreign_keys = ON"), error) ||
         !exec(db, QStringLiteral("PRAGMA journal_mode = WAL"), error) ||
         !exec(db, QStringLiteral("PRAGMA synchronous = FULL"), error))
         return false;
-    if (version.toInt() == 0 && !createSchema(error))
+    if (inspected.verdict == StoreInspector::Verdict::Empty && !createSchema(error))
         return false;
     m_context = new ModelContext(db);
     return true;
@@ -203,13 +174,13 @@ bool DataStore::createSchema(QString* error)
         *error = db.lastError().text();
         return false;
     }
-    for (const char* statement : schemaStatements) {
+    for (const char* statement : StoreSchema::statements()) {
         if (!exec(db, QString::fromUtf8(statement), error)) {
             db.rollback();
             return false;
         }
     }
-    if (!exec(db, QStringLiteral("PRAGMA user_version = %1").arg(SchemaVersion), error) ||
+    if (!exec(db, QStringLiteral("PRAGMA user_version = %1").arg(StoreSchema::Version), error) ||
         !db.commit()) {
         db.rollback();
         return false;

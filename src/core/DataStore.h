@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ModelContext.h"
+#include "StoreSchema.h"
 
 #include <QObject>
 #include <QString>
@@ -13,7 +14,7 @@ class DataStore final : public QObject
     Q_OBJECT
 
 public:
-    static constexpr int SchemaVersion = 1;
+    static constexpr int SchemaVersion = StoreSchema::Version;
 
     // The app's store, opened at defaultPath() on first use. When it cannot be
     // opened the process prints why on standard error and exits with status 1.
@@ -21,9 +22,14 @@ public:
     // Makes `store` the shared one (tests, or a store opened elsewhere).
     static void setShared(std::unique_ptr<DataStore> store);
 
-    // Opens or creates the store at `path` (":memory:" for a throwaway one).
-    // Returns null and the reason when it cannot; nothing is written then.
+    // Opens or creates the store at `path` (":memory:" for a throwaway one). Refuses
+    // (null, and the reason) a file that is not ours, newer, damaged or read-only;
+    // nothing is written then.
     static std::unique_ptr<DataStore> open(const QString& path, QString* error);
+
+    // Starts checking `path` on a thread of its own; the next open() of that path
+    // takes the answer. Lets start-up check a large store while Qt starts.
+    static void inspectInBackground(const QString& path);
 
     // <data dir>/<bundle identifier>/store.sqlite, creating the folder when missing;
     // empty (with `error` set) when there is no data directory.

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <QString>
+
+// Looks at a store file before the app depends on it, and never changes it: is it
+// ours, of a version we read, whole, and writable? The checks use SQLite directly
+// (not Qt SQL), so they can run on a thread of their own before the application
+// object exists, overlapping the rest of start-up.
+class StoreInspector
+{
+public:
+    StoreInspector() = delete;
+
+    enum class Verdict {
+        Empty,   // no file, or one without any table: create the schema
+        Current, // our tables at the current version
+        Refused, // anything else; `reason` says why
+    };
+
+    struct Result
+    {
+        Verdict verdict = Verdict::Refused;
+        QString reason;
+    };
+
+    static Result inspect(const QString& path);
+};

@@ -1,0 +1,67 @@
+#include "StoreSchema.h"
+
+const QList<const char*>& StoreSchema::statements()
+{
+    // Tables mirror the record types field by field (see RecordTable); foreign keys
+    // back the cascades the context performs, and the history indexes keep "today"
+    // and "this habit's days" cheap however many years of history there are.
+    static const QList<const char*> all = {
+        R"(CREATE TABLE pomodoro_config (
+        "id" TEXT PRIMARY KEY NOT NULL,
+        "pomodoroDuration" INTEGER NOT NULL,
+        "shortBreakDuration" INTEGER NOT NULL,
+        "longBreakDuration" INTEGER NOT NULL,
+        "pomodorosForLongBreak" INTEGER NOT NULL,
+        "autoStart" INTEGER NOT NULL,
+        "pomodoroCount" INTEGER NOT NULL,
+        "pomodoroTotalCount" INTEGER NOT NULL,
+        "shortBreakCount" INTEGER NOT NULL,
+        "longBreakCount" INTEGER NOT NULL,
+        "isBreak" INTEGER NOT NULL,
+        "isShortBreak" INTEGER NOT NULL,
+        "isLongBreak" INTEGER NOT NULL,
+        "firstPomodoroCountDate" REAL))",
+        R"(CREATE TABLE task_list (
+        "id" TEXT PRIMARY KEY NOT NULL,
+        "name" TEXT,
+        "order" INTEGER NOT NULL,
+        "highlightedTaskId" TEXT))",
+        R"(CREATE TABLE task_item (
+        "id" TEXT PRIMARY KEY NOT NULL,
+        "header" TEXT,
+        "priority" INTEGER,
+        "checked" INTEGER NOT NULL,
+        "order" INTEGER NOT NULL,
+        "listId" TEXT REFERENCES task_list("id") ON DELETE CASCADE))",
+        R"(CREATE INDEX task_item_list ON task_item("listId"))",
+        R"(CREATE TABLE habit (
+        "id" TEXT PRIMARY KEY NOT NULL,
+        "icon" TEXT,
+        "name" TEXT,
+        "colorHex" TEXT,
+        "maxValue" INTEGER NOT NULL,
+        "currentValue" INTEGER NOT NULL,
+        "firstTrackerDate" REAL,
+        "order" INTEGER NOT NULL))",
+        R"(CREATE TABLE habit_history (
+        "id" TEXT PRIMARY KEY NOT NULL,
+        "date" TEXT,
+        "value" INTEGER NOT NULL,
+        "maxValue" INTEGER NOT NULL,
+        "completed" INTEGER NOT NULL,
+        "habitId" TEXT REFERENCES habit("id") ON DELETE CASCADE))",
+        // Covering: a day's records of every habit sit together, so showing today reads a
+        // page or two instead of one page per habit.
+        R"(CREATE INDEX habit_history_date ON habit_history(
+        "date", "habitId", "value", "maxValue", "completed", "id"))",
+        R"(CREATE INDEX habit_history_habit ON habit_history("habitId"))",
+        R"(CREATE TABLE widget_placement (
+        "widgetId" TEXT PRIMARY KEY NOT NULL,
+        "mode" TEXT,
+        "inStatusBar" INTEGER NOT NULL,
+        "inFloating" INTEGER NOT NULL,
+        "desktopFrameJSON" TEXT,
+        "alwaysOnTop" INTEGER NOT NULL))",
+    };
+    return all;
+}
