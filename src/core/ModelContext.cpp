@@ -3,6 +3,7 @@
 #include "RecordTable.h"
 
 #include <QMetaProperty>
+#include <QSqlError>
 
 #include <algorithm>
 
@@ -56,6 +57,7 @@ bool ModelContext::ensureLoaded(RecordKind kind, const FetchRequest& request)
     QString error;
     if (!table.select(m_db, request.field, request.value, &rows, &error)) {
         qWarning("DataStore fetch failed: %s", qPrintable(error));
+        ++m_readFailures;
         return false;
     }
     for (Record* row : rows) {
@@ -179,7 +181,7 @@ bool ModelContext::save(QString* error)
 
     bool ok = m_db.transaction();
     if (!ok)
-        why = QStringLiteral("cannot begin a transaction");
+        why = u"cannot begin a transaction: " + m_db.lastError().text();
     // Deletes first, so that a record deleted and re-inserted with the same key
     // (a pull replacing local data) is written as its new row.
     for (const auto& [kind, key] : std::as_const(m_deleted)) {
@@ -197,12 +199,14 @@ bool ModelContext::save(QString* error)
     }
     if (ok && !m_db.commit()) {
         ok = false;
-        why = QStringLiteral("commit failed");
+        why = u"commit failed: " + m_db.lastError().text();
     }
     if (!ok) {
         m_db.rollback();
+        qWarning("DataStore save failed: %s", qPrintable(why));
         if (error)
             *error = why;
+        emit saveFailed(why);
         return false;
     }
 

@@ -58,11 +58,17 @@ public:
     // written, the changes stay pending and `error` says why.
     bool save(QString* error = nullptr);
     bool hasChanges() const;
+    // How many reads of the store have failed so far. A fetch that failed returns
+    // only what is in memory, so whoever must not act on a partial picture (a push
+    // that replaces the server's copy) compares this before and after reading.
+    quint64 readFailures() const { return m_readFailures; }
 
 signals:
     // Records of that kind were inserted, deleted or changed (also by a pull).
     void changed(RecordKind kind);
     void saved();
+    // A save could not write; the changes stay pending for the next one.
+    void saveFailed(const QString& reason);
 
 private:
     friend class Record;
@@ -85,6 +91,7 @@ private:
     QSqlDatabase m_db;
     std::array<Slot, RecordKindCount> m_slots;
     quint64 m_nextSequence = 0;
+    quint64 m_readFailures = 0;
     QSet<Record*> m_inserted;
     QSet<Record*> m_updated;
     QList<std::pair<RecordKind, QString>> m_deleted;

@@ -20,16 +20,9 @@ SyncEngine& SyncEngine::shared()
     return *instance;
 }
 
-void SyncEngine::setContextSource(ContextSource source)
+ModelContext& SyncEngine::context()
 {
-    m_contextSource = std::move(source);
-}
-
-ModelContext* SyncEngine::context() const
-{
-    if (m_contextSource)
-        return m_contextSource();
-    return &DataStore::shared().mainContext();
+    return DataStore::shared().mainContext();
 }
 
 void SyncEngine::setSyncing(bool on)
@@ -102,17 +95,17 @@ QCoro::Task<> SyncEngine::pullAll()
         co_return;
     }
 
-    ModelContext* ctx = context();
-    if (!ctx) {
+    ModelContext& ctx = context();
+    if (!SyncMapping::readable(ctx)) {
         setLastError(QStringLiteral("Pull failed: ") + unreadable);
         co_return;
     }
     setApplyingRemote(true);
-    SyncMapping::applyTasks(*ctx, lists.value());
-    SyncMapping::applyHabits(*ctx, habits.value());
-    SyncMapping::applyPomodoro(*ctx, pomodoro.value());
+    SyncMapping::applyTasks(ctx, lists.value());
+    SyncMapping::applyHabits(ctx, habits.value());
+    SyncMapping::applyPomodoro(ctx, pomodoro.value());
     QString why;
-    if (!ctx->save(&why)) {
+    if (!ctx.save(&why)) {
         setLastError(why);
         co_return;
     }
@@ -131,12 +124,12 @@ QCoro::Task<> SyncEngine::pushHabits()
     if (!mayPush())
         co_return;
     const QString prefix = QStringLiteral("Push (habits) failed: ");
-    ModelContext* ctx = context();
-    if (!ctx) {
+    const std::optional<QList<WireHabit>> habits = SyncMapping::habits(context());
+    if (!habits) {
         setLastError(prefix + unreadable);
         co_return;
     }
-    const auto error = co_await APIClient::shared().putHabits(SyncMapping::habits(*ctx));
+    const auto error = co_await APIClient::shared().putHabits(*habits);
     if (error)
         failed(*error, prefix);
 }
@@ -146,12 +139,12 @@ QCoro::Task<> SyncEngine::pushTasks()
     if (!mayPush())
         co_return;
     const QString prefix = QStringLiteral("Push (tasks) failed: ");
-    ModelContext* ctx = context();
-    if (!ctx) {
+    const std::optional<QList<WireTaskList>> lists = SyncMapping::taskLists(context());
+    if (!lists) {
         setLastError(prefix + unreadable);
         co_return;
     }
-    const auto error = co_await APIClient::shared().putTasks(SyncMapping::taskLists(*ctx));
+    const auto error = co_await APIClient::shared().putTasks(*lists);
     if (error)
         failed(*error, prefix);
 }
@@ -161,12 +154,7 @@ QCoro::Task<> SyncEngine::pushPomodoro()
     if (!mayPush())
         co_return;
     const QString prefix = QStringLiteral("Push (pomodoro) failed: ");
-    ModelContext* ctx = context();
-    if (!ctx) {
-        setLastError(prefix + unreadable);
-        co_return;
-    }
-    const std::optional<PomodoroState> state = SyncMapping::pomodoro(*ctx);
+    const std::optional<PomodoroState> state = SyncMapping::pomodoro(context());
     if (!state)
         co_return;
     const auto error = co_await APIClient::shared().putPomodoro(*state);

@@ -19,9 +19,6 @@ class SyncEngine final : public QObject
     Q_PROPERTY(QString lastError READ lastError NOTIFY lastErrorChanged)
 
 public:
-    // The store context to read and write; null when the store cannot be read.
-    using ContextSource = std::function<ModelContext*()>;
-
     static SyncEngine& shared();
 
     QCoro::Task<> pullAll();
@@ -36,9 +33,6 @@ public:
     // Empty when there is no error.
     QString lastError() const { return m_lastError; }
 
-    // Tests: where the store comes from; empty restores the shared store.
-    void setContextSource(ContextSource source);
-
 signals:
     void isSyncingChanged();
     void isApplyingRemoteChanged();
@@ -47,7 +41,7 @@ signals:
 private:
     SyncEngine() = default;
 
-    ModelContext* context() const;
+    static ModelContext& context();
     bool mayPush() const;
     // A failed request: a rejected token signs out; anything else is reported
     // after `prefix`.
@@ -60,5 +54,4 @@ private:
     int m_syncing = 0;
     bool m_applyingRemote = false;
     QString m_lastError;
-    ContextSource m_contextSource;
 };

@@ -34,8 +34,9 @@ struct Day
 };
 } // namespace
 
-QList<WireHabit> SyncMapping::habits(ModelContext& context)
+std::optional<QList<WireHabit>> SyncMapping::habits(ModelContext& context)
 {
+    const quint64 failures = context.readFailures();
     QList<Habit*> records = context.fetch<Habit>(FetchRequest::sortedBy(orderField));
     sortByOrder(records);
     QList<WireHabit> out;
@@ -43,11 +44,14 @@ QList<WireHabit> SyncMapping::habits(ModelContext& context)
         out.append(WireHabit{h->icon(), h->name(), h->colorHex(), h->maxValue(), h->currentValue(),
                              WireDate::format(h->firstTrackerDate())});
     }
+    if (context.readFailures() != failures)
+        return std::nullopt;
     return out;
 }
 
-QList<WireTaskList> SyncMapping::taskLists(ModelContext& context)
+std::optional<QList<WireTaskList>> SyncMapping::taskLists(ModelContext& context)
 {
+    const quint64 failures = context.readFailures();
     QList<TaskList*> lists = context.fetch<TaskList>(FetchRequest::sortedBy(orderField));
     sortByOrder(lists);
     QList<WireTaskList> out;
@@ -64,7 +68,18 @@ QList<WireTaskList> SyncMapping::taskLists(ModelContext& context)
         }
         out.append(std::move(wire));
     }
+    if (context.readFailures() != failures)
+        return std::nullopt;
     return out;
+}
+
+bool SyncMapping::readable(ModelContext& context)
+{
+    const quint64 failures = context.readFailures();
+    context.fetch<Habit>();
+    context.fetch<TaskList>();
+    context.fetch<PomodoroConfig>();
+    return context.readFailures() == failures;
 }
 
 std::optional<PomodoroState> SyncMapping::pomodoro(ModelContext& context)

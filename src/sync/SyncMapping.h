@@ -17,11 +17,17 @@ class SyncMapping
 public:
     SyncMapping() = delete;
 
-    // Sorted by `order`, each list's tasks too.
-    static QList<WireHabit> habits(ModelContext& context);
-    static QList<WireTaskList> taskLists(ModelContext& context);
-    // Absent when there is no timer configuration.
+    // Sorted by `order`, each list's tasks too. Absent when the store could not be
+    // read: what is in memory then may be only part of it, and sending that would
+    // erase the rest from the server.
+    static std::optional<QList<WireHabit>> habits(ModelContext& context);
+    static std::optional<QList<WireTaskList>> taskLists(ModelContext& context);
+    // Absent when there is no timer configuration, or it could not be read.
     static std::optional<PomodoroState> pomodoro(ModelContext& context);
+
+    // Whether the records a pull replaces can be read; a pull applied over a store
+    // that cannot be read would add to what it cannot see instead of replacing it.
+    static bool readable(ModelContext& context);
 
     // Replaces every list (and its tasks) with `lists`, in received order.
     static void applyTasks(ModelContext& context, const QList<WireTaskList>& lists);
