@@ -6,6 +6,7 @@
 #include "HabitHistory.h"
 #include "HabitsService.h"
 
+#include <QElapsedTimer>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -109,6 +110,24 @@ private slots:
         QCOMPARE(records(h), QStringList{"2026-06-10 3*"});
         count(h);
         QCOMPARE(records(h), QStringList{"2026-06-10 1"});
+    }
+
+    // Counts that never pause are still written every couple of seconds; the push
+    // waits for the pause.
+    void continuousBurstStillSaves()
+    {
+        Habit* h = add(100);
+        QTRY_COMPARE(m_pushes, 1);
+        const int saved = m_saves;
+        QElapsedTimer burst;
+        burst.start();
+        while (burst.elapsed() < 3000) {
+            count(h);
+            QTest::qWait(HabitsService::SaveDelayMs / 3);
+        }
+        QCOMPARE(m_pushes, 1);
+        QVERIFY(m_saves > saved);
+        QTRY_COMPARE(m_pushes, 2);
     }
 
     // A start on a new day closes the habits not counted that day; midnight closes
