@@ -2,6 +2,7 @@
 
 #include "AuthService.h"
 
+#include "Clock.h"
 #include "DailyResetService.h"
 #include "DataStore.h"
 #include "HubWindow.h"
@@ -10,6 +11,7 @@
 #include "PowerService.h"
 #include "SettingsView.h"
 #include "SingleInstance.h"
+#include "StoreHealth.h"
 #include "UnixSignalWatcher.h"
 #include "WindowManager.h"
 
@@ -58,6 +60,16 @@ void AppController::start()
 
     m_hub = new HubWindow;
     connect(m_hub, &HubWindow::quitRequested, this, &AppController::requestQuit);
+    // A save that fails is said where the user looks: the hub, and a notification
+    // for someone who only uses the widgets.
+    auto* health = new StoreHealth(DataStore::shared().mainContext(), this);
+    connect(health, &StoreHealth::problemChanged, m_hub,
+            [this, health] { m_hub->setStoreProblem(health->problem()); });
+    connect(health, &StoreHealth::announced, this, [](const QString& title, const QString& body) {
+        QCoro::connect(
+            NotificationService::shared().schedule(title, body, Clock::now().addMSecs(1)), qApp,
+            [](auto) {});
+    });
     m_hub->bringForward();
     // Panels and tray items after the hub: the window the user asked for comes first.
     windows.restoreFromPersistence();

@@ -52,6 +52,15 @@ HubWindow::HubWindow(QWidget* parent)
     divider->setFrameShadow(QFrame::Sunken);
     outer->addWidget(divider);
 
+    m_storeProblem = new QLabel(central);
+    m_storeProblem->setObjectName(QStringLiteral("storeProblem"));
+    m_storeProblem->setWordWrap(true);
+    m_storeProblem->setContentsMargins(16, 8, 16, 8);
+    m_storeProblem->setFont(Theme::font(Theme::Font::Caption));
+    m_storeProblem->setStyleSheet(QStringLiteral("color: #d70015;"));
+    m_storeProblem->hide();
+    outer->addWidget(m_storeProblem);
+
     auto* scroll = new QScrollArea(central);
     scroll->setObjectName(QStringLiteral("hubScrollArea"));
     scroll->setWidgetResizable(true);
@@ -78,6 +87,13 @@ void HubWindow::addSection(QWidget* section)
 {
     // Keep the trailing stretch last.
     m_column->insertWidget(m_column->count() - 1, section);
+}
+
+void HubWindow::setStoreProblem(const QString& text)
+{
+    m_storeProblem->setText(text);
+    m_storeProblem->setAccessibleName(text);
+    m_storeProblem->setVisible(!text.isEmpty());
 }
 
 void HubWindow::bringForward()

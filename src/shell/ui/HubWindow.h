@@ -2,6 +2,7 @@
 
 #include <QMainWindow>
 
+class QLabel;
 class QVBoxLayout;
 class AccountSection;
 class SettingsView;
@@ -23,12 +24,15 @@ public:
     SettingsView* settings() const { return m_settings; }
     // Shows, raises and activates the window.
     void bringForward();
+    // A line in red under the header while the store cannot save; empty hides it.
+    void setStoreProblem(const QString& text);
 
 signals:
     void quitRequested();
 
 private:
     QVBoxLayout* m_column = nullptr;
+    QLabel* m_storeProblem = nullptr;
     AccountSection* m_account = nullptr;
     WidgetTogglesView* m_toggles = nullptr;
     SettingsView* m_settings = nullptr;
