@@ -7,20 +7,43 @@
 #include <QJsonParseError>
 
 namespace {
-std::optional<QJsonObject> topObject(const QByteArray& body, QString* error)
+std::optional<QJsonDocument> parsed(const QByteArray& body, QString* error)
 {
     QJsonParseError parse;
-    const QJsonDocument doc = QJsonDocument::fromJson(body, &parse);
+    QJsonDocument doc = QJsonDocument::fromJson(body, &parse);
     if (parse.error != QJsonParseError::NoError) {
         *error = u"invalid JSON at offset " + QString::number(parse.offset) + u": " +
                  parse.errorString();
         return std::nullopt;
     }
-    if (!doc.isObject()) {
+    return doc;
+}
+
+std::optional<QJsonObject> topObject(const QByteArray& body, QString* error)
+{
+    const auto doc = parsed(body, error);
+    if (!doc)
+        return std::nullopt;
+    if (!doc->isObject()) {
         *error = QStringLiteral("expected an object at top level");
         return std::nullopt;
     }
-    return doc.object();
+    return doc->object();
+}
+
+// Each element of `array` read as a T, its path under `path`.
+template <typename T>
+std::optional<QList<T>> decodeItems(const QJsonArray& array, const QString& path, QString* error)
+{
+    QList<T> out;
+    out.reserve(array.size());
+    for (qsizetype i = 0; i < array.size(); ++i) {
+        auto item = T::fromJson(array.at(i), path + u'[' + QString::number(i) + u']', error);
+        if (!item)
+            return std::nullopt;
+        out.append(std::move(*item));
+    }
+    return out;
 }
 
 template <typename T> std::optional<QList<T>> decodeData(const QByteArray& body, QString* error)
@@ -34,15 +57,19 @@ template <typename T> std::optional<QList<T>> decodeData(const QByteArray& body,
         *error = r.error();
         return std::nullopt;
     }
-    QList<T> out;
-    out.reserve(data.size());
-    for (qsizetype i = 0; i < data.size(); ++i) {
-        auto item = T::fromJson(data.at(i), u"data[" + QString::number(i) + u']', error);
-        if (!item)
-            return std::nullopt;
-        out.append(std::move(*item));
+    return decodeItems<T>(data, QStringLiteral("data"), error);
+}
+
+template <typename T> std::optional<QList<T>> decodeBody(const QByteArray& body, QString* error)
+{
+    const auto doc = parsed(body, error);
+    if (!doc)
+        return std::nullopt;
+    if (!doc->isArray()) {
+        *error = QStringLiteral("expected an array at top level");
+        return std::nullopt;
     }
-    return out;
+    return decodeItems<T>(doc->array(), QString(), error);
 }
 
 template <typename T> QByteArray encodeArray(const QList<T>& items)
@@ -86,6 +113,27 @@ bool WireEnvelope::decodePomodoro(const QByteArray& body, std::optional<Pomodoro
         return false;
     *state = std::move(*decoded);
     return true;
+}
+
+std::optional<QList<WireTaskList>> WireEnvelope::decodeTasksBody(const QByteArray& body,
+                                                                 QString* error)
+{
+    return decodeBody<WireTaskList>(body, error);
+}
+
+std::optional<QList<WireHabit>> WireEnvelope::decodeHabitsBody(const QByteArray& body,
+                                                               QString* error)
+{
+    return decodeBody<WireHabit>(body, error);
+}
+
+std::optional<PomodoroState> WireEnvelope::decodePomodoroBody(const QByteArray& body,
+                                                              QString* error)
+{
+    const auto top = topObject(body, error);
+    if (!top)
+        return std::nullopt;
+    return PomodoroState::fromJson(*top, QString(), error);
 }
 
 bool WireEnvelope::decodeOk(const QByteArray& body, QString* error)

@@ -21,6 +21,12 @@ public:
                                QString* error);
     static bool decodeOk(const QByteArray& body, QString* error);
 
+    // PUT bodies as a server receives them: bare arrays, the bare dictionary.
+    static std::optional<QList<WireTaskList>> decodeTasksBody(const QByteArray& body,
+                                                              QString* error);
+    static std::optional<QList<WireHabit>> decodeHabitsBody(const QByteArray& body, QString* error);
+    static std::optional<PomodoroState> decodePomodoroBody(const QByteArray& body, QString* error);
+
     // PUT bodies: bare arrays or the bare dictionary, compact.
     static QByteArray encode(const QList<WireTaskList>& lists);
     static QByteArray encode(const QList<WireHabit>& habits);

@@ -1,0 +1,251 @@
+#include "Accounts.h"
+
+#include "Clock.h"
+#include "ServerDatabase.h"
+
+#include <QCryptographicHash>
+#include <QRegularExpression>
+#include <QSqlQuery>
+#include <QVariant>
+
+#include <sodium.h>
+
+namespace {
+// Argon2id at the cost recommended for interactive sign-ins, with a memory cost that
+// keeps a small server small: two passes over 19 MiB.
+constexpr unsigned long long passwordOps = 2;
+constexpr size_t passwordMemory = 19 * 1024 * 1024;
+// "Last used" is written at most this often per token, not on every request.
+constexpr qint64 lastUsedGranularityMs = 60'000;
+constexpr int tokenBytes = 32;
+
+qint64 nowMs()
+{
+    return Clock::now().toMSecsSinceEpoch();
+}
+
+QDateTime fromMs(const QVariant& value)
+{
+    return value.isNull() ? QDateTime() : QDateTime::fromMSecsSinceEpoch(value.toLongLong());
+}
+
+std::optional<QString> hashPassword(const QString& password)
+{
+    const QByteArray utf8 = password.toUtf8();
+    char hash[crypto_pwhash_STRBYTES];
+    if (crypto_pwhash_str(hash, utf8.constData(), size_t(utf8.size()), passwordOps,
+                          passwordMemory) != 0)
+        return std::nullopt; // out of memory
+    return QString::fromLatin1(hash);
+}
+} // namespace
+
+Accounts::Accounts(ServerDatabase& db)
+    : m_db(db)
+{
+    if (sodium_init() < 0)
+        qFatal("tidewell-server: libsodium could not start");
+}
+
+std::optional<QString> Accounts::nameProblem(const QString& name)
+{
+    static const QRegularExpression valid(QStringLiteral("^[A-Za-z0-9._-]{1,64}$"));
+    if (!valid.match(name).hasMatch())
+        return QStringLiteral("a user name is 1 to 64 letters, digits, \".\", \"_\" or \"-\"");
+    return std::nullopt;
+}
+
+std::optional<QString> Accounts::passwordProblem(const QString& password)
+{
+    if (password.size() < 8)
+        return QStringLiteral("a password needs at least 8 characters");
+    if (password.toUtf8().size() > 1024)
+        return QStringLiteral("a password may be at most 1024 bytes long");
+    return std::nullopt;
+}
+
+QString Accounts::hashOf(QByteArrayView secret)
+{
+    return QString::fromLatin1(
+        QCryptographicHash::hash(secret, QCryptographicHash::Sha256).toHex());
+}
+
+QString Accounts::randomSecret(int bytes)
+{
+    QByteArray raw(bytes, Qt::Uninitialized);
+    randombytes_buf(raw.data(), size_t(raw.size()));
+    return QString::fromLatin1(
+        raw.toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals));
+}
+
+bool Accounts::addUser(const QString& name, const QString& password, QString* error)
+{
+    std::optional<QString> problem = nameProblem(name);
+    if (!problem)
+        problem = passwordProblem(password);
+    if (problem) {
+        *error = *problem;
+        return false;
+    }
+    const auto hash = hashPassword(password);
+    if (!hash) {
+        *error = QStringLiteral("not enough memory to hash the password");
+        return false;
+    }
+    QSqlQuery q = m_db.prepare(
+        QStringLiteral("INSERT INTO users (name, password_hash, created_at) VALUES (?, ?, ?)"));
+    q.addBindValue(name);
+    q.addBindValue(*hash);
+    q.addBindValue(nowMs());
+    if (ServerDatabase::run(q, error))
+        return true;
+    if (ServerDatabase::isUniqueViolation(q))
+        *error = u"there is already a user named " + name;
+    return false;
+}
+
+bool Accounts::setPassword(const QString& name, const QString& password, QString* error)
+{
+    if (const auto problem = passwordProblem(password)) {
+        *error = *problem;
+        return false;
+    }
+    const auto hash = hashPassword(password);
+    if (!hash) {
+        *error = QStringLiteral("not enough memory to hash the password");
+        return false;
+    }
+    QSqlQuery q = m_db.prepare(QStringLiteral("UPDATE users SET password_hash = ? WHERE name = ?"));
+    q.addBindValue(*hash);
+    q.addBindValue(name);
+    if (!ServerDatabase::run(q, error))
+        return false;
+    if (q.numRowsAffected() != 1) {
+        *error = u"there is no user named " + name;
+        return false;
+    }
+    // A new password ends every browser session; tokens stay, as the apps hold them.
+    QSqlQuery sessions = m_db.prepare(QStringLiteral(
+        "DELETE FROM sessions WHERE user_id = (SELECT id FROM users WHERE name = ?)"));
+    sessions.addBindValue(name);
+    return ServerDatabase::run(sessions, error);
+}
+
+bool Accounts::removeUser(const QString& name, QString* error)
+{
+    // The foreign keys take the user's tokens, sessions and resources along.
+    QSqlQuery q = m_db.prepare(QStringLiteral("DELETE FROM users WHERE name = ?"));
+    q.addBindValue(name);
+    if (!ServerDatabase::run(q, error))
+        return false;
+    if (q.numRowsAffected() != 1) {
+        *error = u"there is no user named " + name;
+        return false;
+    }
+    return true;
+}
+
+std::optional<Accounts::User> Accounts::user(const QString& name, QString* error)
+{
+    QSqlQuery q = m_db.prepare(QStringLiteral("SELECT id, name FROM users WHERE name = ?"));
+    q.addBindValue(name);
+    if (!ServerDatabase::run(q, error) || !q.next())
+        return std::nullopt;
+    return User{q.value(0).toLongLong(), q.value(1).toString()};
+}
+
+QList<Accounts::User> Accounts::users(QString* error)
+{
+    QSqlQuery q = m_db.prepare(QStringLiteral("SELECT id, name FROM users ORDER BY name"));
+    QList<User> out;
+    if (!ServerDatabase::run(q, error))
+        return out;
+    while (q.next())
+        out.append({q.value(0).toLongLong(), q.value(1).toString()});
+    return out;
+}
+
+std::optional<Accounts::User> Accounts::checkPassword(const QString& name, const QString& password)
+{
+    QSqlQuery q =
+        m_db.prepare(QStringLiteral("SELECT id, name, password_hash FROM users WHERE name = ?"));
+    q.addBindValue(name);
+    const bool found = ServerDatabase::run(q, nullptr) && q.next();
+    // An unknown name costs a hash as well, so timing tells nobody which names exist.
+    static const QByteArray decoy = hashPassword(randomSecret(16)).value_or(QString()).toLatin1();
+    const QByteArray hash = found ? q.value(2).toString().toLatin1() : decoy;
+    const QByteArray utf8 = password.toUtf8();
+    const bool match =
+        !hash.isEmpty() &&
+        crypto_pwhash_str_verify(hash.constData(), utf8.constData(), size_t(utf8.size())) == 0;
+    if (!found || !match)
+        return std::nullopt;
+    return User{q.value(0).toLongLong(), q.value(1).toString()};
+}
+
+std::optional<QString> Accounts::createToken(qint64 userId, const QString& label, QString* error)
+{
+    const QString token = u"tw_" + randomSecret(tokenBytes);
+    QSqlQuery q = m_db.prepare(QStringLiteral(
+        "INSERT INTO tokens (user_id, token_hash, label, created_at) VALUES (?, ?, ?, ?)"));
+    q.addBindValue(userId);
+    q.addBindValue(hashOf(token.toLatin1()));
+    q.addBindValue(label.left(100));
+    q.addBindValue(nowMs());
+    if (!ServerDatabase::run(q, error))
+        return std::nullopt;
+    return token;
+}
+
+QList<Accounts::Token> Accounts::tokens(qint64 userId, QString* error)
+{
+    QSqlQuery q = m_db.prepare(QStringLiteral("SELECT id, label, created_at, last_used_at "
+                                              "FROM tokens WHERE user_id = ? ORDER BY id"));
+    q.addBindValue(userId);
+    QList<Token> out;
+    if (!ServerDatabase::run(q, error))
+        return out;
+    while (q.next())
+        out.append({q.value(0).toLongLong(), q.value(1).toString(), fromMs(q.value(2)),
+                    fromMs(q.value(3))});
+    return out;
+}
+
+bool Accounts::revokeToken(qint64 id, std::optional<qint64> owner, QString* error)
+{
+    QSqlQuery q =
+        m_db.prepare(owner ? QStringLiteral("DELETE FROM tokens WHERE id = ? AND user_id = ?")
+                           : QStringLiteral("DELETE FROM tokens WHERE id = ?"));
+    q.addBindValue(id);
+    if (owner)
+        q.addBindValue(*owner);
+    if (!ServerDatabase::run(q, error))
+        return false;
+    if (q.numRowsAffected() != 1) {
+        *error = QStringLiteral("there is no token %1").arg(id);
+        return false;
+    }
+    return true;
+}
+
+std::optional<qint64> Accounts::authenticate(QByteArrayView token)
+{
+    if (token.isEmpty() || token.size() > 256)
+        return std::nullopt;
+    QSqlQuery q = m_db.prepare(
+        QStringLiteral("SELECT id, user_id, last_used_at FROM tokens WHERE token_hash = ?"));
+    q.addBindValue(hashOf(token));
+    if (!ServerDatabase::run(q, nullptr) || !q.next())
+        return std::nullopt;
+    const qint64 id = q.value(0).toLongLong();
+    const qint64 userId = q.value(1).toLongLong();
+    const qint64 now = nowMs();
+    if (q.value(2).isNull() || now - q.value(2).toLongLong() >= lastUsedGranularityMs) {
+        QSqlQuery touch =
+            m_db.prepare(QStringLiteral("UPDATE tokens SET last_used_at = ? WHERE id = ?"));
+        touch.addBindValue(now);
+        touch.addBindValue(id);
+        ServerDatabase::run(touch, nullptr); // a missed note of use is no reason to refuse
+    }
+    return userId;
+}

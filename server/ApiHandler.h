@@ -1,0 +1,28 @@
+#pragma once
+
+#include "HttpAnswer.h"
+#include "HttpCall.h"
+
+class Accounts;
+class ResourceStore;
+class ServerDatabase;
+
+// The REST API the app syncs with: GET and whole-resource PUT of habits, task
+// lists and the timer state under /api/v1/, with a bearer token, and /healthz.
+// Every PUT body is read with the app's own decoders before anything is stored.
+class ApiHandler
+{
+public:
+    ApiHandler(ServerDatabase& db, Accounts& accounts, ResourceStore& resources);
+
+    // Whether `path` is this handler's.
+    static bool handles(const QString& path);
+    HttpAnswer handle(const HttpCall& call);
+
+private:
+    HttpAnswer resource(const HttpCall& call, const QString& name);
+
+    ServerDatabase& m_db;
+    Accounts& m_accounts;
+    ResourceStore& m_resources;
+};

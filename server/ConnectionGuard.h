@@ -1,0 +1,55 @@
+#pragma once
+
+#include <QSet>
+#include <QSslConfiguration>
+#include <QTcpServer>
+
+class QTcpSocket;
+
+// The listening socket, with the limits that keep one client from holding the
+// server: a cap on open connections, an idle timeout between requests, a deadline
+// for a request to arrive whole (slow senders), and caps on header and body size,
+// all enforced before the HTTP parser buffers anything large. With a TLS
+// configuration every connection is encrypted.
+class ConnectionGuard final : public QTcpServer
+{
+    Q_OBJECT
+
+public:
+    struct Limits
+    {
+        int maxConnections = 512;
+        int idleMs = 30'000;
+        int requestMs = 20'000;
+        qint64 maxHeaderBytes = 32 * 1024;
+        qint64 maxBodyBytes = 8 * 1024 * 1024;
+    };
+
+    explicit ConnectionGuard(Limits limits, QObject* parent = nullptr);
+
+    void setTls(const QSslConfiguration& tls) { m_tls = tls; }
+    bool isTls() const { return !m_tls.isNull(); }
+    int openConnections() const { return int(m_sockets.size()); }
+    const Limits& limits() const { return m_limits; }
+
+    // Stops accepting and lets open connections finish their request; emits
+    // drained() when none is left (or after `graceMs`).
+    void drain(int graceMs);
+
+signals:
+    void drained();
+
+protected:
+    void incomingConnection(qintptr descriptor) override;
+
+private:
+    void inspect(QTcpSocket* socket);
+    // Answers `status` on the raw socket and closes it; the parser never sees the request.
+    static void refuse(QTcpSocket* socket, int status, const QByteArray& reason);
+    void checkDrained();
+
+    Limits m_limits;
+    QSslConfiguration m_tls;
+    QSet<QTcpSocket*> m_sockets; // open, whoever owns them now
+    bool m_draining = false;
+};

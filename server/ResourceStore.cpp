@@ -1,0 +1,144 @@
+#include "ResourceStore.h"
+
+#include "Clock.h"
+#include "ServerDatabase.h"
+
+#include <QSqlQuery>
+#include <QVariant>
+
+ResourceStore::ResourceStore(ServerDatabase& db)
+    : m_db(db)
+{}
+
+std::optional<ResourceStore::Kind> ResourceStore::kindNamed(QStringView name)
+{
+    if (name == u"habits")
+        return Kind::Habits;
+    if (name == u"tasks")
+        return Kind::Tasks;
+    if (name == u"pomodoro")
+        return Kind::Pomodoro;
+    return std::nullopt;
+}
+
+QString ResourceStore::nameOf(Kind kind)
+{
+    switch (kind) {
+    case Kind::Habits:
+        return QStringLiteral("habits");
+    case Kind::Tasks:
+        return QStringLiteral("tasks");
+    case Kind::Pomodoro:
+        break;
+    }
+    return QStringLiteral("pomodoro");
+}
+
+bool ResourceStore::current(qint64 userId, Kind kind, std::optional<QByteArray>* body,
+                            QString* error)
+{
+    QSqlQuery q = m_db.prepare(QStringLiteral(
+        "SELECT r.body FROM resource_heads h JOIN resources r ON r.user_id = h.user_id "
+        "AND r.kind = h.kind AND r.version = h.version WHERE h.user_id = ? AND h.kind = ?"));
+    q.addBindValue(userId);
+    q.addBindValue(nameOf(kind));
+    if (!ServerDatabase::run(q, error))
+        return false;
+    if (q.next())
+        *body = q.value(0).toString().toUtf8();
+    else
+        body->reset();
+    return true;
+}
+
+bool ResourceStore::store(qint64 userId, Kind kind, const QByteArray& body, QString* error)
+{
+    const QString name = nameOf(kind);
+    QSqlQuery head = m_db.prepare(
+        QStringLiteral("INSERT INTO resource_heads (user_id, kind, version) VALUES (?, ?, 0) "
+                       "ON CONFLICT DO NOTHING"));
+    head.addBindValue(userId);
+    head.addBindValue(name);
+    // Taking the next number locks the head row until the transaction ends.
+    QSqlQuery next = m_db.prepare(QStringLiteral(
+        "UPDATE resource_heads SET version = version + 1 WHERE user_id = ? AND kind = ? "
+        "RETURNING version"));
+    next.addBindValue(userId);
+    next.addBindValue(name);
+    if (!ServerDatabase::run(head, error) || !ServerDatabase::run(next, error))
+        return false;
+    if (!next.next()) {
+        *error = QStringLiteral("no such user");
+        return false;
+    }
+    const qint64 version = next.value(0).toLongLong();
+    next.finish();
+    QSqlQuery insert = m_db.prepare(QStringLiteral(
+        "INSERT INTO resources (user_id, kind, version, body, created_at) VALUES (?, ?, ?, ?, ?)"));
+    insert.addBindValue(userId);
+    insert.addBindValue(name);
+    insert.addBindValue(version);
+    insert.addBindValue(QString::fromUtf8(body));
+    insert.addBindValue(Clock::now().toMSecsSinceEpoch());
+    QSqlQuery prune = m_db.prepare(
+        QStringLiteral("DELETE FROM resources WHERE user_id = ? AND kind = ? AND version <= ?"));
+    prune.addBindValue(userId);
+    prune.addBindValue(name);
+    prune.addBindValue(version - KeptVersions - 1);
+    return ServerDatabase::run(insert, error) && ServerDatabase::run(prune, error);
+}
+
+bool ResourceStore::put(qint64 userId, Kind kind, const QByteArray& body, QString* error)
+{
+    if (!m_db.begin()) {
+        *error = QStringLiteral("cannot begin a transaction");
+        return false;
+    }
+    if (!store(userId, kind, body, error)) {
+        m_db.rollback();
+        return false;
+    }
+    if (!m_db.commit()) {
+        *error = QStringLiteral("the transaction could not be committed");
+        m_db.rollback();
+        return false;
+    }
+    return true;
+}
+
+QList<ResourceStore::Version> ResourceStore::history(qint64 userId, Kind kind, QString* error)
+{
+    QSqlQuery q = m_db.prepare(
+        QStringLiteral("SELECT r.version, r.created_at, LENGTH(r.body), h.version FROM resources r "
+                       "JOIN resource_heads h ON h.user_id = r.user_id AND h.kind = r.kind "
+                       "WHERE r.user_id = ? AND r.kind = ? ORDER BY r.version DESC"));
+    q.addBindValue(userId);
+    q.addBindValue(nameOf(kind));
+    QList<Version> out;
+    if (!ServerDatabase::run(q, error))
+        return out;
+    while (q.next()) {
+        const qint64 number = q.value(0).toLongLong();
+        out.append({number, QDateTime::fromMSecsSinceEpoch(q.value(1).toLongLong()),
+                    q.value(2).toLongLong(), number == q.value(3).toLongLong()});
+    }
+    return out;
+}
+
+bool ResourceStore::restore(qint64 userId, Kind kind, qint64 number, QString* error)
+{
+    QSqlQuery q = m_db.prepare(QStringLiteral(
+        "SELECT body FROM resources WHERE user_id = ? AND kind = ? AND version = ?"));
+    q.addBindValue(userId);
+    q.addBindValue(nameOf(kind));
+    q.addBindValue(number);
+    if (!ServerDatabase::run(q, error))
+        return false;
+    if (!q.next()) {
+        *error = QStringLiteral("there is no version %1 of %2").arg(number).arg(nameOf(kind));
+        return false;
+    }
+    const QByteArray body = q.value(0).toString().toUtf8();
+    q.finish();
+    return put(userId, kind, body, error);
+}

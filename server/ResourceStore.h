@@ -1,0 +1,48 @@
+#pragma once
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QList>
+#include <QString>
+
+#include <optional>
+
+class ServerDatabase;
+
+// Each user's three resources, stored whole as the app sends them, with the
+// versions before the current one kept so that an operator can undo a bad push.
+class ResourceStore
+{
+public:
+    enum class Kind { Habits, Tasks, Pomodoro };
+    static constexpr int KeptVersions = 20; // besides the current one
+
+    struct Version
+    {
+        qint64 number = 0;
+        QDateTime createdAt;
+        qint64 bytes = 0;
+        bool current = false;
+    };
+
+    explicit ResourceStore(ServerDatabase& db);
+
+    static std::optional<Kind> kindNamed(QStringView name);
+    static QString nameOf(Kind kind);
+
+    // The current body; absent when the user never stored one. False on a
+    // database failure.
+    bool current(qint64 userId, Kind kind, std::optional<QByteArray>* body, QString* error);
+    // Stores `body` as the new current version, in one transaction, and forgets
+    // versions older than the kept ones.
+    bool put(qint64 userId, Kind kind, const QByteArray& body, QString* error);
+    // Newest first.
+    QList<Version> history(qint64 userId, Kind kind, QString* error);
+    // Makes a copy of version `number` the current one.
+    bool restore(qint64 userId, Kind kind, qint64 number, QString* error);
+
+private:
+    bool store(qint64 userId, Kind kind, const QByteArray& body, QString* error);
+
+    ServerDatabase& m_db;
+};
