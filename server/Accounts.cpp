@@ -92,14 +92,11 @@ bool Accounts::addUser(const QString& name, const QString& password, QString* er
         *error = QStringLiteral("not enough memory to hash the password");
         return false;
     }
-    QSqlQuery q = m_db.prepare(
-        QStringLiteral("INSERT INTO users (name, password_hash, created_at) VALUES (?, ?, ?)"));
-    q.addBindValue(name);
-    q.addBindValue(*hash);
-    q.addBindValue(nowMs());
-    if (ServerDatabase::run(q, error))
+    if (m_db.exec(
+            QStringLiteral("INSERT INTO users (name, password_hash, created_at) VALUES (?, ?, ?)"),
+            {name, *hash, nowMs()}, error))
         return true;
-    if (ServerDatabase::isUniqueViolation(q))
+    if (m_db.lastWasUniqueViolation())
         *error = u"there is already a user named " + name;
     return false;
 }
@@ -115,30 +112,28 @@ bool Accounts::setPassword(const QString& name, const QString& password, QString
         *error = QStringLiteral("not enough memory to hash the password");
         return false;
     }
-    QSqlQuery q = m_db.prepare(QStringLiteral("UPDATE users SET password_hash = ? WHERE name = ?"));
-    q.addBindValue(*hash);
-    q.addBindValue(name);
-    if (!ServerDatabase::run(q, error))
+    QSqlQuery* q = m_db.exec(QStringLiteral("UPDATE users SET password_hash = ? WHERE name = ?"),
+                             {*hash, name}, error);
+    if (!q)
         return false;
-    if (q.numRowsAffected() != 1) {
+    if (q->numRowsAffected() != 1) {
         *error = u"there is no user named " + name;
         return false;
     }
     // A new password ends every browser session; tokens stay, as the apps hold them.
-    QSqlQuery sessions = m_db.prepare(QStringLiteral(
-        "DELETE FROM sessions WHERE user_id = (SELECT id FROM users WHERE name = ?)"));
-    sessions.addBindValue(name);
-    return ServerDatabase::run(sessions, error);
+    return m_db.exec(
+        QStringLiteral(
+            "DELETE FROM sessions WHERE user_id = (SELECT id FROM users WHERE name = ?)"),
+        {name}, error);
 }
 
 bool Accounts::removeUser(const QString& name, QString* error)
 {
     // The foreign keys take the user's tokens, sessions and resources along.
-    QSqlQuery q = m_db.prepare(QStringLiteral("DELETE FROM users WHERE name = ?"));
-    q.addBindValue(name);
-    if (!ServerDatabase::run(q, error))
+    QSqlQuery* q = m_db.exec(QStringLiteral("DELETE FROM users WHERE name = ?"), {name}, error);
+    if (!q)
         return false;
-    if (q.numRowsAffected() != 1) {
+    if (q->numRowsAffected() != 1) {
         *error = u"there is no user named " + name;
         return false;
     }
@@ -147,81 +142,74 @@ bool Accounts::removeUser(const QString& name, QString* error)
 
 std::optional<Accounts::User> Accounts::user(const QString& name, QString* error)
 {
-    QSqlQuery q = m_db.prepare(QStringLiteral("SELECT id, name FROM users WHERE name = ?"));
-    q.addBindValue(name);
-    if (!ServerDatabase::run(q, error) || !q.next())
+    QSqlQuery* q =
+        m_db.exec(QStringLiteral("SELECT id, name FROM users WHERE name = ?"), {name}, error);
+    if (!q || !q->next())
         return std::nullopt;
-    return User{q.value(0).toLongLong(), q.value(1).toString()};
+    return User{q->value(0).toLongLong(), q->value(1).toString()};
 }
 
 QList<Accounts::User> Accounts::users(QString* error)
 {
-    QSqlQuery q = m_db.prepare(QStringLiteral("SELECT id, name FROM users ORDER BY name"));
+    QSqlQuery* q = m_db.exec(QStringLiteral("SELECT id, name FROM users ORDER BY name"), {}, error);
     QList<User> out;
-    if (!ServerDatabase::run(q, error))
-        return out;
-    while (q.next())
-        out.append({q.value(0).toLongLong(), q.value(1).toString()});
+    while (q && q->next())
+        out.append({q->value(0).toLongLong(), q->value(1).toString()});
     return out;
 }
 
 std::optional<Accounts::User> Accounts::checkPassword(const QString& name, const QString& password)
 {
-    QSqlQuery q =
-        m_db.prepare(QStringLiteral("SELECT id, name, password_hash FROM users WHERE name = ?"));
-    q.addBindValue(name);
-    const bool found = ServerDatabase::run(q, nullptr) && q.next();
+    QSqlQuery* q = m_db.exec(
+        QStringLiteral("SELECT id, name, password_hash FROM users WHERE name = ?"), {name});
+    std::optional<User> who;
+    QByteArray hash;
+    if (q && q->next()) {
+        who = User{q->value(0).toLongLong(), q->value(1).toString()};
+        hash = q->value(2).toString().toLatin1();
+    }
     // An unknown name costs a hash as well, so timing tells nobody which names exist.
     static const QByteArray decoy = hashPassword(randomSecret(16)).value_or(QString()).toLatin1();
-    const QByteArray hash = found ? q.value(2).toString().toLatin1() : decoy;
+    if (!who)
+        hash = decoy;
     const QByteArray utf8 = password.toUtf8();
     const bool match =
         !hash.isEmpty() &&
         crypto_pwhash_str_verify(hash.constData(), utf8.constData(), size_t(utf8.size())) == 0;
-    if (!found || !match)
-        return std::nullopt;
-    return User{q.value(0).toLongLong(), q.value(1).toString()};
+    return match ? who : std::nullopt;
 }
 
 std::optional<QString> Accounts::createToken(qint64 userId, const QString& label, QString* error)
 {
     const QString token = u"tw_" + randomSecret(tokenBytes);
-    QSqlQuery q = m_db.prepare(QStringLiteral(
-        "INSERT INTO tokens (user_id, token_hash, label, created_at) VALUES (?, ?, ?, ?)"));
-    q.addBindValue(userId);
-    q.addBindValue(hashOf(token.toLatin1()));
-    q.addBindValue(label.left(100));
-    q.addBindValue(nowMs());
-    if (!ServerDatabase::run(q, error))
+    if (!m_db.exec(QStringLiteral("INSERT INTO tokens (user_id, token_hash, label, created_at) "
+                                  "VALUES (?, ?, ?, ?)"),
+                   {userId, hashOf(token.toLatin1()), label.left(100), nowMs()}, error))
         return std::nullopt;
     return token;
 }
 
 QList<Accounts::Token> Accounts::tokens(qint64 userId, QString* error)
 {
-    QSqlQuery q = m_db.prepare(QStringLiteral("SELECT id, label, created_at, last_used_at "
-                                              "FROM tokens WHERE user_id = ? ORDER BY id"));
-    q.addBindValue(userId);
+    QSqlQuery* q = m_db.exec(QStringLiteral("SELECT id, label, created_at, last_used_at "
+                                            "FROM tokens WHERE user_id = ? ORDER BY id"),
+                             {userId}, error);
     QList<Token> out;
-    if (!ServerDatabase::run(q, error))
-        return out;
-    while (q.next())
-        out.append({q.value(0).toLongLong(), q.value(1).toString(), fromMs(q.value(2)),
-                    fromMs(q.value(3))});
+    while (q && q->next())
+        out.append({q->value(0).toLongLong(), q->value(1).toString(), fromMs(q->value(2)),
+                    fromMs(q->value(3))});
     return out;
 }
 
 bool Accounts::revokeToken(qint64 id, std::optional<qint64> owner, QString* error)
 {
-    QSqlQuery q =
-        m_db.prepare(owner ? QStringLiteral("DELETE FROM tokens WHERE id = ? AND user_id = ?")
-                           : QStringLiteral("DELETE FROM tokens WHERE id = ?"));
-    q.addBindValue(id);
-    if (owner)
-        q.addBindValue(*owner);
-    if (!ServerDatabase::run(q, error))
+    QSqlQuery* q =
+        owner ? m_db.exec(QStringLiteral("DELETE FROM tokens WHERE id = ? AND user_id = ?"),
+                          {id, *owner}, error)
+              : m_db.exec(QStringLiteral("DELETE FROM tokens WHERE id = ?"), {id}, error);
+    if (!q)
         return false;
-    if (q.numRowsAffected() != 1) {
+    if (q->numRowsAffected() != 1) {
         *error = QStringLiteral("there is no token %1").arg(id);
         return false;
     }
@@ -232,20 +220,17 @@ std::optional<qint64> Accounts::authenticate(QByteArrayView token)
 {
     if (token.isEmpty() || token.size() > 256)
         return std::nullopt;
-    QSqlQuery q = m_db.prepare(
-        QStringLiteral("SELECT id, user_id, last_used_at FROM tokens WHERE token_hash = ?"));
-    q.addBindValue(hashOf(token));
-    if (!ServerDatabase::run(q, nullptr) || !q.next())
+    QSqlQuery* q = m_db.exec(
+        QStringLiteral("SELECT id, user_id, last_used_at FROM tokens WHERE token_hash = ?"),
+        {hashOf(token)});
+    if (!q || !q->next())
         return std::nullopt;
-    const qint64 id = q.value(0).toLongLong();
-    const qint64 userId = q.value(1).toLongLong();
+    const qint64 id = q->value(0).toLongLong();
+    const qint64 userId = q->value(1).toLongLong();
+    const QVariant lastUsed = q->value(2);
     const qint64 now = nowMs();
-    if (q.value(2).isNull() || now - q.value(2).toLongLong() >= lastUsedGranularityMs) {
-        QSqlQuery touch =
-            m_db.prepare(QStringLiteral("UPDATE tokens SET last_used_at = ? WHERE id = ?"));
-        touch.addBindValue(now);
-        touch.addBindValue(id);
-        ServerDatabase::run(touch, nullptr); // a missed note of use is no reason to refuse
-    }
+    if (lastUsed.isNull() || now - lastUsed.toLongLong() >= lastUsedGranularityMs)
+        // A missed note of use is no reason to refuse the request.
+        m_db.exec(QStringLiteral("UPDATE tokens SET last_used_at = ? WHERE id = ?"), {now, id});
     return userId;
 }

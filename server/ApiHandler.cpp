@@ -73,8 +73,7 @@ HttpAnswer ApiHandler::handle(const HttpCall& call)
     if (call.path == u"/healthz") {
         if (call.method != "GET" && call.method != "HEAD")
             return notAllowed("GET, HEAD");
-        QSqlQuery probe = m_db.prepare(QStringLiteral("SELECT 1"));
-        if (!ServerDatabase::run(probe, nullptr))
+        if (!m_db.exec(QStringLiteral("SELECT 1")))
             return HttpAnswer::error(503, QStringLiteral("the database does not answer"));
         return HttpAnswer::json(200, QByteArrayLiteral("{\"ok\":true}"));
     }

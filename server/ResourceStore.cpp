@@ -37,15 +37,15 @@ QString ResourceStore::nameOf(Kind kind)
 bool ResourceStore::current(qint64 userId, Kind kind, std::optional<QByteArray>* body,
                             QString* error)
 {
-    QSqlQuery q = m_db.prepare(QStringLiteral(
-        "SELECT r.body FROM resource_heads h JOIN resources r ON r.user_id = h.user_id "
-        "AND r.kind = h.kind AND r.version = h.version WHERE h.user_id = ? AND h.kind = ?"));
-    q.addBindValue(userId);
-    q.addBindValue(nameOf(kind));
-    if (!ServerDatabase::run(q, error))
+    QSqlQuery* q = m_db.exec(
+        QStringLiteral(
+            "SELECT r.body FROM resource_heads h JOIN resources r ON r.user_id = h.user_id "
+            "AND r.kind = h.kind AND r.version = h.version WHERE h.user_id = ? AND h.kind = ?"),
+        {userId, nameOf(kind)}, error);
+    if (!q)
         return false;
-    if (q.next())
-        *body = q.value(0).toString().toUtf8();
+    if (q->next())
+        *body = q->value(0).toString().toUtf8();
     else
         body->reset();
     return true;
@@ -54,38 +54,30 @@ bool ResourceStore::current(qint64 userId, Kind kind, std::optional<QByteArray>*
 bool ResourceStore::store(qint64 userId, Kind kind, const QByteArray& body, QString* error)
 {
     const QString name = nameOf(kind);
-    QSqlQuery head = m_db.prepare(
-        QStringLiteral("INSERT INTO resource_heads (user_id, kind, version) VALUES (?, ?, 0) "
-                       "ON CONFLICT DO NOTHING"));
-    head.addBindValue(userId);
-    head.addBindValue(name);
-    // Taking the next number locks the head row until the transaction ends.
-    QSqlQuery next = m_db.prepare(QStringLiteral(
-        "UPDATE resource_heads SET version = version + 1 WHERE user_id = ? AND kind = ? "
-        "RETURNING version"));
-    next.addBindValue(userId);
-    next.addBindValue(name);
-    if (!ServerDatabase::run(head, error) || !ServerDatabase::run(next, error))
+    if (!m_db.exec(QStringLiteral("INSERT INTO resource_heads (user_id, kind, version) "
+                                  "VALUES (?, ?, 0) ON CONFLICT DO NOTHING"),
+                   {userId, name}, error))
         return false;
-    if (!next.next()) {
+    // Taking the next number locks the head row until the transaction ends.
+    QSqlQuery* next = m_db.exec(QStringLiteral("UPDATE resource_heads SET version = version + 1 "
+                                               "WHERE user_id = ? AND kind = ? RETURNING version"),
+                                {userId, name}, error);
+    if (!next)
+        return false;
+    if (!next->next()) {
         *error = QStringLiteral("no such user");
         return false;
     }
-    const qint64 version = next.value(0).toLongLong();
-    next.finish();
-    QSqlQuery insert = m_db.prepare(QStringLiteral(
-        "INSERT INTO resources (user_id, kind, version, body, created_at) VALUES (?, ?, ?, ?, ?)"));
-    insert.addBindValue(userId);
-    insert.addBindValue(name);
-    insert.addBindValue(version);
-    insert.addBindValue(QString::fromUtf8(body));
-    insert.addBindValue(Clock::now().toMSecsSinceEpoch());
-    QSqlQuery prune = m_db.prepare(
-        QStringLiteral("DELETE FROM resources WHERE user_id = ? AND kind = ? AND version <= ?"));
-    prune.addBindValue(userId);
-    prune.addBindValue(name);
-    prune.addBindValue(version - KeptVersions - 1);
-    return ServerDatabase::run(insert, error) && ServerDatabase::run(prune, error);
+    const qint64 version = next->value(0).toLongLong();
+    next->finish();
+    return m_db.exec(
+               QStringLiteral("INSERT INTO resources (user_id, kind, version, body, "
+                              "created_at) VALUES (?, ?, ?, ?, ?)"),
+               {userId, name, version, QString::fromUtf8(body), Clock::now().toMSecsSinceEpoch()},
+               error) &&
+           m_db.exec(QStringLiteral(
+                         "DELETE FROM resources WHERE user_id = ? AND kind = ? AND version <= ?"),
+                     {userId, name, version - KeptVersions - 1}, error);
 }
 
 bool ResourceStore::put(qint64 userId, Kind kind, const QByteArray& body, QString* error)
@@ -108,37 +100,32 @@ bool ResourceStore::put(qint64 userId, Kind kind, const QByteArray& body, QStrin
 
 QList<ResourceStore::Version> ResourceStore::history(qint64 userId, Kind kind, QString* error)
 {
-    QSqlQuery q = m_db.prepare(
+    QSqlQuery* q = m_db.exec(
         QStringLiteral("SELECT r.version, r.created_at, LENGTH(r.body), h.version FROM resources r "
                        "JOIN resource_heads h ON h.user_id = r.user_id AND h.kind = r.kind "
-                       "WHERE r.user_id = ? AND r.kind = ? ORDER BY r.version DESC"));
-    q.addBindValue(userId);
-    q.addBindValue(nameOf(kind));
+                       "WHERE r.user_id = ? AND r.kind = ? ORDER BY r.version DESC"),
+        {userId, nameOf(kind)}, error);
     QList<Version> out;
-    if (!ServerDatabase::run(q, error))
-        return out;
-    while (q.next()) {
-        const qint64 number = q.value(0).toLongLong();
-        out.append({number, QDateTime::fromMSecsSinceEpoch(q.value(1).toLongLong()),
-                    q.value(2).toLongLong(), number == q.value(3).toLongLong()});
+    while (q && q->next()) {
+        const qint64 number = q->value(0).toLongLong();
+        out.append({number, QDateTime::fromMSecsSinceEpoch(q->value(1).toLongLong()),
+                    q->value(2).toLongLong(), number == q->value(3).toLongLong()});
     }
     return out;
 }
 
 bool ResourceStore::restore(qint64 userId, Kind kind, qint64 number, QString* error)
 {
-    QSqlQuery q = m_db.prepare(QStringLiteral(
-        "SELECT body FROM resources WHERE user_id = ? AND kind = ? AND version = ?"));
-    q.addBindValue(userId);
-    q.addBindValue(nameOf(kind));
-    q.addBindValue(number);
-    if (!ServerDatabase::run(q, error))
+    QSqlQuery* q = m_db.exec(
+        QStringLiteral("SELECT body FROM resources WHERE user_id = ? AND kind = ? AND version = ?"),
+        {userId, nameOf(kind), number}, error);
+    if (!q)
         return false;
-    if (!q.next()) {
+    if (!q->next()) {
         *error = QStringLiteral("there is no version %1 of %2").arg(number).arg(nameOf(kind));
         return false;
     }
-    const QByteArray body = q.value(0).toString().toUtf8();
-    q.finish();
+    const QByteArray body = q->value(0).toString().toUtf8();
+    q->finish();
     return put(userId, kind, body, error);
 }

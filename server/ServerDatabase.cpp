@@ -151,6 +151,7 @@ ServerDatabase::ServerDatabase(Engine engine, QString connection)
 
 ServerDatabase::~ServerDatabase()
 {
+    qDeleteAll(m_statements);
     {
         QSqlDatabase db = QSqlDatabase::database(m_connection, false);
         db.close();
@@ -158,21 +159,34 @@ ServerDatabase::~ServerDatabase()
     QSqlDatabase::removeDatabase(m_connection);
 }
 
-QSqlQuery ServerDatabase::prepare(const QString& sql) const
+QSqlQuery* ServerDatabase::exec(const QString& sql, const QVariantList& values, QString* error)
 {
-    QSqlQuery query(QSqlDatabase::database(m_connection, false));
-    query.setForwardOnly(true);
-    query.prepare(sql);
-    return query;
-}
-
-bool ServerDatabase::run(QSqlQuery& query, QString* error)
-{
-    if (query.exec())
-        return true;
+    QSqlQuery*& query = m_statements[sql];
+    if (!query) {
+        query = new QSqlQuery(QSqlDatabase::database(m_connection, false));
+        query->setForwardOnly(true);
+        if (!query->prepare(sql)) {
+            if (error)
+                *error = errorOf(query->lastError());
+            delete query;
+            m_statements.remove(sql);
+            return nullptr;
+        }
+    }
+    query->finish();
+    for (qsizetype i = 0; i < values.size(); ++i)
+        query->bindValue(int(i), values.at(i));
+    m_uniqueViolation = false;
+    if (query->exec())
+        return query;
+    const QSqlError failure = query->lastError();
+    // SQLite: SQLITE_CONSTRAINT_UNIQUE / _PRIMARYKEY; PostgreSQL: unique_violation.
+    const QString code = failure.nativeErrorCode();
+    m_uniqueViolation = code == u"2067" || code == u"1555" || code == u"23505" ||
+                        failure.databaseText().contains(u"UNIQUE constraint failed");
     if (error)
-        *error = errorOf(query.lastError());
-    return false;
+        *error = errorOf(failure);
+    return nullptr;
 }
 
 bool ServerDatabase::begin()
@@ -188,14 +202,6 @@ bool ServerDatabase::commit()
 void ServerDatabase::rollback()
 {
     QSqlDatabase::database(m_connection, false).rollback();
-}
-
-bool ServerDatabase::isUniqueViolation(const QSqlQuery& query)
-{
-    const QString code = query.lastError().nativeErrorCode();
-    // SQLite: SQLITE_CONSTRAINT_UNIQUE / _PRIMARYKEY; PostgreSQL: unique_violation.
-    return code == u"2067" || code == u"1555" || code == u"23505" ||
-           query.lastError().databaseText().contains(u"UNIQUE constraint failed");
 }
 
 bool ServerDatabase::migrate(QString* error)
@@ -218,11 +224,11 @@ bool ServerDatabase::migrate(QString* error)
         return false;
     };
     if (db.tables().contains(QStringLiteral("tws_meta"))) {
-        QSqlQuery q = prepare(QStringLiteral("SELECT value FROM tws_meta WHERE key = 'schema'"));
-        QString why;
-        if (!run(q, &why))
-            return fail(why);
+        QSqlQuery q(db);
+        if (!q.exec(QStringLiteral("SELECT value FROM tws_meta WHERE key = 'schema'")))
+            return fail(errorOf(q.lastError()));
         const int version = q.next() ? q.value(0).toInt() : 0;
+        q.finish();
         QSqlQuery(db).exec(QStringLiteral("ROLLBACK"));
         if (version > SchemaVersion) {
             *error = QStringLiteral("the database was written by a newer tidewell-server "
@@ -245,12 +251,10 @@ bool ServerDatabase::migrate(QString* error)
         if (!q.exec(QString::fromUtf8(statement).replace(QStringLiteral("%ID%"), id)))
             return fail(errorOf(q.lastError()));
     }
-    QSqlQuery version =
-        prepare(QStringLiteral("INSERT INTO tws_meta (key, value) VALUES ('schema', ?)"));
-    version.addBindValue(QString::number(SchemaVersion));
-    QString why;
-    if (!run(version, &why))
-        return fail(why);
+    QSqlQuery version(db);
+    if (!version.exec(QStringLiteral("INSERT INTO tws_meta (key, value) VALUES ('schema', '%1')")
+                          .arg(SchemaVersion)))
+        return fail(errorOf(version.lastError()));
     QSqlQuery done(db);
     if (!done.exec(QStringLiteral("COMMIT")))
         return fail(errorOf(done.lastError()));

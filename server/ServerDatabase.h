@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QHash>
 #include <QSqlDatabase>
 #include <QString>
 #include <QVariant>
@@ -31,18 +32,18 @@ public:
     ServerDatabase& operator=(const ServerDatabase&) = delete;
 
     Engine engine() const { return m_engine; }
-    // A prepared query on this connection; `ok` false and the reason in `error`
-    // when it cannot be prepared.
-    QSqlQuery prepare(const QString& sql) const;
-    // Runs a prepared query; false with the reason on failure.
-    static bool run(QSqlQuery& query, QString* error);
+    // Runs `sql` with `values` bound to its "?" in order. The statement is prepared
+    // once per connection and kept, which saves PostgreSQL two round trips a query.
+    // The query (to read rows from) stays valid until the same SQL runs again; null,
+    // with the reason, on failure.
+    QSqlQuery* exec(const QString& sql, const QVariantList& values = {}, QString* error = nullptr);
 
     bool begin();
     bool commit();
     void rollback();
 
-    // Whether a failed statement was refused by a uniqueness constraint.
-    static bool isUniqueViolation(const QSqlQuery& query);
+    // Whether the last failed exec() was refused by a uniqueness constraint.
+    bool lastWasUniqueViolation() const { return m_uniqueViolation; }
 
 private:
     ServerDatabase(Engine engine, QString connection);
@@ -50,4 +51,6 @@ private:
 
     Engine m_engine;
     QString m_connection;
+    QHash<QString, QSqlQuery*> m_statements;
+    bool m_uniqueViolation = false;
 };
