@@ -5,14 +5,6 @@
 #include <QTimer>
 
 namespace {
-const char* const idleTimerName = "tws_idle";
-const char* const requestTimerName = "tws_request";
-
-QTimer* timerOf(QTcpSocket* socket, const char* name)
-{
-    return socket->findChild<QTimer*>(QLatin1String(name), Qt::FindDirectChildrenOnly);
-}
-
 // The Content-Length of the request whose headers are `head`; -1 without one.
 qint64 contentLength(const QByteArray& head)
 {
@@ -41,34 +33,30 @@ void ConnectionGuard::incomingConnection(qintptr descriptor)
         delete socket;
         return;
     }
-    if (m_draining || m_sockets.size() >= m_limits.maxConnections) {
+    if (m_draining || m_incoming.size() >= m_limits.maxConnections) {
         refuse(socket, 503, "too many connections");
         return;
     }
-    m_sockets.insert(socket);
+    Incoming& incoming = m_incoming[socket];
     connect(socket, &QObject::destroyed, this, [this, socket] {
-        m_sockets.remove(socket);
+        m_incoming.remove(socket);
         checkDrained();
     });
     connect(socket, &QAbstractSocket::disconnected, socket, &QObject::deleteLater);
 
-    auto* idle = new QTimer(socket);
-    idle->setObjectName(QLatin1String(idleTimerName));
-    idle->setSingleShot(true);
-    idle->setInterval(m_limits.idleMs);
-    connect(idle, &QTimer::timeout, socket, [socket] { socket->abort(); });
-    idle->start();
-    auto* request = new QTimer(socket);
-    request->setObjectName(QLatin1String(requestTimerName));
-    request->setSingleShot(true);
-    request->setInterval(m_limits.requestMs);
-    connect(request, &QTimer::timeout, socket, [socket] {
-        if (socket->bytesAvailable() > 0)
-            refuse(socket, 408, "the request did not arrive in time");
-    });
+    incoming.idle = new QTimer(socket);
+    incoming.idle->setSingleShot(true);
+    incoming.idle->setInterval(m_limits.idleMs);
+    connect(incoming.idle, &QTimer::timeout, socket, &QAbstractSocket::abort);
+    incoming.idle->start();
+    incoming.request = new QTimer(socket);
+    incoming.request->setSingleShot(true);
+    incoming.request->setInterval(m_limits.requestMs);
+    connect(incoming.request, &QTimer::timeout, socket,
+            [socket] { refuse(socket, 408, "the request did not arrive in time"); });
     // Connected before the HTTP parser's own slot, so every check runs first.
     connect(socket, &QIODevice::readyRead, this, [this, socket] { inspect(socket); });
-    connect(socket, &QIODevice::bytesWritten, idle, qOverload<>(&QTimer::start));
+    connect(socket, &QIODevice::bytesWritten, incoming.idle, qOverload<>(&QTimer::start));
 
     if (auto* tls = qobject_cast<QSslSocket*>(socket)) {
         tls->setSslConfiguration(m_tls);
@@ -80,33 +68,45 @@ void ConnectionGuard::incomingConnection(qintptr descriptor)
 
 void ConnectionGuard::inspect(QTcpSocket* socket)
 {
-    timerOf(socket, idleTimerName)->start();
-    // The parser reads a request only once it is whole and gives back what it took
-    // until then, so what is available now is the request under way (and any next).
-    const qint64 available = socket->bytesAvailable();
-    if (available <= 0)
+    const auto found = m_incoming.find(socket);
+    if (found == m_incoming.end())
         return;
-    QTimer* request = timerOf(socket, requestTimerName);
-    if (!request->isActive())
-        request->start();
-
-    const QByteArray head = socket->peek(std::min(available, m_limits.maxHeaderBytes + 4));
-    const qsizetype end = head.indexOf("\r\n\r\n");
-    if (end < 0) {
-        if (available > m_limits.maxHeaderBytes)
-            refuse(socket, 431, "request headers too large");
+    Incoming& in = *found;
+    in.idle->start();
+    const qint64 fresh = socket->bytesAvailable();
+    if (fresh <= 0)
         return;
+    if (in.received == 0)
+        in.request->start();
+    in.received += fresh;
+    if (!in.headerDone) {
+        in.head += socket->peek(std::min(fresh, m_limits.maxHeaderBytes + 4 - in.head.size()));
+        const qsizetype end = in.head.indexOf("\r\n\r\n");
+        if (end < 0) {
+            if (in.head.size() > m_limits.maxHeaderBytes)
+                refuse(socket, 431, "request headers too large");
+            return;
+        }
+        in.headerDone = true;
+        if (contentLength(in.head.left(end)) > m_limits.maxBodyBytes) {
+            refuse(socket, 413, "request body too large");
+            return;
+        }
+        in.head.clear();
     }
-    if (contentLength(head.left(end)) > m_limits.maxBodyBytes ||
-        available > m_limits.maxHeaderBytes + m_limits.maxBodyBytes) {
+    if (in.received > m_limits.maxHeaderBytes + m_limits.maxBodyBytes)
         refuse(socket, 413, "request body too large");
+}
+
+void ConnectionGuard::requestTaken(QTcpSocket* socket)
+{
+    const auto found = m_incoming.find(socket);
+    if (found == m_incoming.end())
         return;
-    }
-    // After the parser has had its turn: a request taken whole ends the deadline.
-    QTimer::singleShot(0, socket, [socket, request] {
-        if (socket->bytesAvailable() == 0)
-            request->stop();
-    });
+    found->request->stop();
+    found->head.clear();
+    found->headerDone = false;
+    found->received = 0;
 }
 
 void ConnectionGuard::refuse(QTcpSocket* socket, int status, const QByteArray& reason)
@@ -135,12 +135,12 @@ void ConnectionGuard::drain(int graceMs)
     m_draining = true;
     close();
     // Idle keep-alive connections go now; one with a request under way may finish it.
-    for (QTcpSocket* socket : std::as_const(m_sockets)) {
-        if (socket->bytesAvailable() == 0)
-            socket->disconnectFromHost();
+    for (auto it = m_incoming.cbegin(); it != m_incoming.cend(); ++it) {
+        if (it->received == 0)
+            it.key()->disconnectFromHost();
     }
     QTimer::singleShot(graceMs, this, [this] {
-        for (QTcpSocket* socket : m_sockets.values())
+        for (QTcpSocket* socket : m_incoming.keys())
             socket->abort();
         emit drained();
     });
@@ -149,6 +149,6 @@ void ConnectionGuard::drain(int graceMs)
 
 void ConnectionGuard::checkDrained()
 {
-    if (m_draining && m_sockets.isEmpty())
+    if (m_draining && m_incoming.isEmpty())
         QTimer::singleShot(0, this, &ConnectionGuard::drained);
 }

@@ -1,10 +1,11 @@
 #pragma once
 
-#include <QSet>
+#include <QHash>
 #include <QSslConfiguration>
 #include <QTcpServer>
 
 class QTcpSocket;
+class QTimer;
 
 // The listening socket, with the limits that keep one client from holding the
 // server: a cap on open connections, an idle timeout between requests, a deadline
@@ -29,12 +30,14 @@ public:
 
     void setTls(const QSslConfiguration& tls) { m_tls = tls; }
     bool isTls() const { return !m_tls.isNull(); }
-    int openConnections() const { return int(m_sockets.size()); }
+    int openConnections() const { return int(m_incoming.size()); }
     const Limits& limits() const { return m_limits; }
 
     // Stops accepting and lets open connections finish their request; emits
     // drained() when none is left (or after `graceMs`).
     void drain(int graceMs);
+    // The parser has taken a whole request off `socket`: the next bytes start another.
+    void requestTaken(QTcpSocket* socket);
 
 signals:
     void drained();
@@ -50,6 +53,17 @@ private:
 
     Limits m_limits;
     QSslConfiguration m_tls;
-    QSet<QTcpSocket*> m_sockets; // open, whoever owns them now
+    // What has arrived of the request under way on one connection. The parser reads
+    // everything as it comes, so each readyRead carries only new bytes.
+    struct Incoming
+    {
+        QByteArray head; // up to the end of the headers
+        bool headerDone = false;
+        qint64 received = 0;
+        QTimer* idle = nullptr;
+        QTimer* request = nullptr;
+    };
+
+    QHash<QTcpSocket*, Incoming> m_incoming; // open connections, whoever owns them now
     bool m_draining = false;
 };

@@ -22,6 +22,7 @@ HttpFrontend::HttpFrontend(Handler handler, QObject* parent)
 
 void HttpFrontend::serve(ConnectionGuard* guard)
 {
+    m_guard = guard;
     bind(guard);
 }
 
@@ -35,6 +36,8 @@ bool HttpFrontend::handleRequest(const QHttpServerRequest& request, QTcpSocket* 
     call.body = request.body();
     call.peer = request.remoteAddress();
     call.secure = qobject_cast<QSslSocket*>(socket) != nullptr;
+    if (m_guard)
+        m_guard->requestTaken(socket);
     const HttpAnswer answer = m_handler(call);
 
     QHttpServerResponder responder = makeResponder(request, socket);

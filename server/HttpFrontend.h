@@ -4,6 +4,7 @@
 #include "HttpCall.h"
 
 #include <QAbstractHttpServer>
+#include <QPointer>
 
 #include <functional>
 
@@ -29,4 +30,5 @@ protected:
 
 private:
     Handler m_handler;
+    QPointer<ConnectionGuard> m_guard;
 };

@@ -38,8 +38,8 @@ SyncServer::SyncServer(Options options, std::unique_ptr<ServerDatabase> db)
 
 SyncServer::~SyncServer()
 {
-    delete m_frontend;
-    delete m_guard;
+    delete m_frontend.data();
+    delete m_guard.data();
 }
 
 bool SyncServer::listen(QString* error)

@@ -6,6 +6,7 @@
 
 #include <QHostAddress>
 #include <QObject>
+#include <QPointer>
 #include <QStringList>
 
 #include <memory>
@@ -62,6 +63,6 @@ private:
     std::unique_ptr<Accounts> m_accounts;
     std::unique_ptr<ResourceStore> m_resources;
     std::unique_ptr<ApiHandler> m_api;
-    ConnectionGuard* m_guard = nullptr;
-    HttpFrontend* m_frontend = nullptr;
+    QPointer<ConnectionGuard> m_guard; // owned by the frontend once it serves it
+    QPointer<HttpFrontend> m_frontend;
 };

@@ -1,0 +1,309 @@
+#include "Accounts.h"
+#include "Clock.h"
+#include "ResourceStore.h"
+#include "ServerDatabase.h"
+#include "SyncServer.h"
+#include "TestDatabase.h"
+#include "WireEnvelope.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSignalSpy>
+#include <QSqlQuery>
+#include <QTcpSocket>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+// The sync API, the accounts and the connection limits, on the engine this run
+// names (the suite runs once on SQLite and once on PostgreSQL).
+class TestServer final : public QObject
+{
+    Q_OBJECT
+
+    std::unique_ptr<TestDatabase> m_db;
+    std::unique_ptr<SyncServer> m_server;
+    QString m_token;
+    qint64 m_userId = 0;
+
+    HttpAnswer call(const QByteArray& method, const QString& path, const QByteArray& body = {},
+                    const QString& token = u"<own>"_s, const QByteArray& type = "application/json")
+    {
+        HttpCall c;
+        c.method = method;
+        c.path = path;
+        c.body = body;
+        const QString bearer = token == u"<own>" ? m_token : token;
+        if (!bearer.isNull())
+            c.headers.append({"Authorization", "Bearer " + bearer.toUtf8()});
+        if (!type.isEmpty())
+            c.headers.append({"Content-Type", type});
+        return m_server->handle(c);
+    }
+
+    static QList<WireHabit> habits()
+    {
+        return {
+            {u"1F4A7"_s, u"Water"_s, u"#3B82F6"_s, 8, 3, u"2026-03-01T07:00:00Z"_s},
+            {u"🧘"_s, u"Stretch \"daily\""_s, u"#10B981"_s, 120, 130, u"2026-03-02T07:00:00Z"_s}};
+    }
+
+    static QList<WireTaskList> lists()
+    {
+        WireTaskList inbox{u"Inbox & more"_s, 1, {}};
+        inbox.tasks = {{u"Buy milk"_s, std::nullopt, true, {}}, {u"Call Ann"_s, 2, false, {}}};
+        return {inbox, WireTaskList{u"Empty"_s, std::nullopt, {}}};
+    }
+
+    static PomodoroState timer()
+    {
+        PomodoroState s;
+        for (const QString& key : PomodoroState::keys())
+            s.setValue(key, u"0"_s);
+        s.setInteger(u"pomodoroDuration"_s, 50);
+        s.setBool(u"autoStart"_s, true);
+        s.setValue(u"firstPomodoroCountDate"_s, u"2026-03-01T07:00:00Z"_s);
+        return s;
+    }
+
+private slots:
+    void init()
+    {
+        m_db = std::make_unique<TestDatabase>();
+        QVERIFY2(!m_db->url().isEmpty(), qPrintable(m_db->problem()));
+        SyncServer::Options options;
+        options.database = m_db->url();
+        options.port = 0;
+        QString error;
+        m_server = SyncServer::create(options, &error);
+        QVERIFY2(m_server, qPrintable(error));
+        Accounts& accounts = m_server->accounts();
+        QVERIFY2(accounts.addUser(u"ann"_s, u"correct horse"_s, &error), qPrintable(error));
+        m_userId = accounts.user(u"ann"_s)->id;
+        m_token = accounts.createToken(m_userId, u"test"_s, &error).value_or(QString());
+        QVERIFY(m_token.startsWith(u"tw_"));
+    }
+
+    void cleanup()
+    {
+        m_server.reset();
+        m_db.reset();
+    }
+
+    // What the app PUTs comes back from GET as the app decodes it; before the first
+    // PUT a resource is empty.
+    void resourcesRoundTrip()
+    {
+        QCOMPARE(call("GET", u"/api/v1/habits"_s).body, "{\"data\":[]}"_ba);
+        QCOMPARE(call("GET", u"/api/v1/tasks"_s).body, "{\"data\":[]}"_ba);
+        QCOMPARE(call("GET", u"/api/v1/pomodoro"_s).body, "{\"data\":null}"_ba);
+
+        QCOMPARE(call("PUT", u"/api/v1/habits"_s, WireEnvelope::encode(habits())).status, 200);
+        QCOMPARE(call("PUT", u"/api/v1/tasks"_s, WireEnvelope::encode(lists())).status, 200);
+        const HttpAnswer put = call("PUT", u"/api/v1/pomodoro"_s, WireEnvelope::encode(timer()));
+        QCOMPARE(put.status, 200);
+        QString why;
+        QVERIFY(WireEnvelope::decodeOk(put.body, &why));
+
+        QCOMPARE(WireEnvelope::decodeHabits(call("GET", u"/api/v1/habits"_s).body, &why).value(),
+                 habits());
+        QCOMPARE(WireEnvelope::decodeTasks(call("GET", u"/api/v1/tasks"_s).body, &why).value(),
+                 lists());
+        std::optional<PomodoroState> state;
+        QVERIFY(
+            WireEnvelope::decodePomodoro(call("GET", u"/api/v1/pomodoro"_s).body, &state, &why));
+        QCOMPARE(state, timer());
+
+        // Another user's token sees nothing of it.
+        QString error;
+        QVERIFY(m_server->accounts().addUser(u"bo"_s, u"another pass"_s, &error));
+        const auto other = m_server->accounts().createToken(m_server->accounts().user(u"bo"_s)->id,
+                                                            u"x"_s, &error);
+        QCOMPARE(call("GET", u"/api/v1/habits"_s, {}, *other).body, "{\"data\":[]}"_ba);
+    }
+
+    void refusalsStoreNothing_data()
+    {
+        QTest::addColumn<QByteArray>("method");
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<QString>("token"); // null: no Authorization header
+        QTest::addColumn<QByteArray>("type");
+        QTest::addColumn<int>("status");
+        const QByteArray good = WireEnvelope::encode(QList<WireHabit>{});
+        const auto row = [](const char* name, const QByteArray& method, const QString& path,
+                            const QByteArray& body, const QString& token, const QByteArray& type,
+                            int status) {
+            QTest::newRow(name) << method << path << body << token << type << status;
+        };
+        const QString own = u"<own>"_s;
+        row("no token", "PUT", u"/api/v1/habits"_s, good, QString(), "application/json", 401);
+        row("unknown token", "PUT", u"/api/v1/habits"_s, good, u"tw_nope"_s, "application/json",
+            401);
+        row("not JSON", "PUT", u"/api/v1/habits"_s, "[{", own, "application/json", 400);
+        row("object, not array", "PUT", u"/api/v1/habits"_s, "{}", own, "application/json", 400);
+        row("missing key", "PUT", u"/api/v1/habits"_s, R"([{"icon":"x","name":"y"}])", own,
+            "application/json", 400);
+        row("number as timer value", "PUT", u"/api/v1/pomodoro"_s, R"({"pomodoroDuration":25})",
+            own, "application/json", 400);
+        row("absurdly deep", "PUT", u"/api/v1/tasks"_s,
+            QByteArray(5000, '[') + QByteArray(5000, ']'), own, "application/json", 400);
+        row("form post", "PUT", u"/api/v1/habits"_s, good, own, "application/x-www-form-urlencoded",
+            415);
+        row("delete", "DELETE", u"/api/v1/habits"_s, {}, own, {}, 405);
+        row("unknown resource", "GET", u"/api/v1/secrets"_s, {}, own, {}, 404);
+        row("unknown path", "GET", u"/admin"_s, {}, own, {}, 404);
+    }
+
+    void refusalsStoreNothing()
+    {
+        QFETCH(QByteArray, method);
+        QFETCH(QString, path);
+        QFETCH(QByteArray, body);
+        QFETCH(QString, token);
+        QFETCH(QByteArray, type);
+        QFETCH(int, status);
+        QCOMPARE(call("PUT", u"/api/v1/habits"_s, WireEnvelope::encode(habits())).status, 200);
+        QCOMPARE(call("PUT", u"/api/v1/tasks"_s, WireEnvelope::encode(lists())).status, 200);
+        const QByteArray habitsBefore = call("GET", u"/api/v1/habits"_s).body;
+        const QByteArray tasksBefore = call("GET", u"/api/v1/tasks"_s).body;
+
+        const HttpAnswer answer = call(method, path, body, token, type);
+        QCOMPARE(answer.status, status);
+        QVERIFY2(QJsonDocument::fromJson(answer.body).object().contains(u"error"),
+                 answer.body.constData());
+        if (status == 401)
+            QVERIFY(answer.headers.contains(
+                std::pair<QByteArray, QByteArray>("WWW-Authenticate", "Bearer")));
+        QCOMPARE(call("GET", u"/api/v1/habits"_s).body, habitsBefore);
+        QCOMPARE(call("GET", u"/api/v1/tasks"_s).body, tasksBefore);
+        QCOMPARE(call("GET", u"/api/v1/pomodoro"_s).body, "{\"data\":null}"_ba);
+    }
+
+    void keepsTwentyVersionsAndRestores()
+    {
+        ResourceStore& store = m_server->resources();
+        const auto bodyFor = [](int i) {
+            QList<WireHabit> h = habits();
+            h[0].currentValue = i;
+            return WireEnvelope::encode(h);
+        };
+        for (int i = 1; i <= 25; ++i)
+            QCOMPARE(call("PUT", u"/api/v1/habits"_s, bodyFor(i)).status, 200);
+        QString error;
+        QList<ResourceStore::Version> versions =
+            store.history(m_userId, ResourceStore::Kind::Habits, &error);
+        QCOMPARE(versions.size(), ResourceStore::KeptVersions + 1);
+        QCOMPARE(versions.first().number, 25);
+        QVERIFY(versions.first().current);
+        QCOMPARE(versions.last().number, 5);
+
+        QVERIFY(!store.restore(m_userId, ResourceStore::Kind::Habits, 4, &error));
+        QVERIFY(store.restore(m_userId, ResourceStore::Kind::Habits, 10, &error));
+        QCOMPARE(call("GET", u"/api/v1/habits"_s).body, "{\"data\":" + bodyFor(10) + '}');
+        versions = store.history(m_userId, ResourceStore::Kind::Habits, &error);
+        QCOMPARE(versions.first().number, 26);
+        QCOMPARE(versions.size(), ResourceStore::KeptVersions + 1);
+    }
+
+    // Passwords and tokens are kept only as hashes; a revoked token and a removed
+    // user are refused at once, and removing a user removes their data.
+    void accountsAndTokens()
+    {
+        Accounts& accounts = m_server->accounts();
+        QString error;
+        QCOMPARE(accounts.checkPassword(u"ann"_s, u"correct horse"_s)->id, m_userId);
+        QVERIFY(!accounts.checkPassword(u"ann"_s, u"Correct horse"_s));
+        QVERIFY(!accounts.checkPassword(u"nobody"_s, u"correct horse"_s));
+        QVERIFY(!accounts.addUser(u"ann"_s, u"whatever pass"_s, &error));
+        QCOMPARE(error, u"there is already a user named ann"_s);
+        QVERIFY(!accounts.addUser(u"a b"_s, u"whatever pass"_s, &error));
+        QVERIFY(!accounts.addUser(u"cy"_s, u"short"_s, &error));
+        QVERIFY(accounts.setPassword(u"ann"_s, u"battery staple"_s, &error));
+        QVERIFY(accounts.checkPassword(u"ann"_s, u"battery staple"_s));
+
+        const QString second = *accounts.createToken(m_userId, u"laptop"_s, &error);
+        QSqlQuery* stored = m_server->database().exec(
+            u"SELECT token_hash, label FROM tokens UNION ALL SELECT password_hash, name FROM users"_s);
+        while (stored->next()) {
+            QVERIFY(!stored->value(0).toString().contains(m_token.mid(3)));
+            QVERIFY(!stored->value(0).toString().contains(u"battery"));
+        }
+        const QList<Accounts::Token> tokens = accounts.tokens(m_userId);
+        QCOMPARE(tokens.size(), 2);
+        QCOMPARE(tokens.at(1).label, u"laptop"_s);
+        QVERIFY(!tokens.at(1).lastUsedAt.isValid());
+        QCOMPARE(call("GET", u"/api/v1/habits"_s, {}, second).status, 200);
+        QVERIFY(accounts.tokens(m_userId).at(1).lastUsedAt.isValid());
+
+        QVERIFY(!accounts.revokeToken(tokens.at(1).id, m_userId + 1, &error)); // not theirs
+        QVERIFY(accounts.revokeToken(tokens.at(1).id, m_userId, &error));
+        QCOMPARE(call("GET", u"/api/v1/habits"_s, {}, second).status, 401);
+        QCOMPARE(call("GET", u"/api/v1/habits"_s).status, 200);
+
+        QCOMPARE(call("PUT", u"/api/v1/habits"_s, WireEnvelope::encode(habits())).status, 200);
+        QVERIFY(accounts.removeUser(u"ann"_s, &error));
+        QCOMPARE(call("GET", u"/api/v1/habits"_s).status, 401);
+        QSqlQuery* left = m_server->database().exec(u"SELECT COUNT(*) FROM resources"_s);
+        QVERIFY(left && left->next());
+        QCOMPARE(left->value(0).toInt(), 0);
+    }
+
+    // A client cannot hold the server: oversized requests are refused before they
+    // are read, slow and idle ones are cut off, and connections are capped.
+    void connectionLimits()
+    {
+        m_server.reset();
+        SyncServer::Options options;
+        options.database = m_db->url();
+        options.port = 0;
+        options.limits = {3, 600, 300, 1024, 2048};
+        QString error;
+        m_server = SyncServer::create(options, &error);
+        QVERIFY(m_server && m_server->listen(&error));
+        const auto open = [this] {
+            auto socket = std::make_unique<QTcpSocket>();
+            socket->connectToHost(QHostAddress::LocalHost, m_server->port());
+            return socket;
+        };
+        const auto answerOf = [](QTcpSocket& socket) {
+            (void)QTest::qWaitFor(
+                [&] {
+                    return socket.bytesAvailable() > 0 ||
+                           socket.state() == QAbstractSocket::UnconnectedState;
+                },
+                5000);
+            return socket.readAll();
+        };
+
+        auto keepAlive = open();
+        keepAlive->write("GET /healthz HTTP/1.1\r\nHost: x\r\n\r\n");
+        QVERIFY(answerOf(*keepAlive).startsWith("HTTP/1.1 200"));
+        keepAlive->write("GET /healthz HTTP/1.1\r\nHost: x\r\n\r\n");
+        QVERIFY(answerOf(*keepAlive).startsWith("HTTP/1.1 200"));
+
+        auto big = open();
+        big->write("PUT /api/v1/habits HTTP/1.1\r\nHost: x\r\nContent-Length: 5000\r\n\r\n[");
+        QVERIFY(answerOf(*big).startsWith("HTTP/1.1 413"));
+        auto header = open();
+        header->write("GET /healthz HTTP/1.1\r\nX-Pad: " + QByteArray(2000, 'a'));
+        QVERIFY(answerOf(*header).startsWith("HTTP/1.1 431"));
+        auto slow = open();
+        slow->write("GET /healthz HTTP/1.1\r\nHo");
+        QVERIFY(answerOf(*slow).startsWith("HTTP/1.1 408"));
+        QTRY_COMPARE(slow->state(), QAbstractSocket::UnconnectedState);
+        // The idle keep-alive connection is closed.
+        QTRY_COMPARE_WITH_TIMEOUT(keepAlive->state(), QAbstractSocket::UnconnectedState, 3000);
+
+        QList<std::shared_ptr<QTcpSocket>> held;
+        for (int i = 0; i < 3; ++i) {
+            held.append(open());
+            QTRY_COMPARE(held.last()->state(), QAbstractSocket::ConnectedState);
+        }
+        auto fourth = open();
+        QVERIFY(answerOf(*fourth).startsWith("HTTP/1.1 503"));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestServer)
+#include "tst_server.moc"
