@@ -5,7 +5,6 @@
 
 #include <QCryptographicHash>
 #include <QRegularExpression>
-#include <QSqlQuery>
 #include <QVariant>
 
 #include <sodium.h>
@@ -112,28 +111,29 @@ bool Accounts::setPassword(const QString& name, const QString& password, QString
         *error = QStringLiteral("not enough memory to hash the password");
         return false;
     }
-    QSqlQuery* q = m_db.exec(QStringLiteral("UPDATE users SET password_hash = ? WHERE name = ?"),
+    const auto q = m_db.exec(QStringLiteral("UPDATE users SET password_hash = ? WHERE name = ?"),
                              {*hash, name}, error);
     if (!q)
         return false;
-    if (q->numRowsAffected() != 1) {
+    if (q->affected != 1) {
         *error = u"there is no user named " + name;
         return false;
     }
     // A new password ends every browser session; tokens stay, as the apps hold them.
-    return m_db.exec(
-        QStringLiteral(
-            "DELETE FROM sessions WHERE user_id = (SELECT id FROM users WHERE name = ?)"),
-        {name}, error);
+    return m_db
+        .exec(QStringLiteral(
+                  "DELETE FROM sessions WHERE user_id = (SELECT id FROM users WHERE name = ?)"),
+              {name}, error)
+        .has_value();
 }
 
 bool Accounts::removeUser(const QString& name, QString* error)
 {
     // The foreign keys take the user's tokens, sessions and resources along.
-    QSqlQuery* q = m_db.exec(QStringLiteral("DELETE FROM users WHERE name = ?"), {name}, error);
+    const auto q = m_db.exec(QStringLiteral("DELETE FROM users WHERE name = ?"), {name}, error);
     if (!q)
         return false;
-    if (q->numRowsAffected() != 1) {
+    if (q->affected != 1) {
         *error = u"there is no user named " + name;
         return false;
     }
@@ -142,31 +142,31 @@ bool Accounts::removeUser(const QString& name, QString* error)
 
 std::optional<Accounts::User> Accounts::user(const QString& name, QString* error)
 {
-    QSqlQuery* q =
+    const auto q =
         m_db.exec(QStringLiteral("SELECT id, name FROM users WHERE name = ?"), {name}, error);
-    if (!q || !q->next())
+    if (!q || q->rows.isEmpty())
         return std::nullopt;
-    return User{q->value(0).toLongLong(), q->value(1).toString()};
+    return User{q->rows[0][0].toLongLong(), q->rows[0][1].toString()};
 }
 
 QList<Accounts::User> Accounts::users(QString* error)
 {
-    QSqlQuery* q = m_db.exec(QStringLiteral("SELECT id, name FROM users ORDER BY name"), {}, error);
+    const auto q = m_db.exec(QStringLiteral("SELECT id, name FROM users ORDER BY name"), {}, error);
     QList<User> out;
-    while (q && q->next())
-        out.append({q->value(0).toLongLong(), q->value(1).toString()});
+    for (const QVariantList& row : q ? q->rows : QList<QVariantList>())
+        out.append({row[0].toLongLong(), row[1].toString()});
     return out;
 }
 
 std::optional<Accounts::User> Accounts::checkPassword(const QString& name, const QString& password)
 {
-    QSqlQuery* q = m_db.exec(
+    const auto q = m_db.exec(
         QStringLiteral("SELECT id, name, password_hash FROM users WHERE name = ?"), {name});
     std::optional<User> who;
     QByteArray hash;
-    if (q && q->next()) {
-        who = User{q->value(0).toLongLong(), q->value(1).toString()};
-        hash = q->value(2).toString().toLatin1();
+    if (q && !q->rows.isEmpty()) {
+        who = User{q->rows[0][0].toLongLong(), q->rows[0][1].toString()};
+        hash = q->rows[0][2].toString().toLatin1();
     }
     // An unknown name costs a hash as well, so timing tells nobody which names exist.
     static const QByteArray decoy = hashPassword(randomSecret(16)).value_or(QString()).toLatin1();
@@ -191,25 +191,24 @@ std::optional<QString> Accounts::createToken(qint64 userId, const QString& label
 
 QList<Accounts::Token> Accounts::tokens(qint64 userId, QString* error)
 {
-    QSqlQuery* q = m_db.exec(QStringLiteral("SELECT id, label, created_at, last_used_at "
+    const auto q = m_db.exec(QStringLiteral("SELECT id, label, created_at, last_used_at "
                                             "FROM tokens WHERE user_id = ? ORDER BY id"),
                              {userId}, error);
     QList<Token> out;
-    while (q && q->next())
-        out.append({q->value(0).toLongLong(), q->value(1).toString(), fromMs(q->value(2)),
-                    fromMs(q->value(3))});
+    for (const QVariantList& row : q ? q->rows : QList<QVariantList>())
+        out.append({row[0].toLongLong(), row[1].toString(), fromMs(row[2]), fromMs(row[3])});
     return out;
 }
 
 bool Accounts::revokeToken(qint64 id, std::optional<qint64> owner, QString* error)
 {
-    QSqlQuery* q =
+    const auto q =
         owner ? m_db.exec(QStringLiteral("DELETE FROM tokens WHERE id = ? AND user_id = ?"),
                           {id, *owner}, error)
               : m_db.exec(QStringLiteral("DELETE FROM tokens WHERE id = ?"), {id}, error);
     if (!q)
         return false;
-    if (q->numRowsAffected() != 1) {
+    if (q->affected != 1) {
         *error = QStringLiteral("there is no token %1").arg(id);
         return false;
     }
@@ -220,14 +219,14 @@ std::optional<qint64> Accounts::authenticate(QByteArrayView token)
 {
     if (token.isEmpty() || token.size() > 256)
         return std::nullopt;
-    QSqlQuery* q = m_db.exec(
+    const auto q = m_db.exec(
         QStringLiteral("SELECT id, user_id, last_used_at FROM tokens WHERE token_hash = ?"),
         {hashOf(token)});
-    if (!q || !q->next())
+    if (!q || q->rows.isEmpty())
         return std::nullopt;
-    const qint64 id = q->value(0).toLongLong();
-    const qint64 userId = q->value(1).toLongLong();
-    const QVariant lastUsed = q->value(2);
+    const qint64 id = q->rows[0][0].toLongLong();
+    const qint64 userId = q->rows[0][1].toLongLong();
+    const QVariant lastUsed = q->rows[0][2];
     const qint64 now = nowMs();
     if (lastUsed.isNull() || now - lastUsed.toLongLong() >= lastUsedGranularityMs)
         // A missed note of use is no reason to refuse the request.

@@ -3,7 +3,6 @@
 #include "Clock.h"
 #include "ServerDatabase.h"
 
-#include <QSqlQuery>
 #include <QVariant>
 
 ResourceStore::ResourceStore(ServerDatabase& db)
@@ -37,15 +36,15 @@ QString ResourceStore::nameOf(Kind kind)
 bool ResourceStore::current(qint64 userId, Kind kind, std::optional<QByteArray>* body,
                             QString* error)
 {
-    QSqlQuery* q = m_db.exec(
+    const auto q = m_db.exec(
         QStringLiteral(
             "SELECT r.body FROM resource_heads h JOIN resources r ON r.user_id = h.user_id "
             "AND r.kind = h.kind AND r.version = h.version WHERE h.user_id = ? AND h.kind = ?"),
         {userId, nameOf(kind)}, error);
     if (!q)
         return false;
-    if (q->next())
-        *body = q->value(0).toString().toUtf8();
+    if (!q->rows.isEmpty())
+        *body = q->rows[0][0].toString().toUtf8();
     else
         body->reset();
     return true;
@@ -59,17 +58,16 @@ bool ResourceStore::store(qint64 userId, Kind kind, const QByteArray& body, QStr
                    {userId, name}, error))
         return false;
     // Taking the next number locks the head row until the transaction ends.
-    QSqlQuery* next = m_db.exec(QStringLiteral("UPDATE resource_heads SET version = version + 1 "
+    const auto next = m_db.exec(QStringLiteral("UPDATE resource_heads SET version = version + 1 "
                                                "WHERE user_id = ? AND kind = ? RETURNING version"),
                                 {userId, name}, error);
     if (!next)
         return false;
-    if (!next->next()) {
+    if (next->rows.isEmpty()) {
         *error = QStringLiteral("no such user");
         return false;
     }
-    const qint64 version = next->value(0).toLongLong();
-    next->finish();
+    const qint64 version = next->rows[0][0].toLongLong();
     return m_db.exec(
                QStringLiteral("INSERT INTO resources (user_id, kind, version, body, "
                               "created_at) VALUES (?, ?, ?, ?, ?)"),
@@ -77,7 +75,8 @@ bool ResourceStore::store(qint64 userId, Kind kind, const QByteArray& body, QStr
                error) &&
            m_db.exec(QStringLiteral(
                          "DELETE FROM resources WHERE user_id = ? AND kind = ? AND version <= ?"),
-                     {userId, name, version - KeptVersions - 1}, error);
+                     {userId, name, version - KeptVersions - 1}, error)
+               .has_value();
 }
 
 bool ResourceStore::put(qint64 userId, Kind kind, const QByteArray& body, QString* error)
@@ -100,32 +99,31 @@ bool ResourceStore::put(qint64 userId, Kind kind, const QByteArray& body, QStrin
 
 QList<ResourceStore::Version> ResourceStore::history(qint64 userId, Kind kind, QString* error)
 {
-    QSqlQuery* q = m_db.exec(
+    const auto q = m_db.exec(
         QStringLiteral("SELECT r.version, r.created_at, LENGTH(r.body), h.version FROM resources r "
                        "JOIN resource_heads h ON h.user_id = r.user_id AND h.kind = r.kind "
                        "WHERE r.user_id = ? AND r.kind = ? ORDER BY r.version DESC"),
         {userId, nameOf(kind)}, error);
     QList<Version> out;
-    while (q && q->next()) {
-        const qint64 number = q->value(0).toLongLong();
-        out.append({number, QDateTime::fromMSecsSinceEpoch(q->value(1).toLongLong()),
-                    q->value(2).toLongLong(), number == q->value(3).toLongLong()});
+    for (const QVariantList& row : q ? q->rows : QList<QVariantList>()) {
+        const qint64 number = row[0].toLongLong();
+        out.append({number, QDateTime::fromMSecsSinceEpoch(row[1].toLongLong()),
+                    row[2].toLongLong(), number == row[3].toLongLong()});
     }
     return out;
 }
 
 bool ResourceStore::restore(qint64 userId, Kind kind, qint64 number, QString* error)
 {
-    QSqlQuery* q = m_db.exec(
+    const auto q = m_db.exec(
         QStringLiteral("SELECT body FROM resources WHERE user_id = ? AND kind = ? AND version = ?"),
         {userId, nameOf(kind), number}, error);
     if (!q)
         return false;
-    if (!q->next()) {
+    if (q->rows.isEmpty()) {
         *error = QStringLiteral("there is no version %1 of %2").arg(number).arg(nameOf(kind));
         return false;
     }
-    const QByteArray body = q->value(0).toString().toUtf8();
-    q->finish();
+    const QByteArray body = q->rows[0][0].toString().toUtf8();
     return put(userId, kind, body, error);
 }

@@ -5,6 +5,7 @@
 #include <QSqlDriver>
 #include <QSqlError>
 #include <QSqlQuery>
+#include <QSqlRecord>
 #include <QStandardPaths>
 #include <QUrl>
 #include <QUrlQuery>
@@ -159,7 +160,8 @@ ServerDatabase::~ServerDatabase()
     QSqlDatabase::removeDatabase(m_connection);
 }
 
-QSqlQuery* ServerDatabase::exec(const QString& sql, const QVariantList& values, QString* error)
+std::optional<ServerDatabase::Result>
+ServerDatabase::exec(const QString& sql, const QVariantList& values, QString* error)
 {
     QSqlQuery*& query = m_statements[sql];
     if (!query) {
@@ -170,23 +172,35 @@ QSqlQuery* ServerDatabase::exec(const QString& sql, const QVariantList& values, 
                 *error = errorOf(query->lastError());
             delete query;
             m_statements.remove(sql);
-            return nullptr;
+            return std::nullopt;
         }
     }
-    query->finish();
     for (qsizetype i = 0; i < values.size(); ++i)
         query->bindValue(int(i), values.at(i));
     m_uniqueViolation = false;
-    if (query->exec())
-        return query;
+    if (query->exec()) {
+        Result result;
+        result.affected = query->numRowsAffected();
+        const int columns = query->record().count();
+        while (query->next()) {
+            QVariantList row;
+            row.reserve(columns);
+            for (int i = 0; i < columns; ++i)
+                row.append(query->value(i));
+            result.rows.append(std::move(row));
+        }
+        query->finish();
+        return result;
+    }
     const QSqlError failure = query->lastError();
     // SQLite: SQLITE_CONSTRAINT_UNIQUE / _PRIMARYKEY; PostgreSQL: unique_violation.
     const QString code = failure.nativeErrorCode();
     m_uniqueViolation = code == u"2067" || code == u"1555" || code == u"23505" ||
                         failure.databaseText().contains(u"UNIQUE constraint failed");
+    query->finish();
     if (error)
         *error = errorOf(failure);
-    return nullptr;
+    return std::nullopt;
 }
 
 bool ServerDatabase::begin()

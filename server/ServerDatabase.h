@@ -32,11 +32,20 @@ public:
     ServerDatabase& operator=(const ServerDatabase&) = delete;
 
     Engine engine() const { return m_engine; }
-    // Runs `sql` with `values` bound to its "?" in order. The statement is prepared
-    // once per connection and kept, which saves PostgreSQL two round trips a query.
-    // The query (to read rows from) stays valid until the same SQL runs again; null,
-    // with the reason, on failure.
-    QSqlQuery* exec(const QString& sql, const QVariantList& values = {}, QString* error = nullptr);
+    struct Result
+    {
+        QList<QVariantList> rows;
+        int affected = 0;
+    };
+
+    // Runs `sql` with `values` bound to its "?" in order, and returns every row. The
+    // statement is prepared once per connection and kept, which saves PostgreSQL
+    // two round trips a query; it is reset before returning, because SQLite holds
+    // a reader's snapshot for as long as a statement is left open, and the
+    // connection would then not see what other processes wrote. Absent, with the
+    // reason, on failure.
+    std::optional<Result> exec(const QString& sql, const QVariantList& values = {},
+                               QString* error = nullptr);
 
     bool begin();
     bool commit();

@@ -223,11 +223,12 @@ private slots:
         QVERIFY(accounts.checkPassword(u"ann"_s, u"battery staple"_s));
 
         const QString second = *accounts.createToken(m_userId, u"laptop"_s, &error);
-        QSqlQuery* stored = m_server->database().exec(
+        const auto stored = m_server->database().exec(
             u"SELECT token_hash, label FROM tokens UNION ALL SELECT password_hash, name FROM users"_s);
-        while (stored->next()) {
-            QVERIFY(!stored->value(0).toString().contains(m_token.mid(3)));
-            QVERIFY(!stored->value(0).toString().contains(u"battery"));
+        QVERIFY(stored);
+        for (const QVariantList& row : stored->rows) {
+            QVERIFY(!row[0].toString().contains(m_token.mid(3)));
+            QVERIFY(!row[0].toString().contains(u"battery"));
         }
         const QList<Accounts::Token> tokens = accounts.tokens(m_userId);
         QCOMPARE(tokens.size(), 2);
@@ -244,9 +245,9 @@ private slots:
         QCOMPARE(call("PUT", u"/api/v1/habits"_s, WireEnvelope::encode(habits())).status, 200);
         QVERIFY(accounts.removeUser(u"ann"_s, &error));
         QCOMPARE(call("GET", u"/api/v1/habits"_s).status, 401);
-        QSqlQuery* left = m_server->database().exec(u"SELECT COUNT(*) FROM resources"_s);
-        QVERIFY(left && left->next());
-        QCOMPARE(left->value(0).toInt(), 0);
+        const auto left = m_server->database().exec(u"SELECT COUNT(*) FROM resources"_s);
+        QVERIFY(left);
+        QCOMPARE(left->rows.value(0).value(0).toInt(), 0);
     }
 
     // A client cannot hold the server: oversized requests are refused before they
