@@ -1,0 +1,161 @@
+#!/usr/bin/python3
+"""End-to-end: the real app against the real tidewell-server. The first computer
+signs in with a token made by `tidewell-server token create`, counts a habit, adds
+a task and changes the focus length, and each change lands on the server; a second
+computer (another HOME) signs in to the same account, presses Sync and shows the
+same habits and tasks, and after its next start the same timer settings.
+
+Usage: test_server_sync.py <tidewell binary>; TIDEWELL_SERVER_BINARY names the server.
+"""
+import http.client
+import json
+import os
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import time
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from desktop import wait_for  # noqa: E402
+from tidewell_case import APP, TidewellCase, main  # noqa: E402
+
+SERVER = os.environ.get("TIDEWELL_SERVER_BINARY")
+
+
+class AppAgainstServer(TidewellCase):
+    @classmethod
+    def before_launch(cls):
+        cls.data = tempfile.mkdtemp(prefix="tws-e2e-")
+        cls.database = "sqlite:" + os.path.join(cls.data, "server.sqlite")
+        subprocess.run([SERVER, "user", "add", "ann", "--database", cls.database],
+                       input="correct horse\n", text=True, check=True, capture_output=True)
+        cls.token = subprocess.run([SERVER, "token", "create", "ann", "--database", cls.database],
+                                   text=True, check=True, capture_output=True).stdout.strip()
+        with socket.socket() as s:
+            s.bind(("127.0.0.1", 0))
+            cls.port = s.getsockname()[1]
+        cls.server = subprocess.Popen([SERVER, "serve", "--listen", "127.0.0.1:%d" % cls.port,
+                                       "--database", cls.database],
+                                      stderr=subprocess.DEVNULL)
+        assert wait_for(lambda: cls.get("/healthz") is not None, 20), "the server did not start"
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.server.terminate()
+        cls.server.wait(15)
+        super().tearDownClass()
+
+    @classmethod
+    def get(cls, path):
+        try:
+            conn = http.client.HTTPConnection("127.0.0.1", cls.port, timeout=5)
+            conn.request("GET", path, headers={"Authorization": "Bearer " + cls.token})
+            reply = conn.getresponse()
+            return json.loads(reply.read()) if reply.status == 200 else None
+        except OSError:
+            return None
+
+    def sign_in(self, root):
+        a11y = self.a11y
+        a11y.press(a11y.find(root, "Sign in", role="push button"))
+        a11y.press(a11y.find(root, "Advanced"))
+        a11y.find(root, "Server URL", role="text").queryEditableText().setTextContents(
+            "http://127.0.0.1:%d" % self.port)
+        a11y.find(root, "API token", role="password text").queryEditableText().setTextContents(
+            self.token)
+        a11y.press(a11y.find(root, "Sign in with token"))
+        a11y.find(root, "Connected", timeout=15)
+
+    def in_popup(self, root, widget, title):
+        """Places `widget` alone in the tray and opens its popup."""
+        switch = self.a11y.find(root, widget + " in status bar")
+        self.a11y.switch_on(switch)
+        (x, y), = self.desktop.tray_icons_or_report()
+        self.desktop.click(x, y)
+        self.assertTrue(wait_for(lambda: self.desktop.window_ids("^%s$" % title)), "no popup")
+        return switch, (x, y)
+
+    def close_popup(self, switch, icon):
+        self.desktop.click(*icon)
+        self.a11y.press(switch)
+        self.assertTrue(wait_for(lambda: not self.a11y.is_checked(switch)))
+        time.sleep(0.3)
+
+    def test_two_computers_share_one_account(self):
+        a11y, desktop = self.a11y, self.desktop
+        self.sign_in(self.root)
+
+        switch, icon = self.in_popup(self.root, "Habits", "Habits")
+        a11y.press(a11y.find(self.root, "Add your first habit"))
+        self.assertTrue(wait_for(lambda: desktop.window_ids("^New habit$")), "no editor window")
+        time.sleep(0.5)
+        desktop.run(["xdotool", "type", "--delay", "20", "Water"])
+        a11y.press(a11y.find(self.root, "Create"))
+        self.assertTrue(wait_for(lambda: not desktop.window_ids("^New habit$")))
+        if not desktop.window_ids("^Habits$"):
+            desktop.click(*icon)
+        a11y.press(a11y.find_in(self.root, "Water", "Add one"))
+        self.close_popup(switch, icon)
+        landed = lambda path, test: wait_for(lambda: test(self.get(path)), 10)  # noqa: E731
+        self.assertTrue(landed("/api/v1/habits", lambda r: r and r["data"] and
+                               r["data"][0]["name"] == "Water" and
+                               r["data"][0]["currentValue"] == 1), self.get("/api/v1/habits"))
+
+        switch, icon = self.in_popup(self.root, "Tasks", "Tasks")
+        field = a11y.find(self.root, "Add a task…")
+        import pyatspi
+        box = field.queryComponent().getExtents(pyatspi.DESKTOP_COORDS)
+        desktop.click(box.x + box.width // 2, box.y + box.height // 2)
+        time.sleep(0.2)
+        desktop.run(["xdotool", "type", "--delay", "15", "Buy milk"])
+        desktop.run(["xdotool", "key", "Return"])
+        a11y.find(self.root, "Buy milk")
+        self.close_popup(switch, icon)
+        self.assertTrue(landed("/api/v1/tasks", lambda r: r and any(
+            t["header"] == "Buy milk" for lst in r["data"] for t in lst["tasks"])),
+            self.get("/api/v1/tasks"))
+
+        switch, icon = self.in_popup(self.root, "Pomodoro", "Pomodoro")
+        a11y.press(a11y.find(self.root, "Settings", role="push button"))
+        a11y.find(self.root, "Focus duration", role="spin button").queryValue().currentValue = 50
+        a11y.press(a11y.find(self.root, "Save"))
+        self.close_popup(switch, icon)
+        self.assertTrue(landed("/api/v1/pomodoro", lambda r: r and r["data"] and
+                               r["data"]["pomodoroDuration"] == "50"), self.get("/api/v1/pomodoro"))
+
+        # The second computer: the first one is gone, another HOME starts afresh.
+        self.app.send_signal(signal.SIGTERM)
+        self.assertEqual(self.app.wait(15), 0)
+        home = tempfile.mkdtemp(prefix="tidewell-second-")
+        env = dict(desktop.env, HOME=home, XDG_DATA_HOME=os.path.join(home, "data"),
+                   XDG_CONFIG_HOME=os.path.join(home, "config"),
+                   XDG_RUNTIME_DIR=tempfile.mkdtemp(prefix="tidewell-run-"))
+        type(self).app = subprocess.Popen([APP], env=env, stdout=subprocess.DEVNULL,
+                                          stderr=subprocess.PIPE, text=True)
+        time.sleep(1)
+        root = a11y.application("Tidewell")
+        self.sign_in(root)
+        sync = a11y.find(root, "Sync", role="push button")
+        self.assertTrue(wait_for(lambda: sync.getState().contains(pyatspi.STATE_ENABLED)))
+        a11y.press(sync)
+        time.sleep(0.3)
+        self.assertTrue(wait_for(lambda: sync.getState().contains(pyatspi.STATE_ENABLED)))
+        for widget in ("Habits", "Tasks", "Pomodoro"):
+            a11y.switch_on(a11y.find(root, widget + " floating"))
+        a11y.find(root, "Water", timeout=15)
+        a11y.find(root, "1/8")
+        a11y.find(root, "Buy milk")
+        # The timer reads its settings from the store when it starts, so the pulled
+        # ones show from the next start on.
+        self.app.send_signal(signal.SIGTERM)
+        self.assertEqual(self.app.wait(15), 0)
+        type(self).app = subprocess.Popen([APP], env=env, stdout=subprocess.DEVNULL,
+                                          stderr=subprocess.PIPE, text=True)
+        time.sleep(1)
+        a11y.find(a11y.application("Tidewell"), "Pomodoro 50:00", timeout=15)
+
+
+if __name__ == "__main__":
+    main()
