@@ -52,6 +52,13 @@ const char* const schema[] = {
         created_at BIGINT NOT NULL,
         expires_at BIGINT NOT NULL))",
     R"(CREATE INDEX sessions_user ON sessions(user_id))",
+    // One-time forms (connecting an app): using one deletes it, so a replayed
+    // form finds nothing.
+    R"(CREATE TABLE form_nonces (
+        nonce_hash TEXT PRIMARY KEY,
+        session_hash TEXT NOT NULL,
+        purpose TEXT NOT NULL,
+        expires_at BIGINT NOT NULL))",
 };
 
 QString errorOf(const QSqlError& error)

@@ -5,6 +5,8 @@
 #include "HttpFrontend.h"
 #include "ResourceStore.h"
 #include "ServerDatabase.h"
+#include "Sessions.h"
+#include "WebPages.h"
 
 #include <QFile>
 #include <QSslCertificate>
@@ -34,6 +36,8 @@ SyncServer::SyncServer(Options options, std::unique_ptr<ServerDatabase> db)
     , m_accounts(std::make_unique<Accounts>(*m_db))
     , m_resources(std::make_unique<ResourceStore>(*m_db))
     , m_api(std::make_unique<ApiHandler>(*m_db, *m_accounts, *m_resources))
+    , m_sessions(std::make_unique<Sessions>(*m_db))
+    , m_web(std::make_unique<WebPages>(*m_accounts, *m_sessions, m_options.schemes))
 {}
 
 SyncServer::~SyncServer()
@@ -91,8 +95,9 @@ void SyncServer::shutdown()
 
 HttpAnswer SyncServer::handle(const HttpCall& call)
 {
-    HttpAnswer answer = ApiHandler::handles(call.path)
-                            ? m_api->handle(call)
+    HttpAnswer answer = ApiHandler::handles(call.path) ? m_api->handle(call)
+                        : WebPages::handles(call.path)
+                            ? m_web->handle(call)
                             : HttpAnswer::error(404, QStringLiteral("not found"));
     addCommonHeaders(answer);
     return answer;

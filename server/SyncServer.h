@@ -16,6 +16,8 @@ class ApiHandler;
 class HttpFrontend;
 class ResourceStore;
 class ServerDatabase;
+class Sessions;
+class WebPages;
 
 // One tidewell-server: the database, the accounts and resources over it, and the
 // HTTP routes in front of them.
@@ -63,6 +65,8 @@ private:
     std::unique_ptr<Accounts> m_accounts;
     std::unique_ptr<ResourceStore> m_resources;
     std::unique_ptr<ApiHandler> m_api;
+    std::unique_ptr<Sessions> m_sessions;
+    std::unique_ptr<WebPages> m_web;
     QPointer<ConnectionGuard> m_guard; // owned by the frontend once it serves it
     QPointer<HttpFrontend> m_frontend;
 };

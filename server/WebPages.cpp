@@ -1,0 +1,381 @@
+#include "WebPages.h"
+
+#include "Accounts.h"
+#include "Clock.h"
+#include "HtmlPage.h"
+
+#include <QFile>
+#include <QRegularExpression>
+#include <QUrlQuery>
+
+namespace {
+const QString connectPath = QStringLiteral("/en/app/connect");
+const QString signInPath = QStringLiteral("/en/app/signin");
+const QString tokensPath = QStringLiteral("/en/app/tokens");
+const QByteArray sessionCookie = "tw_session";
+const QByteArray formCookie = "tw_form";
+
+using Header = std::pair<QByteArray, QByteArray>;
+
+QString cookie(const HttpCall& call, const QByteArray& name)
+{
+    for (const auto& [key, value] : call.headers) {
+        if (key.compare("Cookie", Qt::CaseInsensitive) != 0)
+            continue;
+        for (const QByteArray& part : value.split(';')) {
+            const QByteArray pair = part.trimmed();
+            if (pair.startsWith(QByteArray(name + '=')))
+                return QString::fromLatin1(pair.mid(name.size() + 1));
+        }
+    }
+    return {};
+}
+
+// The fields of a form the browser posted (application/x-www-form-urlencoded).
+QUrlQuery formOf(const HttpCall& call)
+{
+    QString text = QString::fromUtf8(call.body);
+    text.replace(u'+', u' ');
+    return QUrlQuery(text);
+}
+
+QString field(const QUrlQuery& form, const QString& name)
+{
+    return form.queryItemValue(name, QUrl::FullyDecoded);
+}
+
+QByteArray setCookie(const QByteArray& name, const QString& value, qint64 maxAgeS,
+                     const QByteArray& path, bool secure)
+{
+    return name + '=' + value.toLatin1() + "; Path=" + path +
+           "; Max-Age=" + QByteArray::number(maxAgeS) + "; HttpOnly; SameSite=Lax" +
+           (secure ? "; Secure" : "");
+}
+
+HttpAnswer redirect(const QByteArray& location)
+{
+    HttpAnswer answer{303, "text/plain; charset=utf-8", "See " + location + '\n', {}};
+    answer.headers.append(Header("Location", location));
+    return answer;
+}
+
+// Only our own pages may be where a sign-in leads: no open redirect.
+QString safeNext(const QString& next)
+{
+    return next.startsWith(u"/en/app/") && !next.contains(u"//") && !next.contains(u'\\')
+               ? next
+               : tokensPath;
+}
+
+QString formatTime(const QDateTime& time)
+{
+    return time.isValid() ? time.toUTC().toString(QStringLiteral("yyyy-MM-dd HH:mm 'UTC'"))
+                          : QStringLiteral("never");
+}
+} // namespace
+
+WebPages::WebPages(Accounts& accounts, Sessions& sessions, QStringList schemes)
+    : m_accounts(accounts)
+    , m_sessions(sessions)
+    , m_schemes(std::move(schemes))
+{}
+
+bool WebPages::handles(const QString& path)
+{
+    return path == u"/" || path.startsWith(u"/en/app/") || path.startsWith(u"/static/");
+}
+
+QString WebPages::contentSecurityPolicy() const
+{
+    // Forms may lead back to the app's own scheme (the connect redirect).
+    QString formTargets = QStringLiteral("'self'");
+    for (const QString& scheme : m_schemes)
+        formTargets += u' ' + scheme + u':';
+    return u"default-src 'none'; style-src 'self'; script-src 'self'; img-src 'self'; "
+           u"connect-src 'self'; form-action " +
+           formTargets + u"; base-uri 'none'; frame-ancestors 'none'";
+}
+
+HttpAnswer WebPages::page(int status, const QString& title, const QString& body,
+                          const std::optional<Sessions::Session>& session) const
+{
+    HttpAnswer answer{status,
+                      "text/html; charset=utf-8",
+                      HtmlPage::render(title, body, session ? session->userName : QString(),
+                                       session ? session->csrf : QString()),
+                      {}};
+    answer.headers.append(Header("Content-Security-Policy", contentSecurityPolicy().toLatin1()));
+    answer.headers.append(Header("X-Frame-Options", "DENY"));
+    answer.headers.append(Header("Referrer-Policy", "no-referrer"));
+    return answer;
+}
+
+HttpAnswer WebPages::errorPage(int status, const QString& title, const QString& text,
+                               const std::optional<Sessions::Session>& session) const
+{
+    return page(status, title,
+                u"<p class=\"error\" role=\"alert\">" + HtmlPage::escape(text) + u"</p>", session);
+}
+
+HttpAnswer WebPages::handle(const HttpCall& call)
+{
+    if (call.path.startsWith(u"/static/")) {
+        static const QStringList files{QStringLiteral("style.css"), QStringLiteral("copy.js")};
+        const QString name = call.path.mid(8);
+        if (call.method != "GET" || !files.contains(name))
+            return HttpAnswer::error(404, QStringLiteral("not found"));
+        QFile file(u":/web/" + name);
+        file.open(QIODevice::ReadOnly);
+        HttpAnswer answer{200,
+                          name.endsWith(u".css") ? "text/css; charset=utf-8"
+                                                 : "text/javascript; charset=utf-8",
+                          file.readAll(),
+                          {}};
+        return answer;
+    }
+    const std::optional<Sessions::Session> session = m_sessions.find(cookie(call, sessionCookie));
+    const bool post = call.method == "POST";
+    if (!post && call.method != "GET" && call.method != "HEAD")
+        return errorPage(405, QStringLiteral("Not allowed"),
+                         QStringLiteral("This page takes GET and POST only."));
+    if (call.path == u"/")
+        return redirect(tokensPath.toLatin1());
+    if (call.path == connectPath)
+        return post ? connect(call, session) : connectPage(call, session);
+    if (call.path == signInPath) {
+        if (post)
+            return signIn(call);
+        return signInPage(
+            call, safeNext(call.query.queryItemValue(QStringLiteral("next"), QUrl::FullyDecoded)));
+    }
+    if (call.path == tokensPath || call.path == tokensPath + u"/revoke")
+        return tokens(call, session);
+    if (call.path == u"/en/app/signout" && post) {
+        if (session && field(formOf(call), QStringLiteral("csrf")) == session->csrf)
+            m_sessions.end(session->cookie);
+        HttpAnswer answer = redirect(signInPath.toLatin1());
+        answer.headers.append(
+            Header("Set-Cookie", setCookie(sessionCookie, QString(), 0, "/", call.secure)));
+        return answer;
+    }
+    return errorPage(404, QStringLiteral("Not found"), QStringLiteral("There is no such page."),
+                     session);
+}
+
+QString WebPages::connectProblem(const QString& state, const QString& scheme) const
+{
+    static const QRegularExpression nonce(QStringLiteral("^[0-9a-f]{48}$"));
+    if (!m_schemes.contains(scheme))
+        return u"The app asked to be called back on \u201c" + scheme.left(40) +
+               u":\u201d, which this server does not allow.";
+    if (!nonce.match(state).hasMatch())
+        return QStringLiteral("This sign-in link is not valid. Start again from Tidewell with "
+                              "\u201cConnect via browser\u201d.");
+    return {};
+}
+
+HttpAnswer WebPages::connectPage(const HttpCall& call,
+                                 const std::optional<Sessions::Session>& session)
+{
+    const QString state = call.query.queryItemValue(QStringLiteral("state"), QUrl::FullyDecoded);
+    const QString scheme = call.query.queryItemValue(QStringLiteral("scheme"), QUrl::FullyDecoded);
+    if (const QString problem = connectProblem(state, scheme); !problem.isEmpty())
+        return errorPage(400, QStringLiteral("Cannot connect"), problem, session);
+    QUrlQuery back;
+    back.addQueryItem(QStringLiteral("state"), state);
+    back.addQueryItem(QStringLiteral("scheme"), scheme);
+    if (!session)
+        return signInPage(call, connectPath + u'?' + back.toString(QUrl::FullyEncoded));
+
+    const auto form = m_sessions.issueForm(*session, u"connect " + scheme + u' ' + state);
+    if (!form)
+        return errorPage(500, QStringLiteral("Cannot connect"),
+                         QStringLiteral("The server could not prepare the form. Try again."),
+                         session);
+    const QString body =
+        u"<p class=\"lead\">Connect this computer to Tidewell?</p>"
+        u"<p>Tidewell on this computer will sync with the account <strong>" +
+        HtmlPage::escape(session->userName) +
+        u"</strong>. It gets a token of its own, which you can revoke at any time on the "
+        u"<a href=\"/en/app/tokens\">tokens page</a>.</p>"
+        u"<form method=\"post\" action=\"/en/app/connect\" class=\"stack\">" +
+        HtmlPage::hidden(QStringLiteral("csrf"), session->csrf) +
+        HtmlPage::hidden(QStringLiteral("form"), *form) +
+        HtmlPage::hidden(QStringLiteral("state"), state) +
+        HtmlPage::hidden(QStringLiteral("scheme"), scheme) +
+        u"<div class=\"buttons\"><button type=\"submit\" name=\"action\" value=\"connect\" "
+        u"class=\"primary\" autofocus>Connect</button><button type=\"submit\" name=\"action\" "
+        u"value=\"cancel\">Cancel</button></div></form>";
+    return page(200, QStringLiteral("Connect Tidewell"), body, session);
+}
+
+HttpAnswer WebPages::connect(const HttpCall& call, const std::optional<Sessions::Session>& session)
+{
+    const QUrlQuery form = formOf(call);
+    const QString state = field(form, QStringLiteral("state"));
+    const QString scheme = field(form, QStringLiteral("scheme"));
+    if (const QString problem = connectProblem(state, scheme); !problem.isEmpty())
+        return errorPage(400, QStringLiteral("Cannot connect"), problem, session);
+    // A form of another session, a forged one, and one sent twice all end here, and
+    // none of them makes a token.
+    if (!session || field(form, QStringLiteral("csrf")) != session->csrf ||
+        !m_sessions.useForm(*session, field(form, QStringLiteral("form")),
+                            u"connect " + scheme + u' ' + state))
+        return errorPage(400, QStringLiteral("Cannot connect"),
+                         QStringLiteral("This form was already used or has expired. Start again "
+                                        "from Tidewell with \u201cConnect via browser\u201d."),
+                         session);
+    QUrlQuery back;
+    if (field(form, QStringLiteral("action")) == u"connect") {
+        QString error;
+        const auto token = m_accounts.createToken(
+            session->userId,
+            Clock::now().toUTC().date().toString(Qt::ISODate) + QStringLiteral(" desktop app"),
+            &error);
+        if (!token)
+            return errorPage(500, QStringLiteral("Cannot connect"),
+                             QStringLiteral("The server could not make a token. Try again."),
+                             session);
+        back.addQueryItem(QStringLiteral("token"), *token);
+    }
+    back.addQueryItem(QStringLiteral("state"), state);
+    return redirect((scheme + u"://auth?" + back.toString(QUrl::FullyEncoded)).toLatin1());
+}
+
+HttpAnswer WebPages::signInPage(const HttpCall& call, const QString& next, const QString& problem,
+                                int status)
+{
+    // The form's value goes into a cookie as well; a sign-in posted from another
+    // site carries the one without the other.
+    const QString nonce = Accounts::randomSecret(18);
+    QString body;
+    if (!problem.isEmpty())
+        body += u"<p class=\"error\" role=\"alert\">" + HtmlPage::escape(problem) + u"</p>";
+    body += u"<p>Sign in with your Tidewell account.</p>"
+            u"<form method=\"post\" action=\"/en/app/signin\" class=\"stack\">" +
+            HtmlPage::hidden(QStringLiteral("form"), nonce) +
+            HtmlPage::hidden(QStringLiteral("next"), next) +
+            u"<label for=\"name\">User name<input type=\"text\" id=\"name\" name=\"name\" "
+            u"autocomplete=\"username\" autocapitalize=\"none\" spellcheck=\"false\" required "
+            u"autofocus></label>"
+            u"<label for=\"password\">Password<input type=\"password\" id=\"password\" "
+            u"name=\"password\" autocomplete=\"current-password\" required></label>"
+            u"<div class=\"buttons\"><button type=\"submit\" class=\"primary\">Sign in</button>"
+            u"</div></form>";
+    HttpAnswer answer = page(status, QStringLiteral("Sign in"), body);
+    answer.headers.append(
+        Header("Set-Cookie", setCookie(formCookie, nonce, 1800, "/en/app/", call.secure)));
+    return answer;
+}
+
+HttpAnswer WebPages::signIn(const HttpCall& call)
+{
+    const QUrlQuery form = formOf(call);
+    const QString next = safeNext(field(form, QStringLiteral("next")));
+    const QString name = field(form, QStringLiteral("name")).trimmed();
+    const QString nonce = field(form, QStringLiteral("form"));
+    if (nonce.isEmpty() || nonce != cookie(call, formCookie))
+        return signInPage(call, next, QStringLiteral("The sign-in form expired. Please try again."),
+                          400);
+    const QString address = call.peer.toString();
+    if (const qint64 wait = m_throttle.waitSeconds(name, address); wait > 0)
+        return signInPage(call, next,
+                          QStringLiteral("Too many failed sign-ins. Try again in %1 minute(s).")
+                              .arg((wait + 59) / 60),
+                          429);
+    const auto user = m_accounts.checkPassword(name, field(form, QStringLiteral("password")));
+    if (!user) {
+        m_throttle.failed(name, address);
+        return signInPage(call, next, QStringLiteral("Wrong user name or password."), 401);
+    }
+    m_throttle.succeeded(name);
+    QString error;
+    const auto session = m_sessions.start(user->id, &error);
+    if (!session)
+        return signInPage(call, next,
+                          QStringLiteral("The server could not sign you in. Try again."), 500);
+    HttpAnswer answer = redirect(next.toUtf8());
+    answer.headers.append(
+        Header("Set-Cookie", setCookie(sessionCookie, session->cookie, Sessions::LifetimeMs / 1000,
+                                       "/", call.secure)));
+    answer.headers.append(
+        Header("Set-Cookie", setCookie(formCookie, QString(), 0, "/en/app/", call.secure)));
+    return answer;
+}
+
+HttpAnswer WebPages::tokens(const HttpCall& call, const std::optional<Sessions::Session>& session)
+{
+    if (!session) {
+        QUrlQuery next;
+        next.addQueryItem(QStringLiteral("next"), tokensPath);
+        return redirect((signInPath + u'?' + next.toString(QUrl::FullyEncoded)).toLatin1());
+    }
+    if (call.method != "POST")
+        return call.path == tokensPath
+                   ? tokensPage(*session)
+                   : errorPage(405, QStringLiteral("Not allowed"),
+                               QStringLiteral("Revoking takes a form."), session);
+    const QUrlQuery form = formOf(call);
+    if (field(form, QStringLiteral("csrf")) != session->csrf)
+        return errorPage(400, QStringLiteral("Tokens"),
+                         QStringLiteral("This form has expired. Reload the page and try again."),
+                         session);
+    QString error;
+    if (call.path.endsWith(u"/revoke")) {
+        bool ok = false;
+        const qint64 id = field(form, QStringLiteral("id")).toLongLong(&ok);
+        if (!ok || !m_accounts.revokeToken(id, session->userId, &error))
+            return tokensPage(*session, {},
+                              QStringLiteral("That token does not exist (any more)."));
+        return redirect(tokensPath.toLatin1());
+    }
+    QString label = field(form, QStringLiteral("label")).trimmed().left(100);
+    if (label.isEmpty())
+        label = Clock::now().toUTC().date().toString(Qt::ISODate) + QStringLiteral(" web");
+    const auto token = m_accounts.createToken(session->userId, label, &error);
+    if (!token)
+        return tokensPage(*session, {}, QStringLiteral("The server could not make a token."));
+    return tokensPage(*session, *token);
+}
+
+HttpAnswer WebPages::tokensPage(const Sessions::Session& session, const QString& fresh,
+                                const QString& problem)
+{
+    QString body;
+    if (!problem.isEmpty())
+        body += u"<p class=\"error\" role=\"alert\">" + HtmlPage::escape(problem) + u"</p>";
+    if (!fresh.isEmpty())
+        body += u"<section class=\"box\" aria-labelledby=\"new-token\"><h2 id=\"new-token\">"
+                u"Your new token</h2><p>Copy it now: it is shown only this once. Paste it into "
+                u"Tidewell's sign-in sheet under Advanced.</p><div class=\"token\">"
+                u"<input type=\"text\" id=\"token\" readonly aria-label=\"New token\" value=\"" +
+                HtmlPage::escape(fresh) +
+                u"\"><button type=\"button\" data-copy=\"token\" hidden>Copy</button></div>"
+                u"</section>";
+    body += u"<p>Apps sign in with API tokens. Revoke a token to sign that app out.</p>";
+    const QList<Accounts::Token> tokens = m_accounts.tokens(session.userId);
+    if (tokens.isEmpty()) {
+        body += u"<p class=\"muted\">You have no tokens.</p>";
+    } else {
+        body += u"<table><caption class=\"muted\">Your tokens</caption><thead><tr>"
+                u"<th scope=\"col\">Label</th><th scope=\"col\">Created</th>"
+                u"<th scope=\"col\">Last used</th><th scope=\"col\"><span class=\"muted\">"
+                u"Action</span></th></tr></thead><tbody>";
+        for (const Accounts::Token& t : tokens)
+            body += u"<tr><td>" + HtmlPage::escape(t.label) + u"</td><td>" +
+                    formatTime(t.createdAt) + u"</td><td>" + formatTime(t.lastUsedAt) +
+                    u"</td><td><form method=\"post\" action=\"/en/app/tokens/revoke\">" +
+                    HtmlPage::hidden(QStringLiteral("csrf"), session.csrf) +
+                    HtmlPage::hidden(QStringLiteral("id"), QString::number(t.id)) +
+                    u"<button type=\"submit\" class=\"danger\" aria-label=\"Revoke " +
+                    HtmlPage::escape(t.label) + u"\">Revoke</button></form></td></tr>";
+        body += u"</tbody></table>";
+    }
+    body += u"<h2>New token</h2><form method=\"post\" action=\"/en/app/tokens\" class=\"stack\">" +
+            HtmlPage::hidden(QStringLiteral("csrf"), session.csrf) +
+            u"<label for=\"label\">Label<input type=\"text\" id=\"label\" name=\"label\" "
+            u"maxlength=\"100\" placeholder=\"e.g. Work laptop\"></label>"
+            u"<div class=\"buttons\"><button type=\"submit\" class=\"primary\">Create token"
+            u"</button></div></form>";
+    return page(200, QStringLiteral("API tokens"), body, session);
+}
