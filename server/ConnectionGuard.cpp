@@ -59,7 +59,7 @@ void ConnectionGuard::incomingConnection(qintptr descriptor)
     connect(socket, &QIODevice::bytesWritten, incoming.idle, qOverload<>(&QTimer::start));
 
     if (auto* tls = qobject_cast<QSslSocket*>(socket)) {
-        tls->setSslConfiguration(m_tls);
+        tls->setSslConfiguration(*m_tls);
         connect(tls, &QSslSocket::sslErrors, tls, [tls] { tls->abort(); });
         tls->startServerEncryption();
     }

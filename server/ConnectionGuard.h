@@ -4,6 +4,8 @@
 #include <QSslConfiguration>
 #include <QTcpServer>
 
+#include <optional>
+
 class QTcpSocket;
 class QTimer;
 
@@ -29,7 +31,7 @@ public:
     explicit ConnectionGuard(Limits limits, QObject* parent = nullptr);
 
     void setTls(const QSslConfiguration& tls) { m_tls = tls; }
-    bool isTls() const { return !m_tls.isNull(); }
+    bool isTls() const { return m_tls.has_value(); }
     int openConnections() const { return int(m_incoming.size()); }
     const Limits& limits() const { return m_limits; }
 
@@ -52,7 +54,8 @@ private:
     void checkDrained();
 
     Limits m_limits;
-    QSslConfiguration m_tls;
+    // Only made when TLS is asked for: a configuration loads the TLS library.
+    std::optional<QSslConfiguration> m_tls;
     // What has arrived of the request under way on one connection. The parser reads
     // everything as it comes, so each readyRead carries only new bytes.
     struct Incoming
