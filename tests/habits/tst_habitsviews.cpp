@@ -117,6 +117,44 @@ private slots:
         QVERIFY(!compact.findChild<QToolButton*>());
     }
 
+    // A target set elsewhere beyond what the editor lets one type survives a rename,
+    // and a habit deleted while its editor is open is not created again by Save.
+    void editorKeepsWhatItCannotEdit()
+    {
+        Habit* big = service().createHabit("💧", "Water", "#3B82F6", 120, context());
+        big->setCurrentValue(90);
+        HabitsWidgetView::openEditor(big);
+        QPointer<QWidget> window = EditorWindowHost::openWindows().first();
+        auto* goal = window->findChild<QSpinBox*>("goalStepper");
+        QCOMPARE(goal->value(), 120);
+        window->findChild<QLineEdit*>("nameField")->setText("Water!");
+        window->findChild<QPushButton*>("saveButton")->click();
+        QTRY_VERIFY(!window);
+        QCOMPARE(big->name(), QStringLiteral("Water!"));
+        QCOMPARE(big->maxValue(), qint64(120));
+        QCOMPARE(big->currentValue(), qint64(90));
+
+        // The first step from such a value is into the range; typing beyond it is refused.
+        HabitsWidgetView::openEditor(big);
+        window = EditorWindowHost::openWindows().first();
+        goal = window->findChild<QSpinBox*>("goalStepper");
+        goal->stepBy(1);
+        QCOMPARE(goal->value(), 120);
+        goal->stepBy(-1);
+        QCOMPARE(goal->value(), HabitEditorSheet::MaxGoal);
+        goal->selectAll();
+        QTest::keyClicks(goal, "99");
+        goal->interpretText();
+        QVERIFY(goal->value() <= HabitEditorSheet::MaxGoal);
+
+        auto* save = window->findChild<QPushButton*>("saveButton");
+        service().deleteHabit(big, context());
+        QTRY_VERIFY(!save->isEnabled());
+        QVERIFY(window->findChild<QLabel*>("habitGone")->isVisible());
+        QTest::keyClick(window->findChild<QLineEdit*>("nameField"), Qt::Key_Return);
+        QVERIFY(context().fetch<Habit>().isEmpty());
+    }
+
     void editorCreatesAndEdits()
     {
         HabitsWidgetView::openEditor(nullptr);

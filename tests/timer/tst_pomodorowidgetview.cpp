@@ -1,4 +1,5 @@
 #include "DataStore.h"
+#include "LimitedSpinBox.h"
 #include "PomodoroService.h"
 #include "PomodoroSettingsSheet.h"
 #include "PomodoroWidgetView.h"
@@ -100,6 +101,16 @@ private slots:
         QTest::keyClick(sheet, Qt::Key_Return); // Save is the default button
         QCOMPARE(saved, (QList<qint64>{50, 5, 20, 3, 1}));
         QTRY_VERIFY(!view.settingsSheet());
+
+        // A length stored beyond the fields' limits (set on the web) shows as it is and
+        // is saved unchanged.
+        saved.clear();
+        PomodoroService::shared().updateSettings(120, std::nullopt, std::nullopt, 12, std::nullopt);
+        sheet = open();
+        QCOMPARE(sheet->focusField()->value(), 120);
+        QCOMPARE(sheet->intervalField()->value(), 12);
+        QTest::keyClick(sheet, Qt::Key_Return);
+        QCOMPARE(saved, (QList<qint64>{120, 5, 15, 12, 0}));
         PomodoroSettingsSheet::setSaveHandler({});
     }
 };

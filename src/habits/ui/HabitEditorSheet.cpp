@@ -6,6 +6,7 @@
 #include "Habit.h"
 #include "HabitColor.h"
 #include "HabitsService.h"
+#include "LimitedSpinBox.h"
 #include "Theme.h"
 
 #include <QGridLayout>
@@ -16,7 +17,6 @@
 #include <QPainter>
 #include <QPushButton>
 #include <QScrollArea>
-#include <QSpinBox>
 #include <QTextBoundaryFinder>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -82,6 +82,7 @@ QString HabitEditorSheet::firstCharacter(const QString& text)
 HabitEditorSheet::HabitEditorSheet(Habit* existing, QWidget* parent)
     : QWidget(parent)
     , m_existing(existing)
+    , m_editing(existing != nullptr)
 {
     setObjectName(QStringLiteral("habitEditor"));
     auto* outer = new QVBoxLayout(this);
@@ -163,10 +164,9 @@ HabitEditorSheet::HabitEditorSheet(Habit* existing, QWidget* parent)
     right->addWidget(m_name);
     right->addSpacing(10);
     right->addWidget(caption(QStringLiteral("Goal"), this));
-    m_goal = new QSpinBox(this);
+    m_goal = new LimitedSpinBox(MinGoal, MaxGoal, this);
     m_goal->setObjectName(QStringLiteral("goalStepper"));
     m_goal->setAccessibleName(QStringLiteral("Goal"));
-    m_goal->setRange(MinGoal, MaxGoal);
     m_goal->setSuffix(QStringLiteral(" per day"));
     m_goal->setValue(8);
     right->addWidget(m_goal);
@@ -181,6 +181,18 @@ HabitEditorSheet::HabitEditorSheet(Habit* existing, QWidget* parent)
         remove->setAccessibleName(QStringLiteral("Delete"));
         connect(remove, &QPushButton::clicked, this, &HabitEditorSheet::deleteExisting);
         buttons->addWidget(remove);
+        m_gone = new QLabel(QStringLiteral("This habit was deleted elsewhere."), this);
+        m_gone->setObjectName(QStringLiteral("habitGone"));
+        m_gone->setStyleSheet(QStringLiteral("color: #d70015;"));
+        m_gone->hide();
+        buttons->addWidget(m_gone);
+        // Deleted in another editor or by a pull: nothing is left to save or delete.
+        connect(existing, &QObject::destroyed, this, [this, remove] {
+            remove->setEnabled(false);
+            m_gone->show();
+            m_gone->setAccessibleName(m_gone->text());
+            updateSaveEnabled();
+        });
     }
     buttons->addStretch();
     auto* cancel = new QPushButton(QStringLiteral("Cancel"), this);
@@ -219,7 +231,9 @@ HabitEditorSheet::HabitEditorSheet(Habit* existing, QWidget* parent)
     if (existing) {
         m_name->setText(existing->name());
         m_colorHex = existing->colorHex();
-        m_goal->setValue(int(std::clamp<qint64>(existing->maxValue(), MinGoal, MaxGoal)));
+        // As stored, even beyond what can be typed here: saving a rename must not
+        // rewrite a target set elsewhere.
+        m_goal->setLoadedValue(existing->maxValue());
         setIcon(EmojiCoding::decode(existing->icon()));
     } else {
         setIcon(m_icon);
@@ -260,9 +274,9 @@ void HabitEditorSheet::setColor(const QString& hex)
         b->setIcon(swatch(b->accessibleName(), b->accessibleName() == hex, ring));
 }
 
-int HabitEditorSheet::maxValue() const
+qint64 HabitEditorSheet::maxValue() const
 {
-    return m_goal->value();
+    return m_goal->currentValue();
 }
 
 QString HabitEditorSheet::trimmedName() const
@@ -272,7 +286,8 @@ QString HabitEditorSheet::trimmedName() const
 
 void HabitEditorSheet::updateSaveEnabled()
 {
-    m_save->setEnabled(!trimmedName().isEmpty() && !m_icon.isEmpty());
+    const bool gone = m_editing && !m_existing;
+    m_save->setEnabled(!gone && !trimmedName().isEmpty() && !m_icon.isEmpty());
 }
 
 void HabitEditorSheet::commit()
@@ -281,6 +296,8 @@ void HabitEditorSheet::commit()
     const QString name = trimmedName();
     if (name.isEmpty())
         return;
+    if (m_editing && !m_existing)
+        return; // deleted meanwhile: saving must not bring it back as a new habit
     const QString icon = m_icon.isEmpty() ? QStringLiteral("💧") : m_icon;
     ModelContext& context = DataStore::shared().mainContext();
     if (m_existing)

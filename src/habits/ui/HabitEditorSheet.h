@@ -8,7 +8,7 @@
 class QLabel;
 class QLineEdit;
 class QPushButton;
-class QSpinBox;
+class LimitedSpinBox;
 class QToolButton;
 
 // The habit form: icon (one emoji), colour, name and daily goal, with Create or
@@ -27,11 +27,12 @@ public:
 
     QString icon() const { return m_icon; }
     QString colorHex() const { return m_colorHex; }
-    int maxValue() const;
+    qint64 maxValue() const;
     // The first whole grapheme cluster of `text` (a flag or a joined emoji stays whole).
     static QString firstCharacter(const QString& text);
 
-    // Creates or updates the habit; does nothing while the trimmed name is empty.
+    // Creates or updates the habit; does nothing while the trimmed name is empty, or
+    // once the habit being edited has been deleted elsewhere.
     void commit();
     void deleteExisting();
 
@@ -48,11 +49,13 @@ private:
     QString trimmedName() const;
 
     QPointer<Habit> m_existing;
+    bool m_editing = false; // opened on an existing habit (which may since have gone)
     QString m_icon = QStringLiteral("💧");
     QString m_colorHex = QStringLiteral("#3B82F6");
     QLineEdit* m_iconField;
     QLineEdit* m_name;
-    QSpinBox* m_goal;
+    LimitedSpinBox* m_goal;
+    QLabel* m_gone = nullptr;
     QPushButton* m_save;
     QList<QToolButton*> m_iconButtons;
     QList<QToolButton*> m_colorButtons;

@@ -1,5 +1,6 @@
 #include "PomodoroSettingsSheet.h"
 
+#include "LimitedSpinBox.h"
 #include "PomodoroService.h"
 #include "Theme.h"
 
@@ -8,9 +9,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPushButton>
-#include <QSpinBox>
 #include <QVBoxLayout>
-#include <algorithm>
 
 namespace {
 PomodoroSettingsSheet::SaveHandler& saveHandler()
@@ -20,16 +19,17 @@ PomodoroSettingsSheet::SaveHandler& saveHandler()
 }
 
 // One number row: label, field with stepper arrows, unit.
-QSpinBox* addRow(QGridLayout* grid, const QString& label, const QString& unit, int min, int max,
-                 qint64 value, const QString& name, QWidget* parent)
+LimitedSpinBox* addRow(QGridLayout* grid, const QString& label, const QString& unit, int min,
+                       int max, qint64 value, const QString& name, QWidget* parent)
 {
     const int row = grid->rowCount();
     auto* text = new QLabel(label, parent);
     text->setFixedWidth(150);
-    auto* field = new QSpinBox(parent);
+    // The stored value shows as it is (the web may set 120 minutes); only what is
+    // typed here keeps to the range.
+    auto* field = new LimitedSpinBox(min, max, parent);
     field->setObjectName(name);
-    field->setRange(min, max);
-    field->setValue(int(std::clamp<qint64>(value, min, max)));
+    field->setLoadedValue(value);
     field->setAlignment(Qt::AlignRight);
     field->setFixedWidth(64 + 24);
     field->setAccessibleName(label);
@@ -105,10 +105,10 @@ void PomodoroSettingsSheet::setSaveHandler(SaveHandler handler)
 void PomodoroSettingsSheet::save()
 {
     // A value typed but not yet committed by the field still counts.
-    for (QSpinBox* field : {m_pomodoro, m_shortBreak, m_longBreak, m_interval})
+    for (LimitedSpinBox* field : {m_pomodoro, m_shortBreak, m_longBreak, m_interval})
         field->interpretText();
-    const qint64 pomodoro = m_pomodoro->value(), shortBreak = m_shortBreak->value(),
-                 longBreak = m_longBreak->value(), interval = m_interval->value();
+    const qint64 pomodoro = m_pomodoro->currentValue(), shortBreak = m_shortBreak->currentValue(),
+                 longBreak = m_longBreak->currentValue(), interval = m_interval->currentValue();
     const bool autoStart = m_autoStart->isChecked();
     if (saveHandler())
         saveHandler()(pomodoro, shortBreak, longBreak, interval, autoStart);

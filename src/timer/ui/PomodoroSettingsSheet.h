@@ -5,7 +5,7 @@
 #include <functional>
 
 class QCheckBox;
-class QSpinBox;
+class LimitedSpinBox;
 
 // Edits the four timer lengths and the auto-start switch. Save hands all five
 // values to the engine in one call; Cancel (Escape) leaves it untouched.
@@ -22,18 +22,18 @@ public:
     // Tests observe Save through this; the default calls the engine's updateSettings.
     static void setSaveHandler(SaveHandler handler);
 
-    QSpinBox* focusField() const { return m_pomodoro; }
-    QSpinBox* shortBreakField() const { return m_shortBreak; }
-    QSpinBox* longBreakField() const { return m_longBreak; }
-    QSpinBox* intervalField() const { return m_interval; }
+    LimitedSpinBox* focusField() const { return m_pomodoro; }
+    LimitedSpinBox* shortBreakField() const { return m_shortBreak; }
+    LimitedSpinBox* longBreakField() const { return m_longBreak; }
+    LimitedSpinBox* intervalField() const { return m_interval; }
     QCheckBox* autoStartSwitch() const { return m_autoStart; }
 
 private:
     void save();
 
-    QSpinBox* m_pomodoro = nullptr;
-    QSpinBox* m_shortBreak = nullptr;
-    QSpinBox* m_longBreak = nullptr;
-    QSpinBox* m_interval = nullptr;
+    LimitedSpinBox* m_pomodoro = nullptr;
+    LimitedSpinBox* m_shortBreak = nullptr;
+    LimitedSpinBox* m_longBreak = nullptr;
+    LimitedSpinBox* m_interval = nullptr;
     QCheckBox* m_autoStart = nullptr;
 };
