@@ -1,9 +1,11 @@
+#include "AppController.h"
 #include "DataStore.h"
 #include "DesktopFrame.h"
 #include "DesktopPanelHost.h"
 #include "DraggablePanel.h"
 #include "FloatingContainer.h"
 #include "PlaceholderWidgetView.h"
+#include "PomodoroService.h"
 #include "StatusItemHost.h"
 #include "Switch.h"
 #include "WidgetPlacement.h"
@@ -47,6 +49,9 @@ private slots:
         addPlacement(context(), QStringLiteral("pomodoro"), QStringLiteral("off"), false, false);
         QVERIFY(context().save());
 
+        // The hub comes first at start-up; its toggles look the placements up (and
+        // migrate them in memory) before the window manager restores them.
+        WidgetTogglesView toggles;
         WindowManager wm;
         wm.setViewFactory([](const QString& id, bool) { return new PlaceholderWidgetView(id); });
         wm.restoreFromPersistence();
@@ -154,6 +159,27 @@ private slots:
         // Closing the panel turns its switch off.
         WindowManager::shared().handlePanelClosed(QStringLiteral("habits"));
         QTRY_VERIFY(!toggles.floatingSwitch(QStringLiteral("habits"))->isChecked());
+    }
+
+    // Asking to quit again while the alert is open does not open a second one.
+    void quitAsksOnceWhileTheTimerRuns()
+    {
+        PomodoroService::shared().start();
+        AppController controller;
+        std::function<void(bool)> answer;
+        int asked = 0;
+        controller.setQuitConfirmation([&](std::function<void(bool)> a) {
+            ++asked;
+            answer = std::move(a);
+        });
+        controller.requestQuit();
+        controller.requestQuit();
+        QCOMPARE(asked, 1);
+        answer(false); // Cancel: nothing changes, and the next request asks again
+        QVERIFY(PomodoroService::shared().isActive());
+        controller.requestQuit();
+        QCOMPARE(asked, 2);
+        PomodoroService::shared().pause();
     }
 };
 

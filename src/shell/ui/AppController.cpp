@@ -114,9 +114,23 @@ void AppController::requestQuit()
         pauseSaveAndQuit();
         return;
     }
+    // A second request while the alert is open brings that alert forward.
+    if (m_askingToQuit) {
+        for (QWidget* window : QApplication::topLevelWidgets()) {
+            if (window->objectName() == u"quitGuard" && window->isVisible()) {
+                window->raise();
+                window->activateWindow();
+            }
+        }
+        return;
+    }
+    m_askingToQuit = true;
     QPointer<AppController> self(this);
     m_confirmQuit([self](bool quit) {
-        if (self && quit)
+        if (!self)
+            return;
+        self->m_askingToQuit = false;
+        if (quit)
             self->pauseSaveAndQuit();
     });
 }

@@ -49,5 +49,6 @@ private:
 
     QPointer<HubWindow> m_hub;
     QuitConfirmation m_confirmQuit;
+    bool m_askingToQuit = false; // the quit alert is open
     bool m_shutDown = false;
 };

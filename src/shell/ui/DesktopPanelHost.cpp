@@ -50,10 +50,6 @@ DesktopPanelHost::DesktopPanelHost(const QString& widgetId, const QSize& default
         markDragging();
         schedulePersist();
     });
-    connect(m_panel, &DraggablePanel::closing, this, [this] {
-        if (!m_tornDown)
-            emit closedByUser(m_widgetId);
-    });
     connect(m_container, &FloatingContainer::closeRequested, this, [this] {
         if (!m_tornDown)
             emit closedByUser(m_widgetId);

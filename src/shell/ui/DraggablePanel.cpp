@@ -11,8 +11,11 @@ constexpr int edgeGrip = 5;
 }
 
 DraggablePanel::DraggablePanel(QWidget* parent)
-    : QWidget(parent, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint)
+    : QWidget(parent, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
+                          Qt::WindowDoesNotAcceptFocus)
 {
+    // A glance at the panel, a click on a check box or a Ctrl-drag must leave the
+    // keyboard with the application the user is typing in.
     setAttribute(Qt::WA_ShowWithoutActivating);
     // Rounded corners need a compositor; without one they would show black.
     setAttribute(Qt::WA_TranslucentBackground, WindowStickiness::canBlend());
@@ -44,13 +47,33 @@ Qt::Edges DraggablePanel::edgesAt(const QPoint& p) const
     return edges;
 }
 
+void DraggablePanel::acceptFocus(bool accept)
+{
+    if (!windowHandle())
+        return;
+    windowHandle()->setFlag(Qt::WindowDoesNotAcceptFocus, !accept);
+    if (accept)
+        windowHandle()->requestActivate();
+}
+
 bool DraggablePanel::eventFilter(QObject* watched, QEvent* event)
 {
-    if (event->type() != QEvent::MouseButtonPress)
+    // Takes the keyboard only when needed: a double click starts editing a task in
+    // place, which needs the keys; giving up activation hands them back.
+    if (watched == this && event->type() == QEvent::WindowDeactivate) {
+        acceptFocus(false);
+        return false;
+    }
+    const bool doubleClick = event->type() == QEvent::MouseButtonDblClick;
+    if (event->type() != QEvent::MouseButtonPress && !doubleClick)
         return false;
     auto* widget = qobject_cast<QWidget*>(watched);
     if (!widget || widget->window() != this || !windowHandle())
         return false;
+    if (doubleClick) {
+        acceptFocus(true);
+        return false;
+    }
     auto* mouse = static_cast<QMouseEvent*>(event);
     if (mouse->button() != Qt::LeftButton)
         return false;
@@ -94,10 +117,14 @@ void DraggablePanel::resizeEvent(QResizeEvent* event)
 
 void DraggablePanel::closeEvent(QCloseEvent* event)
 {
-    // Only the window manager's close counts as the user's; Qt also closes every
-    // window (not spontaneously) while the application quits.
-    if (event->spontaneous())
-        emit closing();
+    // The panel has no title bar: a close from the window manager is the session
+    // ending (every window is closed at logout) or a keyboard shortcut, never the
+    // user's own close, which is the panel's close button and forgets the placement.
+    // So the window manager's close is refused and the placement stays.
+    if (event->spontaneous()) {
+        event->ignore();
+        return;
+    }
     QWidget::closeEvent(event);
 }
 

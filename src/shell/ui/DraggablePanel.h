@@ -3,7 +3,8 @@
 #include <QWidget>
 
 // A small frameless window that floats above normal windows on every desktop,
-// stays off the taskbar and shows without taking the focus. Ctrl-drag anywhere
+// stays off the taskbar and never takes the keyboard unless a task is being
+// edited in it. Ctrl-drag anywhere
 // on it moves it (a plain drag reaches the widget); dragging an edge resizes it.
 class DraggablePanel final : public QWidget
 {
@@ -17,7 +18,6 @@ signals:
     void hoverChanged(bool hovering);
     void moved();
     void resized();
-    void closing();
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
@@ -30,4 +30,5 @@ protected:
 
 private:
     Qt::Edges edgesAt(const QPoint& localPos) const;
+    void acceptFocus(bool accept);
 };

@@ -57,7 +57,9 @@ void WindowManager::restoreFromPersistence()
         changed |= statusBar != placement->inStatusBar() || floating != placement->inFloating();
         sync(placement->widgetId(), placement->inStatusBar(), placement->inFloating());
     }
-    if (changed)
+    // The hub's toggles may have migrated a placement in memory already, before this
+    // ran: what counts is whether anything is still unsaved.
+    if (changed || context.hasChanges())
         context.save();
 }
 

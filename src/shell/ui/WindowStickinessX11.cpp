@@ -5,8 +5,10 @@
 
 #include <xcb/xcb.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 namespace {
 xcb_atom_t atom(xcb_connection_t* c, const char* name)
@@ -31,27 +33,48 @@ void WindowStickiness::apply(QWidget* window)
     const xcb_window_t id = xcb_window_t(window->winId());
     const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(c)).data->root;
     const xcb_atom_t wmState = atom(c, "_NET_WM_STATE");
-    const xcb_atom_t states[] = {atom(c, "_NET_WM_STATE_STICKY"),
+    const xcb_atom_t wanted[] = {atom(c, "_NET_WM_STATE_STICKY"),
                                  atom(c, "_NET_WM_STATE_SKIP_TASKBAR"),
                                  atom(c, "_NET_WM_STATE_SKIP_PAGER")};
-    // A mapped window asks the window manager (EWMH client message); the
-    // property covers window managers that read it at map time.
-    for (xcb_atom_t state : states) {
-        xcb_client_message_event_t ev = {};
-        ev.response_type = XCB_CLIENT_MESSAGE;
-        ev.format = 32;
-        ev.window = id;
-        ev.type = wmState;
-        ev.data.data32[0] = 1; // _NET_WM_STATE_ADD
-        ev.data.data32[1] = state;
-        ev.data.data32[3] = 1; // from a normal application
-        xcb_send_event(c, 0, root,
-                       XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY,
-                       reinterpret_cast<const char*>(&ev));
+
+    // Before the window is mapped the window manager reads the property (EWMH); it
+    // ignores messages about a window it does not manage yet. Qt keeps atoms it
+    // did not set when it writes the property at map time.
+    std::vector<xcb_atom_t> states;
+    xcb_get_property_reply_t* current = xcb_get_property_reply(
+        c, xcb_get_property(c, 0, id, wmState, XCB_ATOM_ATOM, 0, 1024), nullptr);
+    if (current && current->format == 32 && current->type == XCB_ATOM_ATOM) {
+        const auto* data = static_cast<const xcb_atom_t*>(xcb_get_property_value(current));
+        states.assign(data, data + xcb_get_property_value_length(current) / 4);
     }
+    free(current);
+    for (xcb_atom_t state : wanted) {
+        if (std::find(states.begin(), states.end(), state) == states.end())
+            states.push_back(state);
+    }
+    xcb_change_property(c, XCB_PROP_MODE_REPLACE, id, wmState, XCB_ATOM_ATOM, 32,
+                        uint32_t(states.size()), states.data());
     const uint32_t allDesktops = 0xFFFFFFFF;
     xcb_change_property(c, XCB_PROP_MODE_REPLACE, id, atom(c, "_NET_WM_DESKTOP"), XCB_ATOM_CARDINAL,
                         32, 1, &allDesktops);
+
+    // A window already on screen asks the window manager instead.
+    if (window->isVisible()) {
+        for (xcb_atom_t state : wanted) {
+            xcb_client_message_event_t ev = {};
+            ev.response_type = XCB_CLIENT_MESSAGE;
+            ev.format = 32;
+            ev.window = id;
+            ev.type = wmState;
+            ev.data.data32[0] = 1; // _NET_WM_STATE_ADD
+            ev.data.data32[1] = state;
+            ev.data.data32[3] = 1; // from a normal application
+            xcb_send_event(c, 0, root,
+                           XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT |
+                               XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY,
+                           reinterpret_cast<const char*>(&ev));
+        }
+    }
     xcb_flush(c);
 }
 

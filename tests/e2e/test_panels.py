@@ -1,0 +1,70 @@
+#!/usr/bin/python3
+"""End-to-end: floating panels of the real tidewell binary as the window manager
+treats them. A panel is sticky and kept off the taskbar from its first map, a
+click on it leaves the keyboard with the window that had it, and a close sent by
+the window manager (as at logout) keeps its placement and frame for the next start.
+
+Usage: test_panels.py <tidewell binary>
+"""
+import os
+import signal
+import sys
+import time
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from desktop import wait_for  # noqa: E402
+from tidewell_case import TidewellCase, main  # noqa: E402
+
+
+class PanelsOnTheDesktop(TidewellCase):
+    tray = False
+
+    def panel(self):
+        ids = self.desktop.window_ids("^Tasks$")
+        return ids[0] if ids else None
+
+    def geometry(self, window):
+        out = self.desktop.run(["xdotool", "getwindowgeometry", "--shell", str(window)]).stdout
+        g = dict(line.split("=") for line in out.split())
+        return tuple(int(g[k]) for k in ("X", "Y", "WIDTH", "HEIGHT"))
+
+    def test_panel_keeps_its_place_through_a_session_end(self):
+        desktop = self.desktop
+        self.a11y.switch_on(self.a11y.find(self.root, "Tasks floating"))
+        self.assertTrue(wait_for(self.panel), "no panel")
+        panel = self.panel()
+        state = desktop.run(["xprop", "-id", str(panel), "_NET_WM_STATE",
+                             "_NET_WM_DESKTOP"]).stdout
+        for flag in ("_NET_WM_STATE_SKIP_TASKBAR", "_NET_WM_STATE_SKIP_PAGER"):
+            self.assertIn(flag, state)
+        # On every desktop: some window managers say so with the state, openbox with
+        # the desktop number "all".
+        self.assertTrue("_NET_WM_STATE_STICKY" in state or "= 4294967295" in state, state)
+
+        # Clicking the panel leaves the keyboard where it was.
+        hub = desktop.window_ids("^Tidewell$")[0]
+        desktop.run(["xdotool", "windowactivate", "--sync", str(hub)])
+        x, y, w, h = self.geometry(panel)
+        desktop.click(x + w // 2, y + h - 12)
+        time.sleep(0.5)
+        self.assertEqual(desktop.run(["xdotool", "getactivewindow"]).stdout.strip(), str(hub))
+
+        desktop.run(["xdotool", "windowmove", str(panel), "100", "150"])
+        self.assertTrue(wait_for(lambda: self.geometry(panel)[:2] == (100, 150), 5))
+        time.sleep(0.8)  # the frame is saved 0.3 s after the last move
+        before = self.geometry(panel)
+
+        # Logout: the window manager closes every window, then the session ends the app.
+        desktop.run(["wmctrl", "-i", "-c", hex(panel)])
+        time.sleep(0.5)
+        self.app.send_signal(signal.SIGTERM)
+        self.assertEqual(self.app.wait(15), 0)
+
+        self.relaunch()
+        self.assertTrue(wait_for(self.panel, 20), "the panel is gone after the restart")
+        self.assertTrue(wait_for(lambda: self.geometry(self.panel()) == before, 5),
+                        "%r != %r" % (self.geometry(self.panel()), before))
+
+
+if __name__ == "__main__":
+    main()
