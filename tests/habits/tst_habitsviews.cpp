@@ -96,6 +96,16 @@ private slots:
         QCOMPARE(view.findChild<QWidget*>("newHabitButton")->accessibleName(),
                  QStringLiteral("New habit"));
 
+        // A name far too long for the popup is cut on one line; the buttons stay in view.
+        view.resize(300, 380);
+        service().updateHabit(water, "💧", QString(40, u'W') + " a very long habit name", "", 4,
+                              context());
+        QTRY_VERIFY(row->findChild<QLabel*>("habitName")->text().endsWith(u"…"));
+        QVERIFY(action->geometry().right() < row->width());
+        QVERIFY(row->findChild<QWidget*>("habitEdit")->geometry().right() < row->width());
+        QCOMPARE(row->findChild<QLabel*>("habitName")->accessibleName(),
+                 QString(40, u'W') + " a very long habit name");
+
         service().updateHabit(water, "🍎", "Fruit", "#10B981", 2, context());
         QCOMPARE(row->findChild<QLabel*>("habitName")->text(), QStringLiteral("Fruit"));
         QCOMPARE(count->text(), QStringLiteral("0/2"));

@@ -150,7 +150,9 @@ private slots:
             ListNameDialog* dialog = m_view->switcher()->openDialog();
             QVERIFY(dialog && QTest::qWaitForWindowExposed(dialog));
             const bool rename = action == u"renameListAction";
-            QCOMPARE(dialog->field()->text(), rename ? switcherText() : QString());
+            QCOMPARE(dialog->field()->text(),
+                     rename ? find<QToolButton>("listSwitcherButton")->accessibleName()
+                            : QString());
             dialog->field()->clear();
             QTest::keyClicks(dialog->field(), typed);
             QTest::mouseClick(dialog->findChild<QPushButton*>(button), Qt::LeftButton);
@@ -167,6 +169,21 @@ private slots:
         QCOMPARE(context().count<TaskList>(), 2);
         answer("renameListAction", " Family  ", "saveButton");
         QTRY_COMPARE(switcherText(), QStringLiteral("Family"));
+
+        // "&" is shown, not taken for a keyboard shortcut, in the switcher and its menu;
+        // a name too long for the header is cut, and the actions button stays in view.
+        answer("renameListAction", "Home & garden", "saveButton");
+        QTRY_COMPARE(switcherText(), QStringLiteral("Home && garden"));
+        QVERIFY(menuAction("Home && garden"));
+        const QString longName = u"Errands for the whole family " + QString(60, u'x');
+        answer("renameListAction", longName, "saveButton");
+        QTRY_VERIFY(switcherText().endsWith(u"…"));
+        auto* button = find<QToolButton>("listSwitcherButton");
+        QCOMPARE(button->accessibleName(), longName);
+        auto* actions = find<QToolButton>("listActionsButton");
+        QVERIFY(button->mapToGlobal(QPoint(button->width(), 0)).x() <=
+                actions->mapToGlobal(QPoint(0, 0)).x());
+        QVERIFY(actions->mapTo(m_view.get(), QPoint(actions->width(), 0)).x() <= m_view->width());
     }
 
     // Each way adds the trimmed text and empties the field, which keeps the focus;
@@ -318,6 +335,11 @@ private slots:
             {{30, 14}, {5000, 5000}, {5012, 5014, 56, 22}, std::nullopt}};
         for (const auto& [label, pointer, expected, available] : cases)
             QCOMPARE(TooltipPanelService::geometryFor(label, pointer, available), expected);
+        // A word longer than a line (a URL) breaks inside the word, never past the edge.
+        const QSizeF url = TooltipPanelService::labelSize(
+            QStringLiteral("see https://example.org/") + QString(150, u'a'));
+        QVERIFY(url.width() <= TooltipPanelService::MaxLabelWidth);
+        QVERIFY(url.height() > 2 * QFontMetricsF(TooltipPanel::labelFont()).height());
 
         // Resting on a row shows its text in the one tooltip panel, which takes no focus.
         TaskList* work = showWork();

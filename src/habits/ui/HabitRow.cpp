@@ -1,6 +1,7 @@
 #include "HabitRow.h"
 
 #include "DataStore.h"
+#include "ElidedLabel.h"
 #include "EmojiCoding.h"
 #include "Habit.h"
 #include "HabitColor.h"
@@ -54,10 +55,9 @@ HabitRow::HabitRow(Habit* habit, bool viewOnly, QWidget* parent)
     auto* column = new QVBoxLayout;
     column->setSpacing(4);
     auto* line = new QHBoxLayout;
-    m_name = new QLabel(this);
+    m_name = new ElidedLabel(this);
     m_name->setObjectName(QStringLiteral("habitName"));
     m_name->setFont(Theme::font(Theme::Font::Callout));
-    m_name->setTextFormat(Qt::PlainText);
     m_count = new QLabel(this);
     m_count->setObjectName(QStringLiteral("habitCount"));
     m_count->setFont(
@@ -127,7 +127,7 @@ void HabitRow::refresh()
         return;
     const QString icon = EmojiCoding::decode(m_habit->icon());
     m_icon->setText(icon);
-    m_name->setText(m_habit->name());
+    m_name->setFullText(m_habit->name());
     m_count->setText(QStringLiteral("%1/%2").arg(m_habit->currentValue()).arg(m_habit->maxValue()));
     setAccessibleName(m_habit->name());
     m_count->setAccessibleName(m_count->text());

@@ -4,6 +4,7 @@
 #include <QWidget>
 
 #include "Habit.h"
+class ElidedLabel;
 class QLabel;
 class QToolButton;
 
@@ -34,7 +35,7 @@ private:
     QPointer<Habit> m_habit;
     bool m_viewOnly;
     QLabel* m_icon;
-    QLabel* m_name;
+    ElidedLabel* m_name;
     QLabel* m_count;
     QWidget* m_bar;
     QToolButton* m_action = nullptr;

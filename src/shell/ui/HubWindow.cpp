@@ -55,6 +55,7 @@ HubWindow::HubWindow(QWidget* parent)
     m_storeProblem = new QLabel(central);
     m_storeProblem->setObjectName(QStringLiteral("storeProblem"));
     m_storeProblem->setWordWrap(true);
+    m_storeProblem->setTextFormat(Qt::PlainText);
     m_storeProblem->setContentsMargins(16, 8, 16, 8);
     m_storeProblem->setFont(Theme::font(Theme::Font::Caption));
     m_storeProblem->setStyleSheet(QStringLiteral("color: #d70015;"));

@@ -2,13 +2,13 @@
 
 #include "AudioService.h"
 #include "ListNameDialog.h"
+#include "MenuText.h"
 #include "ModelContext.h"
 #include "SymbolIcon.h"
 #include "TaskList.h"
 #include "TasksService.h"
 #include "Theme.h"
 
-#include <QHBoxLayout>
 #include <QLineEdit>
 #include <QMenu>
 #include <QToolButton>
@@ -38,12 +38,9 @@ TaskListSwitcher::TaskListSwitcher(ModelContext& context, QWidget* parent)
     connect(m_button, &QToolButton::clicked, this,
             [this] { m_menu->popup(m_button->mapToGlobal(QPoint(0, m_button->height()))); });
 
-    auto* layout = new QHBoxLayout(this);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(6);
-    layout->addWidget(m_button);
-    layout->addStretch(1);
-
+    // No layout: a layout would not let the switcher be narrower than the whole
+    // name, and the name is cut to the width the switcher gets instead.
+    setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
     updateLabel();
 }
 
@@ -79,8 +76,30 @@ void TaskListSwitcher::updateLabel()
 {
     const TaskList* current = currentList();
     const QString name = current ? current->name() : QStringLiteral("—");
-    m_button->setText(name);
+    // The name takes what the switcher's width leaves beside the chevron.
+    const int room = width() - m_button->iconSize().width() - 24;
+    m_button->setText(MenuText::fitted(name, m_button->fontMetrics(), room));
     m_button->setAccessibleName(name);
+    m_button->setToolTip(name);
+    m_button->setGeometry(0, 0, std::min(m_button->sizeHint().width(), width()), height());
+    updateGeometry();
+}
+
+QSize TaskListSwitcher::sizeHint() const
+{
+    return m_button->sizeHint();
+}
+
+QSize TaskListSwitcher::minimumSizeHint() const
+{
+    // Never wider than the room it is given: the name is cut instead.
+    return {m_button->iconSize().width() + 48, m_button->sizeHint().height()};
+}
+
+void TaskListSwitcher::resizeEvent(QResizeEvent* event)
+{
+    QWidget::resizeEvent(event);
+    updateLabel();
 }
 
 QMenu* TaskListSwitcher::preparedMenu()
@@ -96,7 +115,8 @@ void TaskListSwitcher::rebuildMenu()
     for (const QPointer<TaskList>& list : std::as_const(m_lists)) {
         if (!list || !list->context())
             continue;
-        QAction* action = m_menu->addAction(list->name());
+        QAction* action =
+            m_menu->addAction(MenuText::fitted(list->name(), m_menu->fontMetrics(), 320));
         action->setObjectName(QStringLiteral("listEntry"));
         action->setCheckable(true);
         action->setChecked(list == current);

@@ -35,8 +35,14 @@ public:
     // The open new-list prompt or rename dialog, if any.
     ListNameDialog* openDialog() const { return m_dialog; }
 
+    QSize sizeHint() const override;
+    QSize minimumSizeHint() const override;
+
 signals:
     void selectedListIdChanged();
+
+protected:
+    void resizeEvent(QResizeEvent* event) override;
 
 private:
     void rebuildMenu();

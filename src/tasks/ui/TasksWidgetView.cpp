@@ -87,8 +87,8 @@ void TasksWidgetView::buildHeader(QWidget* header)
     auto* row = new QHBoxLayout(header);
     row->setContentsMargins(0, 0, 0, 0);
     m_switcher = new TaskListSwitcher(*m_context, header);
-    row->addWidget(m_switcher);
-    row->addStretch(1);
+    // All the width the actions button leaves; a long name is cut to fit it.
+    row->addWidget(m_switcher, 1);
     if (m_viewOnly)
         return;
 

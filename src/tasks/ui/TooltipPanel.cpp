@@ -2,14 +2,37 @@
 
 #include "Theme.h"
 
-#include <QLabel>
 #include <QPainter>
 #include <QPainterPath>
-#include <QVBoxLayout>
+#include <QTextLayout>
+
+#include <cmath>
+
+namespace {
+// Lays `text` out in lines of at most `width`; returns the widest line and the height.
+QSizeF layOut(QTextLayout& layout, qreal width)
+{
+    QTextOption option;
+    option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+    layout.setTextOption(option);
+    qreal height = 0;
+    qreal widest = 0;
+    layout.beginLayout();
+    for (QTextLine line = layout.createLine(); line.isValid(); line = layout.createLine()) {
+        line.setLineWidth(width);
+        line.setPosition(QPointF(0, height));
+        height += line.height();
+        widest = std::max(widest, line.naturalTextWidth());
+    }
+    layout.endLayout();
+    return {widest, height};
+}
+} // namespace
 
 TooltipPanel::TooltipPanel(const QString& text)
     : QWidget(nullptr, Qt::ToolTip | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
                            Qt::WindowDoesNotAcceptFocus | Qt::WindowTransparentForInput)
+    , m_text(text)
 {
     setObjectName(QStringLiteral("tooltipPanel"));
     setAccessibleName(text);
@@ -17,29 +40,17 @@ TooltipPanel::TooltipPanel(const QString& text)
     setAttribute(Qt::WA_TransparentForMouseEvents);
     setAttribute(Qt::WA_TranslucentBackground);
     setFocusPolicy(Qt::NoFocus);
-
-    m_label = new QLabel(this);
-    m_label->setObjectName(QStringLiteral("tooltipLabel"));
-    m_label->setAccessibleName(text);
-    m_label->setTextFormat(Qt::PlainText);
-    m_label->setText(text);
-    m_label->setWordWrap(true);
-    m_label->setFont(labelFont());
-    m_label->setForegroundRole(QPalette::ToolTipText);
-
-    auto* layout = new QVBoxLayout(this);
-    layout->setContentsMargins(HorizontalInset, VerticalInset, HorizontalInset, VerticalInset);
-    layout->addWidget(m_label);
-}
-
-QString TooltipPanel::text() const
-{
-    return m_label->text();
 }
 
 QFont TooltipPanel::labelFont()
 {
     return Theme::system(11);
+}
+
+QSizeF TooltipPanel::textSize(const QString& text, qreal maxWidth)
+{
+    QTextLayout layout(text, labelFont());
+    return layOut(layout, maxWidth);
 }
 
 void TooltipPanel::paintEvent(QPaintEvent*)
@@ -53,4 +64,9 @@ void TooltipPanel::paintEvent(QPaintEvent*)
     p.fillPath(path, fill);
     p.setPen(QPen(palette().color(QPalette::Mid), 1));
     p.drawPath(path);
+
+    QTextLayout layout(m_text, labelFont());
+    layOut(layout, width() - 2 * HorizontalInset);
+    p.setPen(palette().color(QPalette::ToolTipText));
+    layout.draw(&p, QPointF(HorizontalInset, VerticalInset));
 }

@@ -36,16 +36,7 @@ void TooltipPanelService::show(const QString& text)
     }
 
     auto* panel = new TooltipPanel(text);
-    QRect frame = geometryFor(labelSize(text), pointer, available);
-    // The label lays out text a little differently from plain font metrics; never
-    // cut off its last line.
-    const int needed = panel->layout()->totalHeightForWidth(frame.width());
-    if (needed > frame.height()) {
-        frame.setHeight(needed);
-        if (available && frame.bottom() > available->bottom() - ScreenInset)
-            frame.moveBottom(available->bottom() - ScreenInset);
-    }
-    panel->setGeometry(frame);
+    panel->setGeometry(geometryFor(labelSize(text), pointer, available));
     panel->show();
     m_panel = panel;
 }
@@ -61,10 +52,8 @@ void TooltipPanelService::hide()
 
 QSizeF TooltipPanelService::labelSize(const QString& text)
 {
-    const QFontMetricsF metrics(TooltipPanel::labelFont());
-    return metrics
-        .boundingRect(QRectF(0, 0, MaxLabelWidth, 1e6), Qt::TextWordWrap | Qt::AlignLeft, text)
-        .size();
+    // The panel paints with the same layout, so what is measured is what shows.
+    return TooltipPanel::textSize(text, MaxLabelWidth);
 }
 
 QRect TooltipPanelService::geometryFor(const QSizeF& label, const QPoint& pointer,

@@ -32,7 +32,7 @@ public:
     // The window shown now, or null.
     TooltipPanel* panel() const { return m_panel; }
 
-    // The label's natural size when wrapped at word boundaries at MaxLabelWidth.
+    // The text's natural size when wrapped at MaxLabelWidth (inside a word too long for a line).
     static QSizeF labelSize(const QString& text);
     // Where the window goes for a label of `label` size and the pointer at `pointer`
     // (global coordinates, y growing downwards), kept inside `available` (the
