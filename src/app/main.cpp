@@ -3,26 +3,45 @@
 #include "DataStore.h"
 #include "ShellStyle.h"
 #include "SingleInstance.h"
+#include "StoreLock.h"
 
 #include <QApplication>
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QIcon>
 #include <QImageReader>
 #include <QPixmap>
+#include <QThread>
 #include <QUrl>
 
 #include <cstdio>
+#include <cstring>
 
 namespace {
-// The first argument that names a URL (the desktop passes callbacks as %u).
-QUrl urlArgument(int argc, char* argv[])
+// The first argument that names a URL (the desktop passes callbacks as %u), taken
+// out of the argument list: a sign-in callback carries a token, and the argument
+// list is readable by every process of the machine for as long as this one runs.
+// Kept as text even when it does not parse, so that sign-in can say so.
+QString takeUrlArgument(int& argc, char* argv[])
 {
     for (int i = 1; i < argc; ++i) {
-        const QUrl url(QString::fromLocal8Bit(argv[i]), QUrl::StrictMode);
-        if (url.isValid() && !url.scheme().isEmpty() && url.scheme().size() > 1)
-            return url;
+        const QString text = QString::fromLocal8Bit(argv[i]);
+        if (text.startsWith(u'-') || QUrl(text, QUrl::StrictMode).scheme().size() < 2)
+            continue;
+        std::memset(argv[i], 0, std::strlen(argv[i]));
+        for (int j = i; j < argc - 1; ++j)
+            argv[j] = argv[j + 1];
+        argv[--argc] = nullptr;
+        return text;
     }
     return {};
+}
+
+// The token the desktop gave this launch, to pass on with a hand-off.
+QString activationToken()
+{
+    const QString wayland = qEnvironmentVariable("XDG_ACTIVATION_TOKEN");
+    return wayland.isEmpty() ? qEnvironmentVariable("DESKTOP_STARTUP_ID") : wayland;
 }
 
 // The PNGs under :/icons, read as PNG outright: left to guess, Qt would first load
@@ -46,30 +65,74 @@ bool hasDisplay()
     return !qEnvironmentVariableIsEmpty("DISPLAY") ||
            !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
 }
+
+void say(const QString& line)
+{
+    std::fprintf(stderr, "tidewell: %s\n", line.toLocal8Bit().constData());
+}
+
+// Hands the request to a running Tidewell. The process's exit status when this
+// launch is done (delivered, or refused), or nothing when no Tidewell answered.
+std::optional<int> handOff(const QString& socketPath, const SingleInstance::Request& request)
+{
+    QString reason;
+    switch (SingleInstance::sendToRunning(socketPath, request, 2000, &reason)) {
+    case SingleInstance::Outcome::Delivered:
+        return 0;
+    case SingleInstance::Outcome::Refused:
+        say(u"the running Tidewell did not take the request: " + reason);
+        return 2;
+    case SingleInstance::Outcome::NoAnswer:
+        break;
+    }
+    return std::nullopt;
+}
 } // namespace
 
 int main(int argc, char* argv[])
 {
-    const QUrl url = urlArgument(argc, argv);
+    const SingleInstance::Request request{takeUrlArgument(argc, argv), activationToken()};
     const QString socketPath = SingleInstance::defaultSocketPath();
     // A running Tidewell takes the request (show the hub, or a sign-in callback).
-    if (SingleInstance::sendToRunning(socketPath, url, 2000))
-        return 0;
+    if (const auto status = handOff(socketPath, request))
+        return *status;
 
     if (!hasDisplay()) {
-        std::fprintf(stderr, "tidewell: no graphical display (DISPLAY and WAYLAND_DISPLAY are "
-                             "unset); start it from a desktop session\n");
+        say(QStringLiteral("no graphical display (DISPLAY and WAYLAND_DISPLAY are unset); start "
+                           "it from a desktop session"));
         return 2;
     }
+
+    QString problem;
+    const QString storePath = DataStore::defaultPath(&problem);
+    if (storePath.isEmpty()) {
+        say(problem);
+        return 1;
+    }
+    // Whatever became of the socket, two processes must never write one store. One
+    // that holds the lock but does not answer may be starting up: ask it a little longer.
+    bool held = false;
+    std::unique_ptr<StoreLock> lock = StoreLock::acquire(storePath, &held, &problem);
+    for (QDeadlineTimer patience(3000); held && !patience.hasExpired();) {
+        if (const auto status = handOff(socketPath, request))
+            return *status;
+        QThread::msleep(200);
+        lock = StoreLock::acquire(storePath, &held, &problem);
+    }
+    // A lock file that cannot be made (a read-only folder) is left to the store's
+    // own checks, which say what is wrong.
+    if (held) {
+        say(u"another Tidewell is running but does not answer (" + problem +
+            u"); not starting a second one");
+        return 1;
+    }
+    // Checking a large store takes a while; let it overlap Qt's own start.
+    DataStore::inspectInBackground(storePath);
+
     // Wayland lets no client place or raise its own windows; panels and the tray
     // popup need that, so prefer XWayland unless the user chose otherwise.
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && !qEnvironmentVariableIsEmpty("DISPLAY"))
         qputenv("QT_QPA_PLATFORM", "xcb");
-
-    // Checking a large store takes a while; let it overlap Qt's own start.
-    QString noDataFolder;
-    if (const QString store = DataStore::defaultPath(&noDataFolder); !store.isEmpty())
-        DataStore::inspectInBackground(store);
 
     QApplication app(argc, argv);
     const BundleInfo& info = BundleInfo::current();
@@ -84,17 +147,16 @@ int main(int argc, char* argv[])
     QString error;
     if (!instance.listen(&error)) {
         // Another instance started in the meantime: hand over and leave.
-        if (SingleInstance::sendToRunning(socketPath, url, 2000))
-            return 0;
-        std::fprintf(stderr, "tidewell: cannot listen on %s: %s\n", qPrintable(socketPath),
-                     qPrintable(error));
+        if (const auto status = handOff(socketPath, request))
+            return *status;
+        say(u"cannot listen on " + socketPath + u": " + error);
     }
 
     DataStore::shared(); // a store that cannot be opened ends start-up here
     AppController controller;
     controller.attach(&instance);
     controller.start();
-    if (!url.isEmpty())
-        controller.openUrl(url);
+    if (!request.url.isEmpty())
+        controller.openUrl(QUrl(request.url, QUrl::StrictMode));
     return app.exec();
 }

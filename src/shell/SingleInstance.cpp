@@ -11,6 +11,7 @@
 #include <QJsonObject>
 #include <QSocketNotifier>
 #include <QStandardPaths>
+#include <QTimer>
 
 #include <cerrno>
 #include <cstring>
@@ -27,6 +28,7 @@
 
 namespace {
 const QByteArray ack = QByteArrayLiteral("ok\n");
+const QByteArray refusal = QByteArrayLiteral("refused ");
 
 // The socket's address; false when the path does not fit.
 bool addressOf(const QString& path, sockaddr_un* address)
@@ -123,6 +125,8 @@ SingleInstance::~SingleInstance()
         ::close(m_listener);
         QFile::remove(m_path);
     }
+    if (m_spare >= 0)
+        ::close(m_spare);
 }
 
 QString SingleInstance::defaultSocketPath()
@@ -133,19 +137,21 @@ QString SingleInstance::defaultSocketPath()
     return dir + u'/' + BundleInfo::current().identifier + QStringLiteral(".socket");
 }
 
-QByteArray SingleInstance::encodeMessage(const QUrl& url)
+QByteArray SingleInstance::encodeMessage(const Request& request)
 {
     QJsonObject o;
-    if (url.isEmpty()) {
+    if (request.url.isEmpty()) {
         o.insert(QStringLiteral("command"), QStringLiteral("activate"));
     } else {
         o.insert(QStringLiteral("command"), QStringLiteral("open"));
-        o.insert(QStringLiteral("url"), url.toString(QUrl::FullyEncoded));
+        o.insert(QStringLiteral("url"), request.url);
     }
+    if (!request.activation.isEmpty())
+        o.insert(QStringLiteral("activation"), request.activation);
     return QJsonDocument(o).toJson(QJsonDocument::Compact) + '\n';
 }
 
-bool SingleInstance::parseMessage(const QByteArray& data, bool* activate, QUrl* url)
+bool SingleInstance::parseMessage(const QByteArray& data, Request* request)
 {
     if (data.size() > MaxMessageBytes)
         return false;
@@ -153,33 +159,48 @@ bool SingleInstance::parseMessage(const QByteArray& data, bool* activate, QUrl* 
     const QJsonDocument doc = QJsonDocument::fromJson(data, &error);
     if (error.error != QJsonParseError::NoError || !doc.isObject())
         return false;
-    const QJsonObject o = doc.object();
+    QJsonObject o = doc.object();
+    const QJsonValue activation = o.take(QLatin1String("activation"));
+    if (!activation.isUndefined() && !activation.isString())
+        return false;
     const QString command = o.value(QLatin1String("command")).toString();
+    Request parsed{{}, activation.toString()};
     if (command == u"activate" && o.size() == 1) {
-        *activate = true;
+        *request = parsed;
         return true;
     }
     if (command == u"open" && o.size() == 2 && o.value(QLatin1String("url")).isString()) {
-        const QUrl parsed(o.value(QLatin1String("url")).toString(), QUrl::StrictMode);
-        if (!parsed.isValid() || parsed.scheme().isEmpty())
+        // Kept as text: a callback that does not parse must still reach sign-in,
+        // which reports it as malformed.
+        parsed.url = o.value(QLatin1String("url")).toString();
+        if (QUrl(parsed.url, QUrl::StrictMode).scheme().size() < 2)
             return false;
-        *activate = false;
-        *url = parsed;
+        *request = parsed;
         return true;
     }
     return false;
 }
 
-bool SingleInstance::sendToRunning(const QString& socketPath, const QUrl& url, int timeoutMs)
+SingleInstance::Outcome SingleInstance::sendToRunning(const QString& socketPath,
+                                                      const Request& request, int timeoutMs,
+                                                      QString* reason)
 {
+    const QByteArray message = encodeMessage(request);
+    if (message.size() > MaxMessageBytes) {
+        if (reason)
+            *reason = QStringLiteral("the request is too large (%1 bytes; at most %2)")
+                          .arg(message.size())
+                          .arg(MaxMessageBytes);
+        return Outcome::Refused;
+    }
     const QDeadlineTimer deadline(timeoutMs);
     const int fd = connectTo(socketPath, deadline);
     if (fd < 0)
-        return false;
+        return Outcome::NoAnswer;
     QByteArray reply;
-    if (sendAll(fd, encodeMessage(url), deadline)) {
-        char chunk[16];
-        while (reply.size() < ack.size() && waitFor(fd, POLLIN, deadline)) {
+    if (sendAll(fd, message, deadline)) {
+        char chunk[512];
+        while (!reply.contains('\n') && reply.size() < 4096 && waitFor(fd, POLLIN, deadline)) {
             const ssize_t got = ::recv(fd, chunk, sizeof(chunk), 0);
             if (got > 0)
                 reply.append(chunk, got);
@@ -188,7 +209,14 @@ bool SingleInstance::sendToRunning(const QString& socketPath, const QUrl& url, i
         }
     }
     ::close(fd);
-    return reply == ack;
+    if (reply == ack)
+        return Outcome::Delivered;
+    if (reply.startsWith(refusal)) {
+        if (reason)
+            *reason = QString::fromUtf8(reply.mid(refusal.size()).trimmed());
+        return Outcome::Refused;
+    }
+    return Outcome::NoAnswer;
 }
 
 bool SingleInstance::listen(QString* error)
@@ -218,19 +246,43 @@ bool SingleInstance::listen(QString* error)
         return false;
     }
     m_listener = fd;
+    m_spare = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
     m_accepting = new QSocketNotifier(qintptr(fd), QSocketNotifier::Read, this);
     connect(m_accepting, &QSocketNotifier::activated, this, &SingleInstance::acceptConnections);
+    m_resumeAccepting = new QTimer(this);
+    m_resumeAccepting->setSingleShot(true);
+    m_resumeAccepting->setInterval(200);
+    connect(m_resumeAccepting, &QTimer::timeout, m_accepting,
+            [this] { m_accepting->setEnabled(true); });
     return true;
 }
 
 void SingleInstance::acceptConnections()
 {
     for (;;) {
-        const int fd = ::accept(m_listener, nullptr, nullptr);
+        int fd = ::accept(m_listener, nullptr, nullptr);
         if (fd < 0) {
             if (errno == EINTR)
                 continue;
-            return; // EAGAIN: all taken; anything else: try again on the next wake-up
+            if (errno == EMFILE || errno == ENFILE) {
+                // Out of descriptors the listener stays readable: without this the
+                // loop would spin. The spare descriptor makes room to turn one peer
+                // away; otherwise wait a little before trying again.
+                if (m_spare >= 0) {
+                    ::close(m_spare);
+                    m_spare = -1;
+                    fd = ::accept(m_listener, nullptr, nullptr);
+                    if (fd >= 0)
+                        ::close(fd);
+                    m_spare = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+                    if (fd >= 0)
+                        continue; // there may be more waiting
+                    return;       // nobody was waiting after all
+                }
+                m_accepting->setEnabled(false);
+                m_resumeAccepting->start();
+            }
+            return; // EAGAIN: all taken
         }
         ::fcntl(fd, F_SETFD, FD_CLOEXEC);
         ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
@@ -238,9 +290,19 @@ void SingleInstance::acceptConnections()
             ::close(fd);
             continue;
         }
+        if (m_peers.size() >= MaxPeers) {
+            const QByteArray busy = refusal + "busy, try again\n";
+            ::send(fd, busy.constData(), size_t(busy.size()), MSG_NOSIGNAL);
+            ::close(fd);
+            continue;
+        }
         Peer& peer = m_peers[fd];
         peer.notifier = new QSocketNotifier(qintptr(fd), QSocketNotifier::Read, this);
         connect(peer.notifier, &QSocketNotifier::activated, this, [this, fd] { readFrom(fd); });
+        peer.timeout = new QTimer(this);
+        peer.timeout->setSingleShot(true);
+        connect(peer.timeout, &QTimer::timeout, this, [this, fd] { drop(fd); });
+        peer.timeout->start(PeerTimeoutMs);
         readFrom(fd);
     }
 }
@@ -270,25 +332,39 @@ void SingleInstance::readFrom(int fd)
         }
     }
     const qsizetype newline = buffer.indexOf('\n');
-    bool activate = false;
-    QUrl url;
-    const bool ok = newline >= 0 && parseMessage(buffer.left(newline), &activate, &url);
-    if (ok)
-        ::send(fd, ack.constData(), size_t(ack.size()), MSG_NOSIGNAL);
-    drop(fd);
-    if (!ok)
+    if (newline < 0) {
+        answer(fd, refusal + "the request is too large\n");
         return;
-    if (activate)
-        emit activateRequested();
+    }
+    Request request;
+    if (!parseMessage(buffer.left(newline), &request)) {
+        answer(fd, refusal + "the request is not understood\n");
+        return;
+    }
+    answer(fd, ack);
+    if (request.url.isEmpty())
+        emit activateRequested(request.activation);
     else
-        emit urlReceived(url);
+        emit urlReceived(QUrl(request.url, QUrl::StrictMode), request.activation);
+}
+
+void SingleInstance::answer(int fd, const QByteArray& line)
+{
+    ::send(fd, line.constData(), size_t(line.size()), MSG_NOSIGNAL);
+    drop(fd);
 }
 
 void SingleInstance::drop(int fd)
 {
     // Called from the notifier's own signal, so it may only go later.
+    if (!m_peers.contains(fd))
+        return;
     const Peer peer = m_peers.take(fd);
-    peer.notifier->setEnabled(false);
-    peer.notifier->deleteLater();
+    if (peer.notifier) {
+        peer.notifier->setEnabled(false);
+        peer.notifier->deleteLater();
+    }
+    if (peer.timeout)
+        peer.timeout->deleteLater();
     ::close(fd);
 }

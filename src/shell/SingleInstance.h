@@ -7,11 +7,14 @@
 #include <QUrl>
 
 class QSocketNotifier;
+class QTimer;
 
 // Keeps Tidewell to one process per user: the first one listens on a socket in
 // the user's runtime directory, later ones hand it their request and exit.
 // Only peers of the same user are served; each connection carries one small
-// JSON message: {"command":"activate"} or {"command":"open","url":"..."}.
+// JSON line, {"command":"activate"} or {"command":"open","url":"..."}, optionally
+// with the desktop's "activation" token, and gets "ok" or "refused <reason>" back.
+// Idle and excess peers are dropped, so no client can hold the app.
 // Plain Unix-domain sockets rather than QtNetwork, which would otherwise be
 // loaded at every start for this alone.
 class SingleInstance final : public QObject
@@ -20,6 +23,20 @@ class SingleInstance final : public QObject
 
 public:
     static constexpr qsizetype MaxMessageBytes = 64 * 1024;
+    static constexpr int MaxPeers = 16;
+    static constexpr int PeerTimeoutMs = 3000;
+
+    struct Request
+    {
+        QString url;        // empty: show the hub
+        QString activation; // the desktop's activation token, if it gave one
+    };
+
+    enum class Outcome {
+        Delivered, // the running instance took it
+        Refused,   // it answered that it will not (see `reason`)
+        NoAnswer,  // nobody listens, or nobody answered in time
+    };
 
     explicit SingleInstance(const QString& socketPath, QObject* parent = nullptr);
     ~SingleInstance() override;
@@ -28,35 +45,40 @@ public:
     // when the variable is unset).
     static QString defaultSocketPath();
 
-    // Client side: hands `url` (or, when empty, a request to show the hub) to a
-    // running instance. True only when that instance acknowledged it.
-    static bool sendToRunning(const QString& socketPath, const QUrl& url, int timeoutMs = 3000);
+    // Client side: hands `request` to a running instance. A request too large to
+    // send is refused at once, without asking.
+    static Outcome sendToRunning(const QString& socketPath, const Request& request, int timeoutMs,
+                                 QString* reason = nullptr);
 
     // Server side: starts listening, replacing a stale socket left by a crash but
     // never a live one. False (with the reason) when another instance answers.
     bool listen(QString* error);
 
     // Parses one message; false when it is not exactly one of the two forms.
-    static bool parseMessage(const QByteArray& data, bool* activate, QUrl* url);
-    static QByteArray encodeMessage(const QUrl& url);
+    static bool parseMessage(const QByteArray& data, Request* request);
+    static QByteArray encodeMessage(const Request& request);
 
 signals:
-    void activateRequested();
-    void urlReceived(const QUrl& url);
+    void activateRequested(const QString& activation);
+    void urlReceived(const QUrl& url, const QString& activation);
 
 private:
     struct Peer
     {
         QSocketNotifier* notifier = nullptr;
+        QTimer* timeout = nullptr;
         QByteArray buffer;
     };
 
     void acceptConnections();
     void readFrom(int fd);
+    void answer(int fd, const QByteArray& line);
     void drop(int fd);
 
     QString m_path;
     int m_listener = -1;
+    int m_spare = -1; // given up to accept and turn away a peer when out of descriptors
     QSocketNotifier* m_accepting = nullptr;
+    QTimer* m_resumeAccepting = nullptr;
     QHash<int, Peer> m_peers;
 };

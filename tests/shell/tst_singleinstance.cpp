@@ -6,7 +6,14 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <QElapsedTimer>
+
+#include <algorithm>
+
 #include <future>
+#include <sys/resource.h>
+
+using namespace Qt::StringLiterals;
 
 class TestSingleInstance final : public QObject
 {
@@ -14,11 +21,14 @@ class TestSingleInstance final : public QObject
 
     QTemporaryDir m_dir;
 
+    using Outcome = SingleInstance::Outcome;
+
     // Sends from another thread so this one can serve the request.
-    static bool sendAsync(const QString& path, const QUrl& url)
+    static Outcome sendAsync(const QString& path, const SingleInstance::Request& request,
+                             QString* reason = nullptr)
     {
-        auto future = std::async(std::launch::async, [path, url] {
-            return SingleInstance::sendToRunning(path, url, 3000);
+        auto future = std::async(std::launch::async, [path, request, reason] {
+            return SingleInstance::sendToRunning(path, request, 3000, reason);
         });
         while (future.wait_for(std::chrono::milliseconds(0)) != std::future_status::ready)
             QTest::qWait(5);
@@ -42,6 +52,10 @@ private slots:
             << QByteArray("{\"command\":\"open\",\"url\":5}") << false << false;
         QTest::newRow("relative url")
             << QByteArray("{\"command\":\"open\",\"url\":\"auth?x\"}") << false << false;
+        QTest::newRow("with activation token")
+            << QByteArray("{\"command\":\"activate\",\"activation\":\"_TIME42\"}") << true << true;
+        QTest::newRow("activation not text")
+            << QByteArray("{\"command\":\"activate\",\"activation\":1}") << false << false;
         QTest::newRow("unknown command") << QByteArray("{\"command\":\"quit\"}") << false << false;
         QTest::newRow("array") << QByteArray("[\"activate\"]") << false << false;
         QTest::newRow("garbage") << QByteArray("\x01\x02 not json") << false << false;
@@ -53,17 +67,16 @@ private slots:
     void parsesOnlyTheTwoForms()
     {
         QFETCH(QByteArray, message);
-        bool activate = false;
-        QUrl url;
-        QTEST(SingleInstance::parseMessage(message, &activate, &url), "valid");
-        if (SingleInstance::parseMessage(message, &activate, &url))
-            QTEST(activate, "activate");
+        SingleInstance::Request request;
+        QTEST(SingleInstance::parseMessage(message, &request), "valid");
+        if (SingleInstance::parseMessage(message, &request))
+            QTEST(request.url.isEmpty(), "activate");
     }
 
     void handsRequestsToTheRunningInstance()
     {
         const QString path = m_dir.filePath(QStringLiteral("a.socket"));
-        QVERIFY(!SingleInstance::sendToRunning(path, {}, 200)); // nobody there yet
+        QCOMPARE(SingleInstance::sendToRunning(path, {}, 200), Outcome::NoAnswer); // nobody yet
 
         SingleInstance server(path);
         QString error;
@@ -71,17 +84,34 @@ private slots:
         QSignalSpy activated(&server, &SingleInstance::activateRequested);
         QSignalSpy urls(&server, &SingleInstance::urlReceived);
 
-        QVERIFY(sendAsync(path, {}));
+        QCOMPARE(sendAsync(path, {{}, QStringLiteral("_TIME42")}), Outcome::Delivered);
         QTRY_COMPARE(activated.count(), 1);
-        const QUrl callback(QStringLiteral("tidewell://auth?token=abc&state=1f"));
-        QVERIFY(sendAsync(path, callback));
+        QCOMPARE(activated[0][0].toString(), QStringLiteral("_TIME42"));
+        const QString callback(QStringLiteral("tidewell://auth?token=abc&state=1f"));
+        QCOMPARE(sendAsync(path, {callback, {}}), Outcome::Delivered);
         QTRY_COMPARE(urls.count(), 1);
-        QCOMPARE(urls[0][0].toUrl(), callback);
+        QCOMPARE(urls[0][0].toUrl(), QUrl(callback));
+        // One that does not parse still arrives, for sign-in to call it malformed.
+        QCOMPARE(sendAsync(path, {QStringLiteral("tidewell://auth?token=a b&state=1f"), {}}),
+                 Outcome::Delivered);
+        QTRY_COMPARE(urls.count(), 2);
+        QVERIFY(!urls[1][0].toUrl().isValid());
+
+        // Too large to take: refused at once, without a word to the instance.
+        QString reason;
+        QElapsedTimer clock;
+        clock.start();
+        QCOMPARE(
+            SingleInstance::sendToRunning(
+                path, {u"tidewell://auth?token="_s + QString(100'000, u'a'), {}}, 3000, &reason),
+            Outcome::Refused);
+        QVERIFY(clock.elapsed() < 500);
+        QVERIFY2(reason.contains(u"too large"), qPrintable(reason));
 
         // A second server must not take over a live socket.
         SingleInstance rival(path);
         QVERIFY(!rival.listen(&error));
-        QVERIFY(sendAsync(path, {}));
+        QCOMPARE(sendAsync(path, {}), Outcome::Delivered);
         QTRY_COMPARE(activated.count(), 2);
 
         // A message may arrive in pieces.
@@ -114,31 +144,74 @@ private slots:
         QString error;
         QVERIFY2(server.listen(&error), qPrintable(error));
         QSignalSpy activated(&server, &SingleInstance::activateRequested);
-        QVERIFY(sendAsync(path, {}));
+        QCOMPARE(sendAsync(path, {}), Outcome::Delivered);
         QTRY_COMPARE(activated.count(), 1);
     }
 
-    void dropsOversizedAndMalformedMessages()
+    // No peer can hold the instance: what it will not take is refused with an
+    // answer, idle peers are dropped, there are never more than a few at once, and
+    // running out of descriptors neither spins nor stops later launches.
+    void peersCannotHoldTheInstance()
     {
         const QString path = m_dir.filePath(QStringLiteral("b.socket"));
         SingleInstance server(path);
         QString error;
         QVERIFY(server.listen(&error));
         QSignalSpy activated(&server, &SingleInstance::activateRequested);
+        const auto open = [&path] {
+            auto socket = std::make_unique<QLocalSocket>();
+            socket->connectToServer(path);
+            return socket;
+        };
 
-        QLocalSocket flood;
-        flood.connectToServer(path);
-        QVERIFY(flood.waitForConnected(1000));
-        flood.write(QByteArray(SingleInstance::MaxMessageBytes + 10, 'x'));
-        QTRY_VERIFY(flood.state() == QLocalSocket::UnconnectedState);
-
-        QLocalSocket bad;
-        bad.connectToServer(path);
-        QVERIFY(bad.waitForConnected(1000));
-        bad.write("{\"command\":\"activate\",\"x\":1}\n");
-        QTRY_VERIFY(bad.state() == QLocalSocket::UnconnectedState);
-        QCOMPARE(bad.readAll(), QByteArray());
+        auto flood = open();
+        QVERIFY(flood->waitForConnected(1000));
+        flood->write(QByteArray(SingleInstance::MaxMessageBytes + 10, 'x'));
+        QTRY_VERIFY(flood->state() == QLocalSocket::UnconnectedState);
+        QVERIFY(flood->readAll().startsWith("refused "));
+        auto bad = open();
+        QVERIFY(bad->waitForConnected(1000));
+        bad->write("{\"command\":\"activate\",\"x\":1}\n");
+        QTRY_VERIFY(bad->state() == QLocalSocket::UnconnectedState);
+        QVERIFY(bad->readAll().startsWith("refused "));
         QCOMPARE(activated.count(), 0);
+
+        std::vector<std::unique_ptr<QLocalSocket>> idle;
+        for (int i = 0; i < SingleInstance::MaxPeers + 3; ++i)
+            idle.push_back(open());
+        QCOMPARE(sendAsync(path, {}), Outcome::Refused); // busy
+        QElapsedTimer clock;
+        clock.start();
+        QTRY_VERIFY_WITH_TIMEOUT(
+            std::all_of(idle.begin(), idle.end(),
+                        [](const auto& s) { return s->state() == QLocalSocket::UnconnectedState; }),
+            SingleInstance::PeerTimeoutMs + 2000);
+        QVERIFY(clock.elapsed() >= SingleInstance::PeerTimeoutMs - 500);
+        QCOMPARE(sendAsync(path, {}), Outcome::Delivered);
+
+        // Out of descriptors: peers are turned away and the loop stays idle.
+        rlimit saved{};
+        QCOMPARE(::getrlimit(RLIMIT_NOFILE, &saved), 0);
+        rlimit tight = saved;
+        tight.rlim_cur = 64;
+        QCOMPARE(::setrlimit(RLIMIT_NOFILE, &tight), 0);
+        std::vector<std::unique_ptr<QLocalSocket>> many;
+        for (int i = 0; i < 80; ++i)
+            many.push_back(open());
+        rusage before{}, after{};
+        ::getrusage(RUSAGE_SELF, &before);
+        QTest::qWait(1000);
+        ::getrusage(RUSAGE_SELF, &after);
+        const auto cpuMs = [](const rusage& u) {
+            return (u.ru_utime.tv_sec + u.ru_stime.tv_sec) * 1000 +
+                   (u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1000;
+        };
+        QVERIFY2(cpuMs(after) - cpuMs(before) < 300,
+                 qPrintable(QString::number(cpuMs(after) - cpuMs(before))));
+        many.clear();
+        QCOMPARE(::setrlimit(RLIMIT_NOFILE, &saved), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(sendAsync(path, {}), Outcome::Delivered,
+                                  SingleInstance::PeerTimeoutMs + 2000);
     }
 };
 

@@ -139,6 +139,15 @@ private slots:
         QVERIFY(m_sheet->isVisible());
         QCOMPARE(count(*m_server, "GET", "habits"), 0); // no pull
 
+        // Return in a blank token field says so; it is not the browser button's Return.
+        for (const QString& blank : {QString(), u" \t "_s}) {
+            m_sheet->tokenField()->setText(blank);
+            QTest::keyClick(m_sheet->tokenField(), Qt::Key_Return);
+            QTRY_COMPARE(sheetError()->text(), u"Token is empty"_s);
+            QVERIFY(m_opened.isEmpty());
+            sheetError()->clear();
+        }
+
         m_sheet->serverField()->setText(u"http://[bad"_s);
         for (int attempt = 0; attempt < 2; ++attempt) {
             QTest::mouseClick(m_sheet->browserButton(), Qt::LeftButton);

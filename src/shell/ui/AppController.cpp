@@ -77,15 +77,18 @@ void AppController::start()
 
 void AppController::attach(SingleInstance* instance)
 {
-    connect(instance, &SingleInstance::activateRequested, this, [this] {
+    connect(instance, &SingleInstance::activateRequested, this, [this](const QString& activation) {
         if (m_hub)
-            m_hub->bringForward();
+            m_hub->bringForward(activation);
     });
     connect(instance, &SingleInstance::urlReceived, this, &AppController::openUrl);
 }
 
-void AppController::openUrl(const QUrl& url)
+void AppController::openUrl(const QUrl& url, const QString& activation)
 {
+    // A sign-in callback finishes what the hub's sheet started: show it there.
+    if (m_hub && url.scheme() == AuthService::appURLScheme())
+        m_hub->bringForward(activation);
     emit urlReceived(url);
     // Sign-in decides whether the URL is its callback; anything else is ignored.
     QCoro::connect(AuthService::shared().consumeCallback(url), this, [] {});

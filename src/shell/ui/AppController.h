@@ -33,7 +33,8 @@ public:
     void requestQuit();
     // Quits without asking after saving (signals, session end).
     void quitNow();
-    void openUrl(const QUrl& url);
+    // `activation`: the desktop's token for the launch that brought the URL.
+    void openUrl(const QUrl& url, const QString& activation = {});
 
     HubWindow* hub() const;
     void setQuitConfirmation(QuitConfirmation confirm) { m_confirmQuit = std::move(confirm); }

@@ -6,6 +6,7 @@
 #include "SettingsView.h"
 #include "Theme.h"
 #include "WidgetTogglesView.h"
+#include "WindowActivation.h"
 
 #include <QFrame>
 #include <QHBoxLayout>
@@ -97,8 +98,9 @@ void HubWindow::setStoreProblem(const QString& text)
     m_storeProblem->setVisible(!text.isEmpty());
 }
 
-void HubWindow::bringForward()
+void HubWindow::bringForward(const QString& activation)
 {
+    WindowActivation::prepare(this, activation);
     show();
     setWindowState((windowState() & ~Qt::WindowMinimized) | Qt::WindowActive);
     raise();

@@ -22,8 +22,9 @@ public:
     void addSection(QWidget* section);
     WidgetTogglesView* toggles() const { return m_toggles; }
     SettingsView* settings() const { return m_settings; }
-    // Shows, raises and activates the window.
-    void bringForward();
+    // Shows, raises and activates the window; `activation` is the desktop's token for
+    // the launch that asked (see WindowActivation).
+    void bringForward(const QString& activation = {});
     // A line in red under the header while the store cannot save; empty hides it.
     void setStoreProblem(const QString& text);
 

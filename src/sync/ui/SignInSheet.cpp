@@ -9,6 +9,7 @@
 #include "Theme.h"
 
 #include <QHBoxLayout>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPointer>
@@ -128,8 +129,9 @@ SignInSheet::SignInSheet(QWidget* parent)
     });
     connect(m_browser, &QPushButton::clicked, this, &SignInSheet::connectViaBrowser);
     connect(m_submit, &QPushButton::clicked, this, &SignInSheet::submitToken);
-    // Return in the token field submits the token, not the browser default.
-    connect(m_token, &QLineEdit::returnPressed, this, &SignInSheet::submitToken);
+    // Return in the token field submits the token, blank or not (the service then
+    // says "Token is empty"); it must not also press the browser default.
+    m_token->installEventFilter(this);
     connect(m_server, &QLineEdit::textChanged, this, &SignInSheet::updateState);
     connect(m_token, &QLineEdit::textChanged, this, &SignInSheet::updateState);
     connect(close, &QPushButton::clicked, this, &QDialog::reject);
@@ -186,9 +188,21 @@ void SignInSheet::connectViaBrowser()
     }
 }
 
+bool SignInSheet::eventFilter(QObject* watched, QEvent* event)
+{
+    if (watched == m_token && event->type() == QEvent::KeyPress) {
+        const int key = static_cast<QKeyEvent*>(event)->key();
+        if (key == Qt::Key_Return || key == Qt::Key_Enter) {
+            submitToken();
+            return true;
+        }
+    }
+    return QDialog::eventFilter(watched, event);
+}
+
 void SignInSheet::submitToken()
 {
-    if (!m_submit->isEnabled())
+    if (m_submitting)
         return;
     const QString base = m_server->text().trimmed();
     if (!base.isEmpty())

@@ -27,6 +27,9 @@ public:
     QPushButton* browserButton() const { return m_browser; }
     QPushButton* tokenButton() const { return m_submit; }
 
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 private:
     void setError(const QString& text);
     void updateState();

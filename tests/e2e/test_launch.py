@@ -1,0 +1,66 @@
+#!/usr/bin/python3
+"""End-to-end: later launches of the real tidewell binary while one runs. A
+request too large to hand over is refused at once and the running app stays
+well; a running app that does not answer is never joined by a second one; and a
+sign-in callback's token does not stay in the process's argument list.
+
+Usage: test_launch.py <tidewell binary>
+"""
+import os
+import signal
+import subprocess
+import sys
+import time
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from desktop import wait_for  # noqa: E402
+from tidewell_case import APP, TidewellCase, main  # noqa: E402
+
+
+class LaterLaunches(TidewellCase):
+    tray = False
+
+    def launch(self, *args, timeout=30):
+        started = time.monotonic()
+        run = subprocess.run([APP, *args], env=self.desktop.env, capture_output=True, text=True,
+                             timeout=timeout)
+        return run, time.monotonic() - started
+
+    def test_1_oversized_request_is_refused_at_once(self):
+        run, took = self.launch("tidewell://auth?token=" + "a" * 100_000 + "&state=x")
+        self.assertNotEqual(run.returncode, 0)
+        self.assertLess(took, 1.0)
+        self.assertIn("too large", run.stderr)
+        # The running app still answers a normal second launch.
+        run, _ = self.launch()
+        self.assertEqual(run.returncode, 0, run.stderr)
+        self.assertIsNone(self.app.poll())
+
+    def test_2_a_stopped_app_is_not_joined_by_a_second(self):
+        self.app.send_signal(signal.SIGSTOP)
+        try:
+            run, took = self.launch(timeout=20)
+        finally:
+            self.app.send_signal(signal.SIGCONT)
+        self.assertEqual(run.returncode, 1, run.stderr)
+        self.assertIn("does not answer", run.stderr)
+        self.assertLess(took, 10)
+        run, _ = self.launch()
+        self.assertEqual(run.returncode, 0, run.stderr)
+
+    def test_3_callback_token_leaves_the_argument_list(self):
+        self.app.send_signal(signal.SIGTERM)
+        self.assertEqual(self.app.wait(15), 0)
+        secret = "tw_secret0123456789"
+        type(self).app = subprocess.Popen(
+            [APP, "tidewell://auth?token=%s&state=%s" % (secret, "ab" * 24)],
+            env=self.desktop.env, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
+        self.a11y.application("Tidewell")
+        with open("/proc/%d/cmdline" % self.app.pid, "rb") as f:
+            cmdline = f.read()
+        self.assertNotIn(secret.encode(), cmdline)
+        self.assertIn(os.path.basename(APP).encode(), cmdline)
+
+
+if __name__ == "__main__":
+    main()
