@@ -4,9 +4,22 @@
 #include <QFileInfo>
 #include <QPluginLoader>
 
+namespace {
+QString& searchDirectory()
+{
+    static QString dir;
+    return dir;
+}
+} // namespace
+
+void ModuleLoader::setSearchDirectory(const QString& dir)
+{
+    searchDirectory() = dir;
+}
+
 QObject* ModuleLoader::load(const QString& name, QString* why)
 {
-    const QStringList dirs{qEnvironmentVariable("TIDEWELL_MODULE_DIR"),
+    const QStringList dirs{searchDirectory(),
                            QCoreApplication::applicationDirPath() +
                                QStringLiteral("/../" TIDEWELL_INSTALL_LIBDIR "/tidewell")};
     *why = QStringLiteral("%1.so not found").arg(name);

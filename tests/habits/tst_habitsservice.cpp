@@ -5,6 +5,7 @@
 #include "Habit.h"
 #include "HabitHistory.h"
 #include "HabitsService.h"
+#include "ModuleLoader.h"
 
 #include <QElapsedTimer>
 #include <QSignalSpy>
@@ -39,6 +40,7 @@ class TestHabitsService final : public QObject
 private slots:
     void initTestCase()
     {
+        ModuleLoader::setSearchDirectory(QStringLiteral(TIDEWELL_TEST_MODULE_DIR));
         Clock::setSource([this] { return m_now; });
     }
 

@@ -6,6 +6,7 @@
 #include "HabitRow.h"
 #include "HabitsService.h"
 #include "HabitsWidgetView.h"
+#include "ModuleLoader.h"
 #include "Theme.h"
 
 #include <QAccessible>
@@ -24,6 +25,11 @@ class TestHabitsViews final : public QObject
     HabitsService& service() { return HabitsService::shared(); }
 
 private slots:
+    void initTestCase()
+    {
+        ModuleLoader::setSearchDirectory(QStringLiteral(TIDEWELL_TEST_MODULE_DIR));
+    }
+
     void init()
     {
         DataStore::setShared(DataStore::open(":memory:", nullptr));

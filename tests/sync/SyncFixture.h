@@ -6,6 +6,7 @@
 #include "FakeKeychain.h"
 #include "FakeSyncServer.h"
 #include "KeychainStore.h"
+#include "ModuleLoader.h"
 #include "Preferences.h"
 #include "SyncEngine.h"
 
@@ -49,6 +50,7 @@ protected:
     // Before the service reads its first token: never the user's keychain or settings.
     void setUpOnce()
     {
+        ModuleLoader::setSearchDirectory(QStringLiteral(TIDEWELL_TEST_MODULE_DIR));
         QStandardPaths::setTestModeEnabled(true);
         Clock::setSource(now);
         QString error;

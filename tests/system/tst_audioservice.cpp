@@ -1,4 +1,5 @@
 #include "AudioService.h"
+#include "ModuleLoader.h"
 
 #include <QDir>
 #include <QFile>
@@ -24,6 +25,11 @@ class TestAudioService final : public QObject
 
 private slots:
     // Qt Multimedia's own warnings vary with the machine's audio; ours must each be expected.
+    void initTestCase()
+    {
+        ModuleLoader::setSearchDirectory(QStringLiteral(TIDEWELL_TEST_MODULE_DIR));
+    }
+
     void init() { QTest::failOnWarning(QRegularExpression(QStringLiteral("^AudioService: "))); }
 
     // Each name is the base name of a shipped file that decodes, so none plays silence.

@@ -1,5 +1,6 @@
 #include "AudioService.h"
 #include "LaunchAtLogin.h"
+#include "ModuleLoader.h"
 #include "SettingsView.h"
 #include "Switch.h"
 
@@ -18,6 +19,7 @@ class TestSettingsView final : public QObject
 private slots:
     void initTestCase()
     {
+        ModuleLoader::setSearchDirectory(QStringLiteral(TIDEWELL_TEST_MODULE_DIR));
         qputenv("XDG_CONFIG_HOME", m_config.path().toLocal8Bit());
         QSettings(QStringLiteral("com.brenlow.tidewell"), QStringLiteral("Tidewell")).clear();
     }

@@ -1,5 +1,6 @@
 #include "AudioService.h"
 #include "DataStore.h"
+#include "ModuleLoader.h"
 #include "TaskItem.h"
 #include "TaskList.h"
 #include "TasksService.h"
@@ -31,6 +32,11 @@ class TestTasksService final : public QObject
     TaskItem* add(const QString& t, TaskList* l) { return service().addTask(t, l, context()); }
 
 private slots:
+    void initTestCase()
+    {
+        ModuleLoader::setSearchDirectory(QStringLiteral(TIDEWELL_TEST_MODULE_DIR));
+    }
+
     void init()
     {
         DataStore::setShared(DataStore::open(QStringLiteral(":memory:"), nullptr));

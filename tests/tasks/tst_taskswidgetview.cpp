@@ -1,6 +1,7 @@
 #include "AudioService.h"
 #include "DataStore.h"
 #include "ListNameDialog.h"
+#include "ModuleLoader.h"
 #include "TaskItem.h"
 #include "TaskList.h"
 #include "TaskListSwitcher.h"
@@ -101,6 +102,11 @@ class TestTasksWidgetView final : public QObject
     QWidget* child(const QString& h, const QString& n) { return row(h)->findChild<QWidget*>(n); }
 
 private slots:
+    void initTestCase()
+    {
+        ModuleLoader::setSearchDirectory(QStringLiteral(TIDEWELL_TEST_MODULE_DIR));
+    }
+
     void init()
     {
         QStandardPaths::setTestModeEnabled(true);

@@ -8,6 +8,7 @@
 #include "Habit.h"
 #include "HabitsService.h"
 #include "KeychainStore.h"
+#include "ModuleLoader.h"
 #include "NotificationService.h"
 #include "PomodoroConfig.h"
 #include "PomodoroService.h"
@@ -88,6 +89,7 @@ class TestPomodoroService final : public QObject
 private slots:
     void initTestCase()
     {
+        ModuleLoader::setSearchDirectory(QStringLiteral(TIDEWELL_TEST_MODULE_DIR));
         QStandardPaths::setTestModeEnabled(true);
         PowerService::shared().setInhibitor(std::make_unique<GrantingInhibitor>());
         AudioService::shared().setMuted(false);
