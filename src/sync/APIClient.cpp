@@ -7,15 +7,18 @@
 #include "Preferences.h"
 #include "WireEnvelope.h"
 
+#include <QDeadlineTimer>
 #include <QPointer>
 #include <QStringDecoder>
 
+#include <algorithm>
+
 namespace {
-bool sameOrigin(const QUrl& a, const QUrl& b)
+constexpr qsizetype readableBodyLength = 200;
+
+int portOf(const QUrl& u)
 {
-    auto defaultPort = [](const QUrl& u) { return u.scheme() == u"https" ? 443 : 80; };
-    return a.scheme() == b.scheme() && a.host().compare(b.host(), Qt::CaseInsensitive) == 0 &&
-           a.port(defaultPort(a)) == b.port(defaultPort(b));
+    return u.port(u.scheme() == u"https" ? 443 : 80);
 }
 
 std::optional<QString> utf8(const QByteArray& bytes)
@@ -64,10 +67,37 @@ QUrl APIClient::joined(const QUrl& base, const QString& path)
     return url;
 }
 
+bool APIClient::mayFollow(const QUrl& from, const QUrl& to)
+{
+    if (!to.isValid() || from.host().compare(to.host(), Qt::CaseInsensitive) != 0)
+        return false;
+    if (from.scheme() == to.scheme())
+        return portOf(from) == portOf(to);
+    // An upgrade to TLS on the same host, as servers behind a proxy often ask for;
+    // never the other way.
+    return from.scheme() == u"http" && to.scheme() == u"https" &&
+           (portOf(to) == 443 || portOf(to) == portOf(from));
+}
+
+QString APIClient::readableBody(const QString& body)
+{
+    QString line = body.simplified();
+    if (line.size() > readableBodyLength)
+        line = line.left(readableBodyLength) + u'…';
+    return line;
+}
+
+bool APIClient::isSendable(const QString& token)
+{
+    return std::all_of(token.cbegin(), token.cend(),
+                       [](QChar c) { return c.unicode() > 0x20 && c.unicode() < 0x7f; });
+}
+
 APIResult<HttpRequest> APIClient::makeRequest(const QString& path)
 {
     const std::optional<QString> token = KeychainStore::loadToken();
-    if (!token || token->isEmpty())
+    // A token that could not travel in a header is never put in one.
+    if (!token || token->isEmpty() || !isSendable(*token))
         return APIError::notSignedIn();
     const QUrl base(serverURLString(), QUrl::StrictMode);
     if (!base.isValid() || base.isRelative() || base.host().isEmpty())
@@ -107,6 +137,8 @@ QCoro::Task<APIResult<QByteArray>> APIClient::send(QByteArray method, QString pa
     request.method = method;
     request.body = body;
     request.transferTimeout = m_timeout;
+    request.deadline = m_deadline;
+    QDeadlineTimer overall(m_deadline);
     if (!body.isNull())
         request.headers.append(
             std::pair<QByteArray, QByteArray>("Content-Type", "application/json"));
@@ -116,6 +148,7 @@ QCoro::Task<APIResult<QByteArray>> APIClient::send(QByteArray method, QString pa
     for (int hop = 0;; ++hop) {
         if (scoped && !guard)
             co_return APIError::transport(QStringLiteral("Operation canceled"));
+        request.deadline = std::chrono::milliseconds(std::max<qint64>(overall.remainingTime(), 1));
         const HttpReply reply = co_await http->send(request, guard);
         if (reply.tooLarge)
             co_return APIError::transport(QStringLiteral("Reply larger than 32 MiB"));
@@ -129,7 +162,7 @@ QCoro::Task<APIResult<QByteArray>> APIClient::send(QByteArray method, QString pa
             const QUrl target =
                 request.url.resolved(QUrl::fromEncoded(*reply.location, QUrl::StrictMode));
             // The token goes to the server it was meant for and nowhere else.
-            if (!target.isValid() || !sameOrigin(target, request.url))
+            if (!mayFollow(request.url, target))
                 co_return APIError::transport(QStringLiteral("Redirect to another host refused"));
             if (hop >= MaxRedirects)
                 co_return APIError::transport(QStringLiteral("Too many redirects"));
@@ -144,8 +177,10 @@ QCoro::Task<APIResult<QByteArray>> APIClient::send(QByteArray method, QString pa
         }
         if (status == 401)
             co_return APIError::unauthorized();
-        if (status < 200 || status > 299)
-            co_return APIError::http(status, utf8(reply.body));
+        if (status < 200 || status > 299) {
+            const std::optional<QString> body = utf8(reply.body);
+            co_return APIError::http(status, body ? std::optional(readableBody(*body)) : body);
+        }
         co_return reply.body;
     }
 }

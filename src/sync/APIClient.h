@@ -47,8 +47,19 @@ public:
     QCoro::Task<std::optional<APIError>> putHabits(QList<WireHabit> habits);
     QCoro::Task<std::optional<APIError>> putPomodoro(PomodoroState state);
 
-    // Inactivity limit of one transfer (60 s); tests shorten it.
+    // Whether a redirect from `from` to `to` may carry the token: within the same
+    // server, or the same host moving from http to https.
+    static bool mayFollow(const QUrl& from, const QUrl& to);
+    // An error body made fit to show: one line, cut after a couple of hundred
+    // characters (a server may answer with megabytes).
+    static QString readableBody(const QString& body);
+    // Whether `token` can travel in an HTTP header: printable ASCII, no spaces.
+    static bool isSendable(const QString& token);
+
+    // Inactivity limit of one transfer (60 s) and the limit for the whole of it,
+    // redirects included (120 s); tests shorten them.
     void setTransferTimeout(std::chrono::milliseconds timeout) { m_timeout = timeout; }
+    void setDeadline(std::chrono::milliseconds deadline) { m_deadline = deadline; }
 
 private:
     APIClient() = default;
@@ -65,4 +76,5 @@ private:
     bool m_transportTried = false;
     QString m_transportMissing;
     std::chrono::milliseconds m_timeout{60'000};
+    std::chrono::milliseconds m_deadline{120'000};
 };

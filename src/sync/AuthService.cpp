@@ -63,6 +63,11 @@ QCoro::Task<bool> AuthService::signIn(QString token)
         setLastError(QStringLiteral("Token is empty"));
         co_return false;
     }
+    // Control characters and the like could never travel in a request header.
+    if (!APIClient::isSendable(token)) {
+        setLastError(QStringLiteral("Token contains characters a token cannot have"));
+        co_return false;
+    }
     // Stored before the test: the client reads the token from the keychain.
     KeychainStore::saveToken(token);
     const auto lists = co_await APIClient::shared().getTasks();

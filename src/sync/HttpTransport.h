@@ -19,15 +19,16 @@ struct HttpRequest
     QByteArray method; // "GET" or "PUT"
     QUrl url;
     QList<std::pair<QByteArray, QByteArray>> headers;
-    QByteArray body; // null: none
-    std::chrono::milliseconds transferTimeout{60'000};
-    qint64 maxReplySize = 0; // larger replies are cut off
+    QByteArray body;                                   // null: none
+    std::chrono::milliseconds transferTimeout{60'000}; // longest silence
+    std::chrono::milliseconds deadline{120'000};       // longest the whole exchange may take
+    qint64 maxReplySize = 0;                           // larger replies are cut off
 };
 
 // What came back: either a failure of the transfer itself, or an HTTP status.
 struct HttpReply
 {
-    std::optional<QString> failure;     // refused, timed out, aborted, ...: the reason
+    std::optional<QString> failure;     // refused, timed out, aborted, ...: the reason, readable
     bool tooLarge = false;              // cut off at maxReplySize
     int status = 0;                     // 0: the reply carried no HTTP status
     std::optional<QByteArray> location; // the Location header, when there is one

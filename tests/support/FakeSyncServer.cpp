@@ -176,5 +176,16 @@ void FakeSyncServer::answer(QTcpSocket* socket, const Response& response)
         out += name + ": " + value + "\r\n";
     out += "Content-Length: " + QByteArray::number(response.body.size()) + "\r\n\r\n";
     socket->write(out);
-    socket->write(response.body);
+    if (response.trickleMs <= 0) {
+        socket->write(response.body);
+        return;
+    }
+    auto* trickle = new QTimer(socket);
+    connect(trickle, &QTimer::timeout, socket, [socket, trickle, body = response.body]() mutable {
+        socket->write(body.left(1));
+        body.remove(0, 1);
+        if (body.isEmpty())
+            trickle->stop();
+    });
+    trickle->start(response.trickleMs);
 }

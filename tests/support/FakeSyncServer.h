@@ -39,6 +39,8 @@ public:
         int delayMs = 0;
         // Close the connection without answering.
         bool drop = false;
+        // Send the body one byte every so many milliseconds.
+        int trickleMs = 0;
 
         static Response json(int status, const QByteArray& body);
     };

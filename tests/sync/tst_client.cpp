@@ -102,17 +102,47 @@ private slots:
              "ok"},
             {reply(200, QByteArray(APIClient::MaxReplySize + 1, ' ')),
              "Network error: Reply larger than 32 MiB"},
-            {reply(200, "{\"data\":[]}", 10'000), "Network error: Operation canceled"}};
+            {reply(200, "{\"data\":[]}", 10'000),
+             "Network error: the server did not answer in time"},
+            {{200, QByteArray(100, ' '), {}, 0, false, 50},
+             "Network error: the server took too long to answer"}};
         for (const auto& [response, text] : answers) {
             on("GET", "tasks", response);
-            APIClient::shared().setTransferTimeout(std::chrono::milliseconds(
-                response.delayMs > 0 ? 200 : 60'000)); // the silent one gives up soon
+            // The silent one gives up soon; the trickling one keeps silence away.
+            APIClient::shared().setTransferTimeout(
+                std::chrono::milliseconds(response.delayMs > 0 ? 200 : 60'000));
+            APIClient::shared().setDeadline(
+                std::chrono::milliseconds(response.trickleMs > 0 ? 600 : 120'000));
             QCOMPARE(getTasks(), QString::fromUtf8(text));
         }
+        APIClient::shared().setDeadline(std::chrono::seconds(120));
+        // An error page of any length is shown as one readable line.
+        on("GET", "tasks", reply(500, QByteArray(5000, 'x') + "\n<html>"));
+        QCOMPARE(getTasks(), u"HTTP 500: "_s + QString(200, u'x') + u'…');
+    }
+
+    void followsRedirectsOnlyWithinTheServer_data()
+    {
+        QTest::addColumn<QString>("from");
+        QTest::addColumn<QString>("to");
+        QTest::addColumn<bool>("follows");
+        QTest::newRow("same server") << u"http://h:8080/a"_s << u"http://H:8080/b"_s << true;
+        QTest::newRow("other port") << u"http://h:8080/a"_s << u"http://h:9090/a"_s << false;
+        QTest::newRow("other host") << u"https://h/a"_s << u"https://evil/a"_s << false;
+        QTest::newRow("upgrade") << u"http://h/a"_s << u"https://h/a"_s << true;
+        QTest::newRow("upgrade, port kept")
+            << u"http://h:8080/a"_s << u"https://h:8080/a"_s << true;
+        QTest::newRow("downgrade") << u"https://h/a"_s << u"http://h/a"_s << false;
+        QTest::newRow("upgrade elsewhere") << u"http://h/a"_s << u"https://h2/a"_s << false;
     }
 
     void followsRedirectsOnlyWithinTheServer()
     {
+        QFETCH(QString, from);
+        QFETCH(QString, to);
+        QTEST(APIClient::mayFollow(QUrl(from), QUrl(to)), "follows");
+        if (QTest::currentDataTag() != QByteArrayLiteral("same server"))
+            return;
         FakeSyncServer other;
         other.serveEmptyAccount();
         on("GET", "habits",
@@ -155,6 +185,13 @@ private slots:
         auth().signOut();
         QVERIFY(!QCoro::waitFor(auth().signIn(u" \t\n"_s)));
         QCOMPARE(auth().lastError(), u"Token is empty"_s);
+        QVERIFY(m_server->requests().isEmpty());
+        QCOMPARE(m_keychain->writes, 0);
+        // Nothing that could not travel in a header is stored or sent.
+        for (const QString& bad : {u"tok\x01x"_s, u"tok en"_s, u"tök"_s}) {
+            QVERIFY(!QCoro::waitFor(auth().signIn(bad)));
+            QCOMPARE(auth().lastError(), u"Token contains characters a token cannot have"_s);
+        }
         QVERIFY(m_server->requests().isEmpty());
         QCOMPARE(m_keychain->writes, 0);
 

@@ -3,6 +3,7 @@
 #include <QCoro/QCoroNetworkReply>
 #include <QNetworkReply>
 #include <QNetworkRequest>
+#include <QTimer>
 
 #include <memory>
 
@@ -22,7 +23,6 @@ QCoro::Task<HttpReply> QtHttpTransport::send(HttpRequest request, QPointer<QObje
     QNetworkRequest wire(request.url);
     wire.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
                       QNetworkRequest::ManualRedirectPolicy);
-    wire.setTransferTimeout(int(request.transferTimeout.count()));
     for (const auto& [name, value] : std::as_const(request.headers))
         wire.setRawHeader(name, value);
 
@@ -48,12 +48,40 @@ QCoro::Task<HttpReply> QtHttpTransport::send(HttpRequest request, QPointer<QObje
     if (scope)
         cancel = connect(scope.data(), &QObject::destroyed, raw, &QNetworkReply::abort);
 
+    // Two limits, each of which reads as what it is: a server that goes silent, and
+    // one that keeps a request alive by trickling a byte now and then.
+    std::optional<QString> timedOut;
+    QTimer silence, deadline;
+    silence.setSingleShot(true);
+    deadline.setSingleShot(true);
+    const auto giveUp = [raw, &timedOut](const QString& why) {
+        if (!timedOut)
+            timedOut = why;
+        raw->abort();
+    };
+    connect(&silence, &QTimer::timeout, raw,
+            [&giveUp] { giveUp(QStringLiteral("the server did not answer in time")); });
+    connect(&deadline, &QTimer::timeout, raw,
+            [&giveUp] { giveUp(QStringLiteral("the server took too long to answer")); });
+    const auto stirred = [&silence] { silence.start(); };
+    connect(raw, &QNetworkReply::downloadProgress, raw, stirred);
+    connect(raw, &QNetworkReply::uploadProgress, raw, stirred);
+    connect(raw, &QNetworkReply::metaDataChanged, raw, stirred);
+    silence.start(int(request.transferTimeout.count()));
+    deadline.start(int(request.deadline.count()));
+
     co_await qCoro(raw).waitForFinished();
     // A finished reply lingers until deleted; aborting it then would fail it twice.
     disconnect(cancel);
+    silence.stop();
+    deadline.stop();
 
     if (result.tooLarge)
         co_return result;
+    if (timedOut) {
+        result.failure = timedOut;
+        co_return result;
+    }
     const QVariant status = raw->attribute(QNetworkRequest::HttpStatusCodeAttribute);
     const QNetworkReply::NetworkError error = raw->error();
     // Errors below 200 are the connection's; 2xx codes mirror an HTTP status.
