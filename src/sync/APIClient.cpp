@@ -95,7 +95,7 @@ bool APIClient::isSendable(const QString& token)
 
 APIResult<HttpRequest> APIClient::makeRequest(const QString& path)
 {
-    const std::optional<QString> token = KeychainStore::loadToken();
+    const std::optional<QString> token = KeychainStore::cachedToken();
     // A token that could not travel in a header is never put in one.
     if (!token || token->isEmpty() || !isSendable(*token))
         return APIError::notSignedIn();

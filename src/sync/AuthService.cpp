@@ -6,8 +6,10 @@
 #include "Preferences.h"
 #include "SyncEngine.h"
 
+#include <QCoro/QCoroSignal>
 #include <QDesktopServices>
 #include <QRandomGenerator>
+#include <QTimer>
 #include <QUrlQuery>
 
 AuthService& AuthService::shared()
@@ -21,10 +23,64 @@ AuthService::AuthService()
     reload();
 }
 
+namespace {
+constexpr std::chrono::milliseconds FirstRetry(1000);
+constexpr std::chrono::milliseconds LastRetry(15000);
+} // namespace
+
 void AuthService::reload()
 {
-    const std::optional<QString> token = KeychainStore::loadToken();
-    setSignedIn(token && !token->isEmpty());
+    m_retryDelay = FirstRetry;
+    lookUp(++m_generation);
+}
+
+void AuthService::lookUp(quint64 generation)
+{
+    setLoading(true);
+    setSignedIn(false);
+    QCoro::connect(KeychainStore::fetchToken(), this,
+                   [this, generation](const KeychainStore::Lookup& found) {
+                       if (generation != m_generation)
+                           return;
+                       if (!found.answered) {
+                           QTimer::singleShot(m_retryDelay, this, [this, generation] {
+                               if (generation == m_generation)
+                                   lookUp(generation);
+                           });
+                           m_retryDelay = std::min(m_retryDelay * 2, LastRetry);
+                           return;
+                       }
+                       setSignedIn(found.token && !found.token->isEmpty());
+                       setLoading(false);
+                   });
+}
+
+void AuthService::takeOver()
+{
+    ++m_generation;
+    setLoading(false);
+}
+
+QCoro::Task<> AuthService::settled()
+{
+    while (m_isLoading)
+        co_await qCoro(this, &AuthService::isLoadingChanged);
+}
+
+void AuthService::setLoading(bool on)
+{
+    if (m_isLoading == on)
+        return;
+    m_isLoading = on;
+    emit isLoadingChanged();
+}
+
+void AuthService::setKeychainProblem(const QString& text)
+{
+    if (m_keychainProblem == text)
+        return;
+    m_keychainProblem = text;
+    emit keychainProblemChanged();
 }
 
 void AuthService::setSignedIn(bool on)
@@ -68,15 +124,21 @@ QCoro::Task<bool> AuthService::signIn(QString token)
         setLastError(QStringLiteral("Token contains characters a token cannot have"));
         co_return false;
     }
-    // Stored before the test: the client reads the token from the keychain.
-    KeychainStore::saveToken(token);
+    takeOver();
+    // Stored before the test: the client reads the token from the keychain's
+    // cache, which has it at once; the keychain itself answers meanwhile.
+    auto stored = KeychainStore::saveToken(token);
     const auto lists = co_await APIClient::shared().getTasks();
-    if (!lists) {
-        KeychainStore::clearToken();
+    const KeychainReply kept = co_await stored;
+    if (!lists || kept.outcome != KeychainReply::Outcome::Done) {
+        ++m_generation;
+        QCoro::connect(KeychainStore::clearToken(), this, [](const KeychainReply&) {});
         setSignedIn(false);
-        setLastError(lists.error().errorDescription());
+        setLastError(lists ? QStringLiteral("Could not store the token in the keyring: ") + kept.why
+                           : lists.error().errorDescription());
         co_return false;
     }
+    setKeychainProblem({});
     setSignedIn(true);
     setLastError({});
     co_return true;
@@ -160,7 +222,20 @@ QCoro::Task<> AuthService::consumeCallback(QUrl url)
 
 void AuthService::signOut()
 {
-    KeychainStore::clearToken();
+    takeOver();
+    const quint64 generation = m_generation;
+    QCoro::connect(KeychainStore::clearToken(), this,
+                   [this, generation](const KeychainReply& removed) {
+                       if (generation != m_generation)
+                           return;
+                       const bool gone = removed.outcome == KeychainReply::Outcome::Done ||
+                                         removed.outcome == KeychainReply::Outcome::Missing;
+                       setKeychainProblem(
+                           gone ? QString()
+                                : QStringLiteral("Signed out, but the token could not be removed "
+                                                 "from the keyring: ") +
+                                      removed.why);
+                   });
     setSignedIn(false);
     setLastError({});
     setLastSyncedAt({});

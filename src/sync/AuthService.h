@@ -6,6 +6,7 @@
 #include <QString>
 #include <QUrl>
 
+#include <chrono>
 #include <functional>
 
 // Signing in to the web service, with a pasted token or through the browser
@@ -14,6 +15,8 @@ class AuthService final : public QObject
 {
     Q_OBJECT
     Q_PROPERTY(bool isSignedIn READ isSignedIn NOTIFY isSignedInChanged)
+    Q_PROPERTY(bool isLoading READ isLoading NOTIFY isLoadingChanged)
+    Q_PROPERTY(QString keychainProblem READ keychainProblem NOTIFY keychainProblemChanged)
     Q_PROPERTY(QString lastError READ lastError NOTIFY lastErrorChanged)
     Q_PROPERTY(QDateTime lastSyncedAt READ lastSyncedAt NOTIFY lastSyncedAtChanged)
 
@@ -22,7 +25,8 @@ public:
 
     static AuthService& shared();
 
-    // Trims the token, stores it, and keeps it only when the server accepts it.
+    // Trims the token, stores it, and keeps it only when the server accepts it
+    // and the keychain has stored it.
     QCoro::Task<bool> signIn(QString token);
     // Stores `serverBase` as the server and opens its connect page in the browser;
     // returns at once (the answer arrives through consumeCallback()).
@@ -30,8 +34,11 @@ public:
     // Handles a URL delivered to the app; other schemes and hosts are ignored.
     // A matching callback signs in and then pulls.
     QCoro::Task<> consumeCallback(QUrl url);
-    // Forgets the token; local data stays.
+    // Forgets the token at once; local data stays. The keychain item is removed
+    // in the background, and keychainProblem says so when that fails.
     void signOut();
+    // Returns once the keychain has told whether there is a token.
+    QCoro::Task<> settled();
 
     // `length` secure random bytes as lower-case hex.
     static QString randomNonce(int length);
@@ -39,6 +46,11 @@ public:
     static QString appURLScheme();
 
     bool isSignedIn() const { return m_isSignedIn; }
+    // True until the keychain answers the first look-up; it is asked again and
+    // again while it does not answer (a keyring waiting to be unlocked, say).
+    bool isLoading() const { return m_isLoading; }
+    // Empty unless the token could not be removed from the keychain.
+    QString keychainProblem() const { return m_keychainProblem; }
     // Empty when there is no error.
     QString lastError() const { return m_lastError; }
     // Invalid until a pull succeeds.
@@ -47,21 +59,32 @@ public:
 
     // Tests: replaces how the connect page is opened; empty restores the desktop's browser.
     void setBrowserOpener(BrowserOpener opener);
-    // Tests: re-reads the signed-in state from the keychain, as at start-up.
+    // Re-reads the signed-in state from the keychain, as at start-up.
     void reload();
 
 signals:
     void isSignedInChanged();
+    void isLoadingChanged();
+    void keychainProblemChanged();
     void lastErrorChanged();
     void lastSyncedAtChanged();
 
 private:
     AuthService();
 
+    void lookUp(quint64 generation);
+    // Ends any look-up under way: what follows decides the state.
+    void takeOver();
     void setSignedIn(bool on);
+    void setLoading(bool on);
     void setLastError(const QString& text);
+    void setKeychainProblem(const QString& text);
 
     bool m_isSignedIn = false;
+    bool m_isLoading = false;
+    quint64 m_generation = 0; // look-ups of an older generation are stale
+    std::chrono::milliseconds m_retryDelay{};
+    QString m_keychainProblem;
     QString m_lastError;
     QDateTime m_lastSyncedAt;
     QString m_pendingNonce;

@@ -3,21 +3,31 @@
 #include <QByteArray>
 #include <QString>
 
-#include <optional>
+// What a keychain call came to. A call that got no answer in time is not an
+// answer: the item may well be there once the secret store wakes up.
+struct KeychainReply
+{
+    enum class Outcome { Done, Missing, Failed, NoAnswer };
+    Outcome outcome = Outcome::Failed;
+    QByteArray data; // a read's item data, when Done
+    QString why;     // a short reason, when Failed or NoAnswer
+
+    bool answered() const { return outcome != Outcome::NoAnswer; }
+};
 
 // Where the token is kept: the system's secret store, or a fake in tests.
-// Calls block the calling thread, each for a bounded time.
+// Calls block the calling thread, each for a bounded time; KeychainStore makes
+// them on a thread of its own, never on the GUI thread.
 class KeychainBackend
 {
 public:
     virtual ~KeychainBackend() = default;
 
-    // The item's data; absent when it is missing or cannot be read for any reason.
-    virtual std::optional<QByteArray> read(const QString& service, const QString& account) = 0;
-    // False only when the store surely holds no such item, found out more cheaply
-    // than by reading it; true when there may be one, or when it cannot tell.
-    virtual bool mayHold(const QString& /*service*/, const QString& /*account*/) { return true; }
-    // Creates or replaces the item. Failures are not reported.
-    virtual void write(const QString& service, const QString& account, const QByteArray& data) = 0;
-    virtual void remove(const QString& service, const QString& account) = 0;
+    // Done with the item's data, Missing when there surely is no such item.
+    virtual KeychainReply read(const QString& service, const QString& account) = 0;
+    // Creates or replaces the item: Done when it is stored.
+    virtual KeychainReply write(const QString& service, const QString& account,
+                                const QByteArray& data) = 0;
+    // Done (or Missing) when no such item is left.
+    virtual KeychainReply remove(const QString& service, const QString& account) = 0;
 };

@@ -3,7 +3,11 @@
 #include "BundleInfo.h"
 #include "SecretServiceKeychain.h"
 
+#include <QCoreApplication>
+#include <QCoro/QCoroFuture>
+#include <QDeadlineTimer>
 #include <QMutex>
+#include <QPromise>
 #include <QStringDecoder>
 #include <QThread>
 
@@ -15,6 +19,8 @@ struct Cache
     bool loaded = false;
     quint64 changes = 0; // saves, clears and backend swaps so far
     std::shared_ptr<KeychainBackend> backend;
+    QThread* thread = nullptr; // where keychain calls run
+    QObject* calls = nullptr;  // lives on `thread`
 };
 
 Cache& cache()
@@ -39,6 +45,52 @@ std::shared_ptr<KeychainBackend> backend()
         c.backend = systemKeychain();
     return c.backend;
 }
+
+QObject* callsObject()
+{
+    Cache& c = cache();
+    QMutexLocker locker(&c.lock);
+    if (!c.thread) {
+        c.thread = new QThread;
+        c.thread->setObjectName(QStringLiteral("keychain-calls"));
+        c.calls = new QObject;
+        c.calls->moveToThread(c.thread);
+        c.thread->start();
+        // The thread must not outlive the application object. A call stuck in a
+        // hung secret store is left behind rather than holding up the exit.
+        if (QCoreApplication* app = QCoreApplication::instance()) {
+            QObject::connect(app, &QObject::destroyed, [] {
+                Cache& c = cache();
+                QMutexLocker locker(&c.lock);
+                c.calls->deleteLater();
+                c.thread->quit();
+                if (c.thread->wait(QDeadlineTimer(std::chrono::milliseconds(500))))
+                    delete c.thread;
+                c.thread = nullptr;
+                c.calls = nullptr;
+            });
+        }
+    }
+    return c.calls;
+}
+
+// Runs `call` with the current keychain on the keychain thread; the future
+// finishes there and is awaited on the caller's own thread.
+QFuture<KeychainReply> onKeychainThread(std::function<KeychainReply(KeychainBackend&)> call)
+{
+    auto promise = std::make_shared<QPromise<KeychainReply>>();
+    QFuture<KeychainReply> future = promise->future();
+    promise->start();
+    const std::shared_ptr<KeychainBackend> keychain = backend();
+    QMetaObject::invokeMethod(
+        callsObject(),
+        [promise, keychain, call = std::move(call)] {
+            promise->addResult(call(*keychain));
+            promise->finish();
+        },
+        Qt::QueuedConnection);
+    return future;
+}
 } // namespace
 
 QString KeychainStore::service()
@@ -50,73 +102,81 @@ QString KeychainStore::service()
     return name;
 }
 
-std::optional<QString> KeychainStore::loadToken()
+std::optional<QString> KeychainStore::cachedToken()
+{
+    Cache& c = cache();
+    QMutexLocker locker(&c.lock);
+    return c.loaded ? c.token : std::nullopt;
+}
+
+QCoro::Task<KeychainStore::Lookup> KeychainStore::fetchToken()
 {
     Cache& c = cache();
     quint64 changesBefore = 0;
     {
         QMutexLocker locker(&c.lock);
         if (c.loaded)
-            return c.token;
+            co_return Lookup{true, c.token};
         changesBefore = c.changes;
     }
+    // No temporaries inside a co_await: GCC 12 destroys some of them twice.
+    QFuture<KeychainReply> pending =
+        onKeychainThread([service = service()](KeychainBackend& keychain) {
+            return keychain.read(service, account());
+        });
+    const KeychainReply reply = co_await pending;
+
     std::optional<QString> token;
-    const std::shared_ptr<KeychainBackend> keychain = backend();
-    std::optional<QByteArray> data;
-    if (keychain->mayHold(service(), account()))
-        data = keychain->read(service(), account());
-    if (data) {
+    if (reply.outcome == KeychainReply::Outcome::Done) {
         QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-        QString text = decoder(*data);
+        QString text = decoder(reply.data);
         if (!decoder.hasError())
             token = std::move(text);
     }
     QMutexLocker locker(&c.lock);
     // A token saved or cleared while this read was under way is newer than what it found.
     if (c.changes != changesBefore)
-        return c.loaded ? c.token : token;
+        co_return c.loaded ? Lookup{true, c.token} : Lookup{reply.answered(), token};
+    if (!reply.answered())
+        co_return Lookup{false, std::nullopt};
     c.token = token;
     c.loaded = true;
-    return token;
+    co_return Lookup{true, token};
 }
 
-void KeychainStore::saveToken(const QString& token)
-{
-    // qtkeychain replaces an existing item, so no delete is needed first.
-    backend()->write(service(), account(), token.toUtf8());
-    Cache& c = cache();
-    QMutexLocker locker(&c.lock);
-    c.token = token;
-    c.loaded = true;
-    ++c.changes;
-}
-
-void KeychainStore::clearToken()
-{
-    backend()->remove(service(), account());
-    Cache& c = cache();
-    QMutexLocker locker(&c.lock);
-    c.token.reset();
-    c.loaded = true;
-    ++c.changes;
-}
-
-void KeychainStore::preload(QObject* context, std::function<void()> done)
+QCoro::Task<KeychainReply> KeychainStore::saveToken(const QString& token)
 {
     {
         Cache& c = cache();
         QMutexLocker locker(&c.lock);
-        if (c.loaded) {
-            locker.unlock();
-            done();
-            return;
-        }
+        c.token = token;
+        c.loaded = true;
+        ++c.changes;
     }
-    QThread* reader = QThread::create([] { loadToken(); });
-    reader->setObjectName(QStringLiteral("keychain-read"));
-    QObject::connect(reader, &QThread::finished, context, std::move(done));
-    QObject::connect(reader, &QThread::finished, reader, &QObject::deleteLater);
-    reader->start();
+    // The secret store replaces an existing item, so no delete is needed first.
+    QFuture<KeychainReply> pending =
+        onKeychainThread([service = service(), data = token.toUtf8()](KeychainBackend& keychain) {
+            return keychain.write(service, account(), data);
+        });
+    const KeychainReply reply = co_await pending;
+    co_return reply;
+}
+
+QCoro::Task<KeychainReply> KeychainStore::clearToken()
+{
+    {
+        Cache& c = cache();
+        QMutexLocker locker(&c.lock);
+        c.token.reset();
+        c.loaded = true;
+        ++c.changes;
+    }
+    QFuture<KeychainReply> pending =
+        onKeychainThread([service = service()](KeychainBackend& keychain) {
+            return keychain.remove(service, account());
+        });
+    const KeychainReply reply = co_await pending;
+    co_return reply;
 }
 
 void KeychainStore::setBackend(std::shared_ptr<KeychainBackend> replacement)

@@ -15,8 +15,7 @@ struct SecretServiceKeychain::Outcome
     QMutex lock;
     QWaitCondition done;
     bool finished = false;
-    bool ok = false;
-    QByteArray data;
+    KeychainReply reply;
 };
 
 SecretServiceKeychain::SecretServiceKeychain(std::chrono::milliseconds limit)
@@ -60,15 +59,14 @@ void SecretServiceKeychain::stop()
     m_thread = nullptr;
 }
 
-std::optional<QByteArray> SecretServiceKeychain::run(const std::function<QKeychain::Job*()>& make)
+KeychainReply SecretServiceKeychain::run(const std::function<QKeychain::Job*()>& make)
 {
     QObject* jobs = worker();
     auto outcome = std::make_shared<Outcome>();
-    auto finish = [outcome](bool ok, const QByteArray& data) {
+    auto finish = [outcome](KeychainReply reply) {
         QMutexLocker locker(&outcome->lock);
         outcome->finished = true;
-        outcome->ok = ok;
-        outcome->data = data;
+        outcome->reply = std::move(reply);
         outcome->done.wakeAll();
     };
     const bool posted = QMetaObject::invokeMethod(
@@ -77,15 +75,28 @@ std::optional<QByteArray> SecretServiceKeychain::run(const std::function<QKeycha
             QKeychain::Job* job = make();
             job->setAutoDelete(true);
             QObject::connect(job, &QKeychain::Job::finished, job, [finish](QKeychain::Job* j) {
-                const bool ok = j->error() == QKeychain::NoError;
-                auto* read = qobject_cast<QKeychain::ReadPasswordJob*>(j);
-                finish(ok, ok && read ? read->binaryData() : QByteArray());
+                KeychainReply reply;
+                switch (j->error()) {
+                case QKeychain::NoError:
+                    reply.outcome = KeychainReply::Outcome::Done;
+                    if (auto* read = qobject_cast<QKeychain::ReadPasswordJob*>(j))
+                        reply.data = read->binaryData();
+                    break;
+                case QKeychain::EntryNotFound:
+                    reply.outcome = KeychainReply::Outcome::Missing;
+                    break;
+                default:
+                    reply.outcome = KeychainReply::Outcome::Failed;
+                    reply.why = j->errorString();
+                    break;
+                }
+                finish(std::move(reply));
             });
             job->start();
         },
         Qt::QueuedConnection);
     if (!posted)
-        return std::nullopt;
+        return {KeychainReply::Outcome::Failed, {}, QStringLiteral("the keyring is shutting down")};
 
     QMutexLocker locker(&outcome->lock);
     QDeadlineTimer deadline(m_limit);
@@ -96,16 +107,27 @@ std::optional<QByteArray> SecretServiceKeychain::run(const std::function<QKeycha
     if (!outcome->finished) {
         qWarning("KeychainStore request failed: no answer from the secret store within %lld ms",
                  static_cast<long long>(m_limit.count()));
-        return std::nullopt;
+        return noAnswer();
     }
-    if (!outcome->ok)
-        return std::nullopt;
-    return outcome->data;
+    return outcome->reply;
 }
 
-std::optional<QByteArray> SecretServiceKeychain::read(const QString& service,
-                                                      const QString& account)
+KeychainReply SecretServiceKeychain::noAnswer()
 {
+    return {KeychainReply::Outcome::NoAnswer, {}, QStringLiteral("the keyring did not answer")};
+}
+
+KeychainReply SecretServiceKeychain::read(const QString& service, const QString& account)
+{
+    switch (probe(service, account)) {
+    case Presence::Absent:
+    case Presence::NoKeyring:
+        return {KeychainReply::Outcome::Missing, {}, {}};
+    case Presence::NoAnswer:
+        return noAnswer();
+    case Presence::MayHold:
+        break;
+    }
     return run([service, account] {
         auto* job = new QKeychain::ReadPasswordJob(service);
         job->setKey(account);
@@ -125,13 +147,14 @@ bool mayUseWallet()
 }
 } // namespace
 
-bool SecretServiceKeychain::mayHold(const QString& service, const QString& account)
+SecretServiceKeychain::Presence SecretServiceKeychain::probe(const QString& service,
+                                                             const QString& account)
 {
     if (mayUseWallet())
-        return true;
+        return Presence::MayHold;
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected())
-        return false; // the secret-store library needs the same bus
+        return Presence::NoKeyring; // the secret-store library needs the same bus
     using Attributes = QMap<QString, QString>;
     static const QMetaType registered = qDBusRegisterMetaType<Attributes>();
     Q_UNUSED(registered);
@@ -143,19 +166,34 @@ bool SecretServiceKeychain::mayHold(const QString& service, const QString& accou
         QStringLiteral("org.freedesktop.Secret.Service"), QStringLiteral("SearchItems"));
     search << QVariant::fromValue(attributes);
     const QDBusMessage reply = bus.call(search, QDBus::Block, int(m_limit.count()));
-    if (reply.type() == QDBusMessage::ErrorMessage)
-        // No Secret Service on the bus: a read could not find anything either. Any
-        // other failure, a slow first start of the store included, is left to the read.
-        return reply.errorName() != QLatin1String("org.freedesktop.DBus.Error.ServiceUnknown");
+    if (reply.type() == QDBusMessage::ErrorMessage) {
+        const QString error = reply.errorName();
+        if (error == QLatin1String("org.freedesktop.DBus.Error.ServiceUnknown"))
+            return Presence::NoKeyring;
+        if (error == QLatin1String("org.freedesktop.DBus.Error.NoReply") ||
+            error == QLatin1String("org.freedesktop.DBus.Error.Timeout"))
+            return Presence::NoAnswer;
+        return Presence::MayHold; // anything else is left to the secret-store library
+    }
     const QList<QVariant> found = reply.arguments(); // unlocked and locked item paths
-    return found.size() != 2 || !qdbus_cast<QList<QDBusObjectPath>>(found[0]).isEmpty() ||
-           !qdbus_cast<QList<QDBusObjectPath>>(found[1]).isEmpty();
+    const bool none = found.size() == 2 && qdbus_cast<QList<QDBusObjectPath>>(found[0]).isEmpty() &&
+                      qdbus_cast<QList<QDBusObjectPath>>(found[1]).isEmpty();
+    return none ? Presence::Absent : Presence::MayHold;
 }
 
-void SecretServiceKeychain::write(const QString& service, const QString& account,
-                                  const QByteArray& data)
+KeychainReply SecretServiceKeychain::write(const QString& service, const QString& account,
+                                           const QByteArray& data)
 {
-    run([service, account, data] {
+    switch (probe(service, account)) {
+    case Presence::NoKeyring:
+        return {KeychainReply::Outcome::Failed, {}, QStringLiteral("no keyring is running")};
+    case Presence::NoAnswer:
+        return noAnswer();
+    case Presence::Absent:
+    case Presence::MayHold:
+        break;
+    }
+    return run([service, account, data] {
         auto* job = new QKeychain::WritePasswordJob(service);
         job->setKey(account);
         job->setBinaryData(data);
@@ -163,9 +201,18 @@ void SecretServiceKeychain::write(const QString& service, const QString& account
     });
 }
 
-void SecretServiceKeychain::remove(const QString& service, const QString& account)
+KeychainReply SecretServiceKeychain::remove(const QString& service, const QString& account)
 {
-    run([service, account] {
+    switch (probe(service, account)) {
+    case Presence::Absent:
+    case Presence::NoKeyring:
+        return {KeychainReply::Outcome::Missing, {}, {}};
+    case Presence::NoAnswer:
+        return noAnswer();
+    case Presence::MayHold:
+        break;
+    }
+    return run([service, account] {
         auto* job = new QKeychain::DeletePasswordJob(service);
         job->setKey(account);
         return job;

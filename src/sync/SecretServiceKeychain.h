@@ -24,19 +24,22 @@ public:
     explicit SecretServiceKeychain(std::chrono::milliseconds limit = std::chrono::seconds(3));
     ~SecretServiceKeychain() override;
 
-    std::optional<QByteArray> read(const QString& service, const QString& account) override;
-    // Asks the Secret Service over D-Bus whether it has the item at all, so that
-    // a signed-out start never loads the secret-store library and its
-    // dependencies (about 4 MB resident).
-    bool mayHold(const QString& service, const QString& account) override;
-    void write(const QString& service, const QString& account, const QByteArray& data) override;
-    void remove(const QString& service, const QString& account) override;
+    KeychainReply read(const QString& service, const QString& account) override;
+    KeychainReply write(const QString& service, const QString& account,
+                        const QByteArray& data) override;
+    KeychainReply remove(const QString& service, const QString& account) override;
 
     struct Outcome;
 
 private:
-    // Runs the job `make` creates on the worker; absent when it failed or timed out.
-    std::optional<QByteArray> run(const std::function<QKeychain::Job*()>& make);
+    enum class Presence { Absent, MayHold, NoKeyring, NoAnswer };
+    // Asks the Secret Service over D-Bus whether it runs and has the item at all,
+    // so that a signed-out start never loads the secret-store library and its
+    // dependencies (about 4 MB resident).
+    Presence probe(const QString& service, const QString& account);
+    // Runs the job `make` creates on the worker, waiting at most the limit.
+    KeychainReply run(const std::function<QKeychain::Job*()>& make);
+    static KeychainReply noAnswer();
     // The object that lives on the worker thread, started on first use.
     QObject* worker();
     void stop();

@@ -61,6 +61,7 @@ void SyncEngine::failed(const APIError& error, const QString& prefix)
 
 QCoro::Task<> SyncEngine::pullAll()
 {
+    co_await AuthService::shared().settled();
     if (!AuthService::shared().isSignedIn()) {
         setLastError(QStringLiteral("Not signed in"));
         co_return;
@@ -114,14 +115,20 @@ QCoro::Task<> SyncEngine::pullAll()
     setLastError({});
 }
 
-bool SyncEngine::mayPush() const
+QCoro::Task<bool> SyncEngine::mayPush()
 {
-    return !m_applyingRemote && AuthService::shared().isSignedIn();
+    // Changes written by a pull are not pushed back; this is decided at once,
+    // before waiting for the keychain.
+    if (m_applyingRemote)
+        co_return false;
+    AuthService& auth = AuthService::shared();
+    co_await auth.settled();
+    co_return auth.isSignedIn();
 }
 
 QCoro::Task<> SyncEngine::pushHabits()
 {
-    if (!mayPush())
+    if (!co_await mayPush())
         co_return;
     const QString prefix = QStringLiteral("Push (habits) failed: ");
     const std::optional<QList<WireHabit>> habits = SyncMapping::habits(context());
@@ -136,7 +143,7 @@ QCoro::Task<> SyncEngine::pushHabits()
 
 QCoro::Task<> SyncEngine::pushTasks()
 {
-    if (!mayPush())
+    if (!co_await mayPush())
         co_return;
     const QString prefix = QStringLiteral("Push (tasks) failed: ");
     const std::optional<QList<WireTaskList>> lists = SyncMapping::taskLists(context());
@@ -151,7 +158,7 @@ QCoro::Task<> SyncEngine::pushTasks()
 
 QCoro::Task<> SyncEngine::pushPomodoro()
 {
-    if (!mayPush())
+    if (!co_await mayPush())
         co_return;
     const QString prefix = QStringLiteral("Push (pomodoro) failed: ");
     const std::optional<PomodoroState> state = SyncMapping::pomodoro(context());

@@ -42,7 +42,7 @@ private:
     SyncEngine() = default;
 
     static ModelContext& context();
-    bool mayPush() const;
+    QCoro::Task<bool> mayPush();
     // A failed request: a rejected token signs out; anything else is reported
     // after `prefix`.
     void failed(const APIError& error, const QString& prefix);

@@ -20,7 +20,7 @@ def wait_for(predicate, timeout=10.0, interval=0.05):
 
 
 class Desktop:
-    def __init__(self, tray=True):
+    def __init__(self, tray=True, keyring=True):
         self.tmp = tempfile.mkdtemp(prefix="tidewell-e2e-")
         self.home = os.path.join(self.tmp, "home")
         runtime = os.path.join(self.tmp, "runtime")
@@ -55,6 +55,7 @@ class Desktop:
                         NO_AT_BRIDGE="0", GTK_A11Y="atspi")
         self.env.pop("WAYLAND_DISPLAY", None)
         self._spawn(["/usr/libexec/at-spi-bus-launcher", "--launch-immediately"])
+        self.keyring = self.start_keyring() if keyring else None
         self._spawn(["openbox", "--sm-disable"])
         # trayer now and then exits when it starts while openbox is still taking
         # over the screen: give it a second chance before giving up.
@@ -69,6 +70,22 @@ class Desktop:
                 self.close()
                 raise RuntimeError("the tray (trayer) did not start on %s" % self.display)
         time.sleep(0.5)
+
+    def start_keyring(self):
+        """A gnome-keyring of this desktop's own, unlocked with a throwaway password,
+        as a login session has it."""
+        keyring = subprocess.Popen(["gnome-keyring-daemon", "--foreground", "--unlock",
+                                    "--components=secrets"], env=self.env, stdin=subprocess.PIPE,
+                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        keyring.stdin.write(b"throwaway")
+        keyring.stdin.close()
+        self.procs.append(keyring)
+        has = ["dbus-send", "--session", "--print-reply", "--dest=org.freedesktop.DBus",
+               "/org/freedesktop/DBus", "org.freedesktop.DBus.NameHasOwner",
+               "string:org.freedesktop.secrets"]
+        if not wait_for(lambda: "true" in self.run(has).stdout, 10):
+            raise RuntimeError("gnome-keyring did not start on the desktop's bus")
+        return keyring
 
     def _spawn(self, cmd, **kw):
         env = getattr(self, "env", None)

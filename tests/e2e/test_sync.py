@@ -2,14 +2,18 @@
 """End-to-end: signing in with a pasted token against a local HTTP server that
 records every request. The token is tested with one authorised request, the hub
 then says "Connected", and the pull that follows a sign-in reaches the server.
+A keyring that answers only seconds after the app starts (still locked at log-in)
+shows the account as waiting, never as signed out, and then "Connected".
 
 Usage: test_sync.py <tidewell binary>
 """
 import http.server
 import json
 import os
+import signal
 import sys
 import threading
+import time
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from desktop import wait_for  # noqa: E402
@@ -49,7 +53,14 @@ class SyncOnTheDesktop(TidewellCase):
         cls.server.server_close()
         super().tearDownClass()
 
-    def test_token_sign_in_reaches_the_server(self):
+    def shown(self, root, name):
+        try:
+            self.a11y.find(root, name, timeout=0)
+            return True
+        except AssertionError:
+            return False
+
+    def sign_in(self):
         a11y = self.a11y
         a11y.press(a11y.find(self.root, "Sign in", role="push button"))
         a11y.press(a11y.find(self.root, "Advanced"))
@@ -57,13 +68,36 @@ class SyncOnTheDesktop(TidewellCase):
         a11y.find(self.root, "Server URL", role="text").queryEditableText().setTextContents(address)
         a11y.find(self.root, "API token", role="password text").queryEditableText().setTextContents("tok-e2e")
         a11y.press(a11y.find(self.root, "Sign in with token"))
-
         a11y.find(self.root, "Connected", timeout=15)
+
+    def test_1_token_sign_in_reaches_the_server(self):
+        self.sign_in()
         seen = lambda path: [r for r in Recorder.requests if r[1] == path]  # noqa: E731
         self.assertTrue(wait_for(lambda: all(seen(p) for p in ANSWERS)),
                         "requests: %r" % Recorder.requests)
         self.assertTrue(all(auth == "Bearer tok-e2e" for _, _, auth in Recorder.requests),
                         Recorder.requests)
+
+    def test_2_slow_keyring_still_ends_connected(self):
+        a11y = self.a11y
+        if not self.shown(self.root, "Connected"):
+            self.sign_in()
+        self.app.send_signal(signal.SIGTERM)
+        self.assertEqual(self.app.wait(15), 0)
+        keyring = self.desktop.keyring
+        keyring.send_signal(signal.SIGSTOP)
+        try:
+            started = time.monotonic()
+            self.relaunch()
+            root = a11y.application("Tidewell")
+            a11y.find(root, "Waiting for the keyring…", timeout=10)
+            # Waiting is not signed out: no offer to sign in again.
+            self.assertFalse(self.shown(root, "Not signed in"))
+            time.sleep(max(0.0, 5.0 - (time.monotonic() - started)))
+        finally:
+            keyring.send_signal(signal.SIGCONT)
+        a11y.find(root, "Connected", timeout=30)
+        self.assertFalse(self.shown(root, "Not signed in"))
 
 
 if __name__ == "__main__":

@@ -4,32 +4,48 @@
 
 #include <functional>
 
-// An in-memory keychain that counts its calls and can refuse writes.
+// An in-memory keychain that counts its calls and can refuse or ignore them.
+// Called on the keychain thread; a test reads its fields once the calls are done.
 class FakeKeychain final : public KeychainBackend
 {
 public:
-    std::optional<QByteArray> read(const QString&, const QString&) override
+    KeychainReply read(const QString&, const QString&) override
     {
         ++reads;
+        if (silentReads > 0) {
+            --silentReads;
+            return {
+                KeychainReply::Outcome::NoAnswer, {}, QStringLiteral("the keyring did not answer")};
+        }
         const std::optional<QByteArray> found = stored;
         if (duringRead)
             duringRead();
-        return found;
+        if (!found)
+            return {KeychainReply::Outcome::Missing, {}, {}};
+        return {KeychainReply::Outcome::Done, *found, {}};
     }
-    void write(const QString&, const QString&, const QByteArray& data) override
+    KeychainReply write(const QString&, const QString&, const QByteArray& data) override
     {
         ++writes;
-        if (!refuseWrites)
-            stored = data;
+        if (refuseWrites)
+            return {KeychainReply::Outcome::Failed, {}, QStringLiteral("no keyring is running")};
+        stored = data;
+        return {KeychainReply::Outcome::Done, {}, {}};
     }
-    void remove(const QString&, const QString&) override
+    KeychainReply remove(const QString&, const QString&) override
     {
         ++removes;
+        if (refuseRemoves)
+            return {
+                KeychainReply::Outcome::NoAnswer, {}, QStringLiteral("the keyring did not answer")};
         stored.reset();
+        return {KeychainReply::Outcome::Done, {}, {}};
     }
 
     std::optional<QByteArray> stored;
     bool refuseWrites = false;
+    bool refuseRemoves = false;
+    int silentReads = 0; // this many reads get no answer before one does
     // Runs inside read(), after the item was looked up: lets a test hold a read.
     std::function<void()> duringRead;
     int reads = 0;

@@ -67,9 +67,11 @@ protected:
         m_server = std::make_unique<FakeSyncServer>();
         m_server->serveEmptyAccount();
         Preferences::setServerURLOverride(m_server->url().toString());
+        // Signed out first: the keychain item is removed in the background, from
+        // the previous test's keychain, never from this one's.
+        auth().signOut();
         m_keychain = std::make_shared<FakeKeychain>();
         KeychainStore::setBackend(m_keychain);
-        auth().signOut();
         m_opened.clear();
     }
 
@@ -81,6 +83,7 @@ protected:
         m_keychain->stored = std::move(token);
         KeychainStore::setBackend(m_keychain); // forgets what the store had cached
         auth().reload();
+        QTRY_VERIFY(!auth().isLoading());
     }
 
     // Exactly one pull after a sign-in; the token test adds a GET of the tasks.

@@ -217,7 +217,7 @@ private slots:
         QTest::mouseClick(child(m_section, "signOutButton"), Qt::LeftButton);
         QVERIFY(!m_section->showsSignedIn());
         QVERIFY(child(m_section, "signInButton")->isVisible());
-        QCOMPARE(m_keychain->stored, std::nullopt);
+        QTRY_COMPARE(m_keychain->stored, std::nullopt);
     }
 };
 

@@ -199,6 +199,49 @@ private slots:
         QVERIFY(auth().isSignedIn());
         QCOMPARE(m_keychain->stored, std::optional<QByteArray>("tok-1"));
         QCOMPARE(m_server->requests().last().header("Authorization"), "Bearer tok-1");
+
+        // A keychain that cannot keep the token: the server's yes is not enough,
+        // as the next start would be signed out without a word.
+        auth().signOut();
+        QTRY_VERIFY(!m_keychain->stored);
+        m_keychain->refuseWrites = true;
+        QVERIFY(!QCoro::waitFor(auth().signIn(u"tok-2"_s)));
+        QVERIFY(!auth().isSignedIn());
+        QCOMPARE(auth().lastError(),
+                 u"Could not store the token in the keyring: no keyring is running"_s);
+        QCOMPARE(getTasks(), u"Not signed in"_s);
+    }
+
+    void waitsForTheKeychain()
+    {
+        // A keyring still locked at log-in answers nothing at first: the account
+        // is loading, not signed out, and a change made meanwhile is pushed once
+        // the token arrives.
+        m_keychain->stored = QByteArrayLiteral("tok-late");
+        m_keychain->silentReads = 2;
+        KeychainStore::setBackend(m_keychain);
+        auth().reload();
+        QVERIFY(auth().isLoading());
+        QVERIFY(!auth().isSignedIn());
+        m_server->on("PUT", api("habits"), reply(204));
+        bool pushed = false;
+        QCoro::connect(engine().pushHabits(), this, [&pushed] { pushed = true; });
+        QTRY_VERIFY_WITH_TIMEOUT(auth().isSignedIn(), 8000);
+        QVERIFY(!auth().isLoading());
+        QTRY_VERIFY(pushed);
+        QCOMPARE(m_server->requestsFor("PUT", api("habits")).value(0).header("Authorization"),
+                 "Bearer tok-late");
+        QCOMPARE(m_keychain->reads, 4); // one at the start of the test, then three
+
+        // A sign-out whose keychain removal fails says so; the next success clears it.
+        m_keychain->refuseRemoves = true;
+        auth().signOut();
+        QVERIFY(!auth().isSignedIn());
+        QTRY_COMPARE(auth().keychainProblem(), u"Signed out, but the token could not be removed "
+                                               "from the keyring: the keyring did not answer"_s);
+        m_keychain->refuseRemoves = false;
+        QVERIFY(QCoro::waitFor(auth().signIn(u"tok-3"_s)));
+        QCOMPARE(auth().keychainProblem(), QString());
     }
 
     void beginsBrowserSignIn()
@@ -259,7 +302,7 @@ private slots:
         auth().signOut();
         QCOMPARE(synced.count(), 1);
         QVERIFY(!auth().lastSyncedAt().isValid());
-        QVERIFY(!m_keychain->stored);
+        QTRY_VERIFY(!m_keychain->stored);
         verifyRejected(u"tidewell://auth?token=again&state=" + pending);
         verifyRejected(u"tidewell://auth?token=again&state=" + state); // used up
         QVERIFY(!auth().isSignedIn());
@@ -270,7 +313,7 @@ private slots:
         callback(u"tidewell://auth?token=revoked&state=" + beginBrowserSignIn());
         QVERIFY(!auth().isSignedIn());
         QCOMPARE(auth().lastError(), u"Token rejected by server"_s);
-        QVERIFY(!m_keychain->stored);
+        QTRY_VERIFY(!m_keychain->stored);
         QCOMPARE(m_server->requests().size(), 1); // the token test alone
     }
 };

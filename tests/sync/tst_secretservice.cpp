@@ -21,9 +21,11 @@ class TestSecretService final : public QObject
     QTemporaryDir m_home;
     QProcess m_daemon;
 
-    static QString probe(const char* action)
+    static QString probe(const char* action, const QProcessEnvironment& env = {})
     {
         QProcess child;
+        if (!env.isEmpty())
+            child.setProcessEnvironment(env);
         child.start(QCoreApplication::applicationFilePath(), {u"--probe"_s, QLatin1String(action)});
         if (!child.waitForFinished(20000))
             return u"<probe hung>"_s;
@@ -63,16 +65,44 @@ private slots:
 
     void savesReloadsAndClearsAcrossProcesses()
     {
-        KeychainStore::saveToken(u"tok-é-123"_s);
+        QCOMPARE(QCoro::waitFor(KeychainStore::saveToken(u"tok-é-123"_s)).outcome,
+                 KeychainReply::Outcome::Done);
         QCOMPARE(probe("load"), u"tok-é-123 +libsecret"_s);
         // Without an item the secret-store library is never loaded.
-        KeychainStore::clearToken();
+        QCOMPARE(QCoro::waitFor(KeychainStore::clearToken()).outcome, KeychainReply::Outcome::Done);
         QCOMPARE(probe("load"), u"<none>"_s);
         // Written by another process, read by this one after a "restart".
         QCOMPARE(probe("save"), u"saved"_s);
         KeychainStore::setBackend(nullptr);
-        QCOMPARE(KeychainStore::loadToken(), std::optional<QString>(u"from-child"_s));
-        KeychainStore::clearToken();
+        QCOMPARE(QCoro::waitFor(KeychainStore::fetchToken()).token,
+                 std::optional<QString>(u"from-child"_s));
+        QCOMPARE(QCoro::waitFor(KeychainStore::clearToken()).outcome, KeychainReply::Outcome::Done);
+    }
+
+    // A bus with no secret service and nothing that could start one: a save says
+    // so instead of pretending, and a read finds no token without waiting.
+    void noKeyringAtAll()
+    {
+        QTemporaryDir dir;
+        QFile config(dir.filePath(u"bare.conf"_s));
+        QVERIFY(config.open(QIODevice::WriteOnly));
+        config.write("<busconfig><type>session</type><listen>unix:tmpdir=/tmp</listen>"
+                     "<auth>EXTERNAL</auth><policy context=\"default\">"
+                     "<allow send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/>"
+                     "<allow own=\"*\"/>"
+                     "</policy></busconfig>");
+        config.close();
+        QProcess bus;
+        bus.start(u"dbus-daemon"_s,
+                  {u"--config-file="_s + config.fileName(), u"--print-address"_s, u"--nofork"_s});
+        QVERIFY(bus.waitForReadyRead(10000));
+        const QString address = QString::fromUtf8(bus.readLine()).trimmed();
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, address);
+        QCOMPARE(probe("save", env), u"failed: no keyring is running"_s);
+        QCOMPARE(probe("load", env), u"<none>"_s);
+        bus.terminate();
+        bus.waitForFinished(5000);
     }
 };
 
@@ -84,11 +114,14 @@ int main(int argc, char** argv)
         return QTest::qExec(&test, argc, argv);
     }
     if (qstrcmp(argv[2], "save") == 0) {
-        KeychainStore::saveToken(u"from-child"_s);
-        std::puts("saved");
+        const KeychainReply saved = QCoro::waitFor(KeychainStore::saveToken(u"from-child"_s));
+        if (saved.outcome == KeychainReply::Outcome::Done)
+            std::puts("saved");
+        else
+            std::printf("failed: %s\n", saved.why.toUtf8().constData());
         return 0;
     }
-    const auto token = KeychainStore::loadToken();
+    const auto token = QCoro::waitFor(KeychainStore::fetchToken()).token;
     QFile maps(u"/proc/self/maps"_s);
     const bool loaded = maps.open(QIODevice::ReadOnly) && maps.readAll().contains("libsecret");
     std::printf("%s%s\n", token ? token->toUtf8().constData() : "<none>",

@@ -310,7 +310,7 @@ private slots:
             renameTables(u"_away"_s, u""_s);
         // Only a rejected token signs out, and then forgets it.
         QCOMPARE(auth().isSignedIn(), response.status != 401);
-        QCOMPARE(m_keychain->stored.has_value(), response.status != 401);
+        QTRY_COMPARE(m_keychain->stored.has_value(), response.status != 401);
         QVERIFY(!engine().isSyncing());
         QCOMPARE(applying.count(), 0);
         QVERIFY(!auth().lastSyncedAt().isValid());

@@ -315,7 +315,7 @@ private slots:
         keychain->stored = QByteArrayLiteral("day-token");
         KeychainStore::setBackend(keychain);
         AuthService::shared().reload();
-        QVERIFY(AuthService::shared().isSignedIn());
+        QTRY_VERIFY(AuthService::shared().isSignedIn());
         const auto lastPut = [&server](const QString& resource) {
             const auto all = server.requestsFor("PUT", u"/api/v1/" + resource);
             return all.isEmpty() ? QByteArray() : all.last().body;

@@ -1,7 +1,6 @@
 #include "AccountSection.h"
 
 #include "AuthService.h"
-#include "KeychainStore.h"
 #include "SignInSheet.h"
 #include "SymbolIcon.h"
 #include "SyncEngine.h"
@@ -62,6 +61,18 @@ QVBoxLayout* titled(const QString& title, QLabel* detail, QWidget* parent)
     column->addWidget(detail);
     return column;
 }
+
+QLabel* errorLine(const QString& objectName, QWidget* parent)
+{
+    auto* line = new QLabel(parent);
+    line->setObjectName(objectName);
+    line->setFont(Theme::font(Theme::Font::Caption));
+    line->setStyleSheet(QStringLiteral("color: #d70015;"));
+    line->setWordWrap(true);
+    line->setTextFormat(Qt::PlainText);
+    line->hide();
+    return line;
+}
 } // namespace
 
 AccountSection::AccountSection(QWidget* parent)
@@ -72,11 +83,25 @@ AccountSection::AccountSection(QWidget* parent)
 
     QColor grey = Theme::secondary(0.08);
     // Shown until the keychain has answered; it keeps the layout from jumping.
-    m_stack->addWidget(new Tinted(grey, this));
+    // Most keyrings answer at once; one that waits to be unlocked says why after a moment.
+    m_loading = new Tinted(grey, this);
+    m_loading->setAccessibleName(QStringLiteral("Account"));
+    auto* loading = new QHBoxLayout(m_loading);
+    loading->setContentsMargins(10, 10, 10, 10);
+    m_waiting = new QLabel(QStringLiteral("Waiting for the keyring…"), m_loading);
+    m_waiting->setObjectName(QStringLiteral("keyringWaitLabel"));
+    m_waiting->setFont(Theme::font(Theme::Font::Caption));
+    Theme::makeSecondary(m_waiting);
+    m_waiting->hide();
+    loading->addWidget(m_waiting);
+    m_stack->addWidget(m_loading);
     m_signedOut = new Tinted(grey, this);
-    auto* out = new QHBoxLayout(m_signedOut);
-    out->setContentsMargins(10, 10, 10, 10);
+    auto* outColumn = new QVBoxLayout(m_signedOut);
+    outColumn->setContentsMargins(10, 10, 10, 10);
+    outColumn->setSpacing(8);
+    auto* out = new QHBoxLayout;
     out->setSpacing(10);
+    outColumn->addLayout(out);
     out->addWidget(symbol(QStringLiteral("person.crop.circle.badge.exclamationmark"),
                           Theme::secondary(), m_signedOut));
     out->addLayout(titled(QStringLiteral("Not signed in"),
@@ -90,6 +115,8 @@ AccountSection::AccountSection(QWidget* parent)
     signIn->setDefault(true);
     out->addWidget(signIn);
     connect(signIn, &QPushButton::clicked, this, &AccountSection::openSignIn);
+    m_keychainProblem = errorLine(QStringLiteral("keychainProblem"), m_signedOut);
+    outColumn->addWidget(m_keychainProblem);
 
     QColor greenTint = green;
     greenTint.setAlphaF(0.08);
@@ -113,12 +140,7 @@ AccountSection::AccountSection(QWidget* parent)
     row->addWidget(m_sync);
     row->addWidget(signOut);
     in->addLayout(row);
-    m_error = new QLabel(m_signedIn);
-    m_error->setObjectName(QStringLiteral("syncError"));
-    m_error->setFont(Theme::font(Theme::Font::Caption));
-    m_error->setStyleSheet(QStringLiteral("color: #d70015;"));
-    m_error->setWordWrap(true);
-    m_error->setTextFormat(Qt::PlainText);
+    m_error = errorLine(QStringLiteral("syncError"), m_signedIn);
     in->addWidget(m_error);
 
     m_stack->addWidget(m_signedOut);
@@ -137,8 +159,8 @@ void AccountSection::paintEvent(QPaintEvent* event)
     m_lookingUp = true;
     // The keychain is asked only once the hub is on screen: it competes for the
     // processor with the first frame, and the secret store may take seconds.
-    QTimer::singleShot(0, this,
-                       [this] { KeychainStore::preload(this, [this] { followAccount(); }); });
+    QTimer::singleShot(0, this, &AccountSection::followAccount);
+    QTimer::singleShot(1000, m_waiting, &QWidget::show);
 }
 
 void AccountSection::followAccount()
@@ -146,6 +168,8 @@ void AccountSection::followAccount()
     const AuthService& auth = AuthService::shared();
     const SyncEngine& sync = SyncEngine::shared();
     connect(&auth, &AuthService::isSignedInChanged, this, &AccountSection::refresh);
+    connect(&auth, &AuthService::isLoadingChanged, this, &AccountSection::refresh);
+    connect(&auth, &AuthService::keychainProblemChanged, this, &AccountSection::refresh);
     connect(&auth, &AuthService::lastSyncedAtChanged, this, &AccountSection::refresh);
     connect(&sync, &SyncEngine::isSyncingChanged, this, &AccountSection::refresh);
     connect(&sync, &SyncEngine::lastErrorChanged, this, &AccountSection::refresh);
@@ -174,7 +198,11 @@ void AccountSection::refresh()
 {
     const AuthService& auth = AuthService::shared();
     const SyncEngine& sync = SyncEngine::shared();
-    m_stack->setCurrentWidget(auth.isSignedIn() ? m_signedIn : m_signedOut);
+    m_stack->setCurrentWidget(auth.isLoading()    ? m_loading
+                              : auth.isSignedIn() ? m_signedIn
+                                                  : m_signedOut);
+    m_keychainProblem->setText(auth.keychainProblem());
+    m_keychainProblem->setVisible(!auth.keychainProblem().isEmpty());
     m_lastSync->setText(lastSyncText(auth.lastSyncedAt()));
     const bool syncing = sync.isSyncing();
     m_sync->setEnabled(!syncing);

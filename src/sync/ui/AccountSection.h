@@ -7,8 +7,9 @@ class QPushButton;
 class QStackedLayout;
 class SignInSheet;
 
-// The hub's account block: "Not signed in" with a Sign in button, or
-// "Connected" with the last sync time, Sync, Sign out and the last sync error.
+// The hub's account block: blank while the keychain has not answered, "Not
+// signed in" with a Sign in button, or "Connected" with the last sync time,
+// Sync, Sign out and the last sync error.
 class AccountSection final : public QWidget
 {
     Q_OBJECT
@@ -34,7 +35,10 @@ private:
     void openSignIn();
 
     QStackedLayout* m_stack = nullptr;
+    QWidget* m_loading = nullptr;
+    QLabel* m_waiting = nullptr;
     QWidget* m_signedOut = nullptr;
+    QLabel* m_keychainProblem = nullptr;
     QWidget* m_signedIn = nullptr;
     QLabel* m_lastSync = nullptr;
     QLabel* m_error = nullptr;
