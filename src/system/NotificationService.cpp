@@ -43,25 +43,40 @@ NotificationService::schedule(const QString& title, const QString& body, const Q
     auto* timer = new QTimer(this);
     timer->setSingleShot(true);
     timer->setTimerType(Qt::PreciseTimer);
-    connect(timer, &QTimer::timeout, this, [this, id, title, body, fireAt, timer] {
-        const qint64 left = Clock::now().msecsTo(fireAt);
-        if (left > 0) {
-            timer->start(int(std::min(left, maxStepMs)));
-            return;
-        }
-        {
-            QMutexLocker locker(&m_lock);
-            m_pending.remove(id);
-        }
-        timer->deleteLater();
-        deliver(id, title, body);
-    });
+    connect(timer, &QTimer::timeout, this, [this, id] { deliverIfDue(id); });
     {
         QMutexLocker locker(&m_lock);
-        m_pending.insert(id, timer);
+        m_pending.insert(id, {timer, title, body, fireAt});
     }
     timer->start(int(std::min(Clock::now().msecsTo(fireAt), maxStepMs)));
     co_return id;
+}
+
+void NotificationService::deliverIfDue(const QString& id)
+{
+    Pending due;
+    {
+        QMutexLocker locker(&m_lock);
+        const auto found = m_pending.constFind(id);
+        if (found == m_pending.cend())
+            return;
+        const qint64 left = Clock::now().msecsTo(found->fireAt);
+        if (left > 0) {
+            found->timer->start(int(std::min(left, maxStepMs)));
+            return;
+        }
+        due = m_pending.take(id);
+    }
+    due.timer->stop();
+    due.timer->deleteLater();
+    deliver(id, due.title, due.body);
+}
+
+void NotificationService::deliverDue()
+{
+    const QList<QString> ids = pendingIDs().values();
+    for (const QString& id : ids)
+        deliverIfDue(id);
 }
 
 void NotificationService::deliver(const QString& id, const QString& title, const QString& body)
@@ -75,27 +90,28 @@ void NotificationService::deliver(const QString& id, const QString& title, const
 
 void NotificationService::cancel(const QString& id)
 {
-    QTimer* timer = nullptr;
+    deliverIfDue(id);
+    Pending withdrawn;
     {
         QMutexLocker locker(&m_lock);
-        timer = m_pending.take(id);
+        withdrawn = m_pending.take(id);
     }
-    if (timer) {
-        timer->stop();
-        timer->deleteLater();
+    if (withdrawn.timer) {
+        withdrawn.timer->stop();
+        withdrawn.timer->deleteLater();
     }
 }
 
 void NotificationService::cancelAll()
 {
-    QHash<QString, QTimer*> pending;
+    QHash<QString, Pending> pending;
     {
         QMutexLocker locker(&m_lock);
         pending.swap(m_pending);
     }
-    for (QTimer* timer : std::as_const(pending)) {
-        timer->stop();
-        timer->deleteLater();
+    for (const Pending& request : std::as_const(pending)) {
+        request.timer->stop();
+        request.timer->deleteLater();
     }
 }
 

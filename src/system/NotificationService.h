@@ -28,7 +28,12 @@ public:
     // in the future or the request could not be added.
     QCoro::Task<std::optional<QString>> schedule(const QString& title, const QString& body,
                                                  const QDateTime& fireAt);
+    // Withdraws a pending request; one whose moment has come is delivered instead
+    // (its own timer may simply not have run yet, after a resume say).
     void cancel(const QString& id);
+    // Delivers every pending request whose moment has come, at once; the clock
+    // may have jumped (a resume from suspend, a changed system time).
+    void deliverDue();
     // Withdraws every request this service added, and nothing else.
     void cancelAll();
     // Posts "Tidewell" / "Notifications are working." after 0.5 s, not recorded.
@@ -52,7 +57,17 @@ private:
     explicit NotificationService(QObject* parent);
     void deliver(const QString& id, const QString& title, const QString& body);
 
+    struct Pending
+    {
+        QTimer* timer = nullptr;
+        QString title;
+        QString body;
+        QDateTime fireAt;
+    };
+    // Hands the request to the server when its moment has come, else waits on.
+    void deliverIfDue(const QString& id);
+
     mutable QMutex m_lock; // guards m_pending
-    QHash<QString, QTimer*> m_pending;
+    QHash<QString, Pending> m_pending;
     std::unique_ptr<NotificationBackend> m_backend;
 };

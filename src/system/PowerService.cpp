@@ -3,7 +3,7 @@
 #include "SleepInhibitor.h"
 
 #include <QCoreApplication>
-#include <QMutexLocker>
+#include <QPointer>
 
 PowerService& PowerService::shared()
 {
@@ -25,41 +25,37 @@ void PowerService::setInhibitor(std::unique_ptr<SleepInhibitor> inhibitor)
 
 void PowerService::acquire(const QString& reason)
 {
-    bool changed = false;
-    {
-        QMutexLocker locker(&m_lock);
-        if (m_held)
+    m_wanted = true;
+    if (m_held || m_asking)
+        return;
+    m_asking = true;
+    QPointer<PowerService> self(this);
+    SleepInhibitor* asked = m_inhibitor.get();
+    m_inhibitor->inhibit(reason, [self, asked](std::optional<quint32> cookie) {
+        if (!self)
             return;
-        const std::optional<quint32> cookie = m_inhibitor->inhibit(reason);
-        m_held = cookie.has_value();
-        m_assertionID = cookie.value_or(0);
-        changed = m_held;
-    }
-    if (changed)
-        emit isHeldChanged();
+        self->m_asking = false;
+        if (!cookie)
+            return;
+        // Released (or replaced) while the answer was on its way: give it straight back.
+        if (!self->m_wanted || asked != self->m_inhibitor.get()) {
+            if (asked == self->m_inhibitor.get())
+                asked->uninhibit(*cookie);
+            return;
+        }
+        self->m_assertionID = *cookie;
+        self->m_held = true;
+        emit self->isHeldChanged();
+    });
 }
 
 void PowerService::release()
 {
-    {
-        QMutexLocker locker(&m_lock);
-        if (!m_held)
-            return;
-        m_inhibitor->uninhibit(m_assertionID);
-        m_assertionID = 0;
-        m_held = false;
-    }
+    m_wanted = false;
+    if (!m_held)
+        return;
+    m_inhibitor->uninhibit(m_assertionID);
+    m_assertionID = 0;
+    m_held = false;
     emit isHeldChanged();
-}
-
-bool PowerService::isHeld() const
-{
-    QMutexLocker locker(&m_lock);
-    return m_held;
-}
-
-quint32 PowerService::assertionID() const
-{
-    QMutexLocker locker(&m_lock);
-    return m_assertionID;
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QMutex>
 #include <QObject>
 #include <QString>
 
@@ -8,7 +7,9 @@
 
 class SleepInhibitor;
 
-// Keeps the display from idle sleep while held (org.freedesktop.ScreenSaver Inhibit).
+// Keeps the display from idle sleep while held (org.freedesktop.ScreenSaver
+// Inhibit). The system is asked without waiting: isHeld turns true when it
+// grants the hold. Used from the GUI thread only.
 class PowerService final : public QObject
 {
     Q_OBJECT
@@ -17,12 +18,12 @@ class PowerService final : public QObject
 public:
     static PowerService& shared();
 
-    // A second acquire while held does nothing; a failure leaves isHeld false.
+    // A second acquire while held or asked for does nothing; a refusal leaves isHeld false.
     void acquire(const QString& reason);
-    // Harmless when nothing is held.
+    // Harmless when nothing is held. A hold granted after its release is given back at once.
     void release();
-    bool isHeld() const;
-    quint32 assertionID() const;
+    bool isHeld() const { return m_held; }
+    quint32 assertionID() const { return m_assertionID; }
 
     // Tests and other platforms replace how the display is kept awake.
     void setInhibitor(std::unique_ptr<SleepInhibitor> inhibitor);
@@ -34,8 +35,9 @@ signals:
 private:
     explicit PowerService(QObject* parent);
 
-    mutable QMutex m_lock; // makes acquire and release atomic with each other
     std::unique_ptr<SleepInhibitor> m_inhibitor;
     quint32 m_assertionID = 0;
     bool m_held = false;
+    bool m_wanted = false; // acquired and not released since
+    bool m_asking = false; // an inhibit call is on its way
 };

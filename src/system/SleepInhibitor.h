@@ -2,6 +2,7 @@
 
 #include <QString>
 
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -10,9 +11,13 @@
 class SleepInhibitor
 {
 public:
+    using Answer = std::function<void(std::optional<quint32> cookie)>;
+
     virtual ~SleepInhibitor() = default;
-    // The hold's identifier, or nothing when the system refused or did not answer.
-    virtual std::optional<quint32> inhibit(const QString& reason) = 0;
+    // Asks for a hold and returns at once; `answer` gets the hold's identifier,
+    // or nothing when the system refused or did not answer in time. It runs on
+    // the calling thread's event loop, never from within this call.
+    virtual void inhibit(const QString& reason, Answer answer) = 0;
     virtual void uninhibit(quint32 cookie) = 0;
 
     static std::unique_ptr<SleepInhibitor> create();

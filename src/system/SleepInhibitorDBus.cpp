@@ -2,7 +2,8 @@
 
 #include <QDBusConnection>
 #include <QDBusMessage>
-#include <QDBusReply>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
 
 namespace {
 const QString interfaceName = QStringLiteral("org.freedesktop.ScreenSaver");
@@ -18,16 +19,20 @@ SleepInhibitorDBus::SleepInhibitorDBus(QString service, QString path)
     , m_path(std::move(path))
 {}
 
-std::optional<quint32> SleepInhibitorDBus::inhibit(const QString& reason)
+void SleepInhibitorDBus::inhibit(const QString& reason, Answer answer)
 {
     QDBusMessage call =
         QDBusMessage::createMethodCall(m_service, m_path, interfaceName, QStringLiteral("Inhibit"));
     call << QStringLiteral("Tidewell") << reason;
-    const QDBusReply<quint32> reply =
-        QDBusConnection::sessionBus().call(call, QDBus::Block, TimeoutMs);
-    if (!reply.isValid())
-        return std::nullopt;
-    return reply.value();
+    auto* watcher =
+        new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(call, TimeoutMs));
+    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, watcher,
+                     [answer = std::move(answer)](QDBusPendingCallWatcher* finished) {
+                         finished->deleteLater();
+                         const QDBusPendingReply<quint32> reply = *finished;
+                         answer(reply.isValid() ? std::optional<quint32>(reply.value())
+                                                : std::nullopt);
+                     });
 }
 
 void SleepInhibitorDBus::uninhibit(quint32 cookie)

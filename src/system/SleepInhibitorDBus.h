@@ -2,8 +2,8 @@
 
 #include "SleepInhibitor.h"
 
-// org.freedesktop.ScreenSaver Inhibit/UnInhibit on the session bus. Calls wait at
-// most a couple of seconds, so a hung service cannot freeze the app.
+// org.freedesktop.ScreenSaver Inhibit/UnInhibit on the session bus. Nothing waits
+// for the service: a hung one costs an unanswered call, never a frozen window.
 class SleepInhibitorDBus final : public SleepInhibitor
 {
 public:
@@ -11,7 +11,7 @@ public:
 
     explicit SleepInhibitorDBus(QString service = QStringLiteral("org.freedesktop.ScreenSaver"),
                                 QString path = QStringLiteral("/org/freedesktop/ScreenSaver"));
-    std::optional<quint32> inhibit(const QString& reason) override;
+    void inhibit(const QString& reason, Answer answer) override;
     void uninhibit(quint32 cookie) override;
 
 private:

@@ -2,6 +2,7 @@
 
 #include <QDBusConnection>
 #include <QDBusContext>
+#include <QDBusMessage>
 #include <QMetaClassInfo>
 #include <QMutex>
 #include <QMutexLocker>
@@ -32,8 +33,6 @@ public:
 
 protected:
     mutable QMutex m_lock; // the test's thread reads what the worker's calls wrote
-
-private:
     QDBusConnection m_connection{QString()};
 };
 
@@ -83,6 +82,15 @@ class FakeScreenSaver final : public FakeDBusService, protected QDBusContext
 
 public:
     void setSilent(bool silent) { m_silent = silent; }
+    // Answers Inhibit calls only on answerHeld(), as a slow service would.
+    void setHoldAnswers(bool hold) { m_holdAnswers = hold; }
+    void answerHeld()
+    {
+        QMutexLocker locker(&m_lock);
+        for (const auto& [call, cookie] : std::as_const(m_heldAnswers))
+            m_connection.send(call.createReply(cookie));
+        m_heldAnswers.clear();
+    }
 
     struct State
     {
@@ -108,6 +116,10 @@ public slots:
         }
         m_state.reason = reason;
         m_state.held.insert(++m_nextCookie);
+        if (m_holdAnswers) {
+            setDelayedReply(true);
+            m_heldAnswers.append(std::make_pair(message(), m_nextCookie));
+        }
         return m_nextCookie;
     }
 
@@ -121,4 +133,6 @@ private:
     State m_state;
     uint m_nextCookie = 41;
     std::atomic<bool> m_silent = false;
+    std::atomic<bool> m_holdAnswers = false;
+    QList<std::pair<QDBusMessage, uint>> m_heldAnswers;
 };

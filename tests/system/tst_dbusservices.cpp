@@ -1,12 +1,13 @@
 #include "Clock.h"
+#include "ClockWatch.h"
 #include "FakeDesktopServices.h"
 #include "NotificationBackendDBus.h"
 #include "NotificationService.h"
 #include "PowerService.h"
+#include "ResumeSignalLogind.h"
 #include "SleepInhibitorDBus.h"
 
 #include <QCoro/QCoroTask>
-#include <QElapsedTimer>
 #include <QSignalSpy>
 #include <QTest>
 #include <QThread>
@@ -126,6 +127,80 @@ private slots:
         QTRY_COMPARE(delivered.count(), 1);
     }
 
+    void dueRequestsAreDeliveredNotWithdrawn()
+    {
+        NotificationService& s = notifications();
+        const qsizetype before = m_server->notices().size();
+        QSignalSpy delivered(&s, &NotificationService::delivered);
+        const auto in = [&](qint64 ms) {
+            return *await(s.schedule(QStringLiteral("Pomodoro Complete!"),
+                                     QStringLiteral("Time for a break."), m_now.addMSecs(ms)));
+        };
+        // The phase's own clock saw the end first (its tick ran before the request's
+        // timer): the end's notice still shows.
+        const QString end = in(60'000);
+        m_now = m_now.addSecs(61);
+        s.cancel(end);
+        QTRY_COMPARE(delivered.count(), 1);
+        QTRY_COMPARE(m_server->notices().size(), before + 1);
+
+        // A resume from a long suspend: everything due shows at once, the rest waits.
+        const QString due = in(30'000), later = in(7'200'000);
+        m_now = m_now.addSecs(3600);
+        s.deliverDue();
+        QTRY_COMPARE(delivered.count(), 2);
+        QCOMPARE(delivered.last().first().toString(), due);
+        QCOMPARE(s.pendingIDs(), QSet<QString>{later});
+        s.cancel(later); // not due: withdrawn
+        QVERIFY(s.pendingIDs().isEmpty());
+        QTRY_COMPARE(m_server->notices().size(), before + 2);
+        QTest::qWait(100);
+        QCOMPARE(delivered.count(), 2);
+    }
+
+    void clockJumpsAreNoticed()
+    {
+        const QString logind = QStringLiteral("org.tidewell.test.login1");
+        QDBusConnection fake = QDBusConnection::connectToBus(QDBusConnection::SessionBus, logind);
+        QVERIFY(fake.registerService(logind));
+        ClockWatch watch(nullptr,
+                         std::make_unique<ResumeSignalLogind>(QDBusConnection::SessionBus, logind));
+        QSignalSpy jumped(&watch, &ClockWatch::jumped);
+
+        // Time passing normally is no jump; a wall clock that ran on while the
+        // monotonic one stood still (a suspend) or went back (a changed time) is.
+        watch.check();
+        QCOMPARE(jumped.count(), 0);
+        m_now = m_now.addSecs(3600);
+        watch.check();
+        QCOMPARE(jumped.count(), 1);
+        watch.check();
+        QCOMPARE(jumped.count(), 1);
+        m_now = m_now.addSecs(-600);
+        watch.check();
+        QCOMPARE(jumped.count(), 2);
+
+        // The system says it woke: at once, and only on waking, not on going to sleep.
+        const auto sleep = [&](bool goingToSleep) {
+            QDBusMessage signal =
+                QDBusMessage::createSignal(QStringLiteral("/org/freedesktop/login1"),
+                                           QStringLiteral("org.freedesktop.login1.Manager"),
+                                           QStringLiteral("PrepareForSleep"));
+            signal << goingToSleep;
+            QVERIFY(fake.send(signal));
+        };
+        // The subscription is made off the GUI thread; send until it has taken.
+        QTRY_VERIFY_WITH_TIMEOUT((sleep(false), jumped.count() > 2), 5000);
+        QTest::qWait(200); // the last of those still on their way
+        const int afterWake = int(jumped.count());
+        sleep(true);
+        QTest::qWait(200);
+        QCOMPARE(jumped.count(), afterWake);
+        sleep(false);
+        QTRY_COMPARE(jumped.count(), afterWake + 1);
+        QDBusConnection::disconnectFromBus(logind);
+    }
+
     void sleepHoldIsTakenOnceAndAlwaysReleased()
     {
         PowerService& power = PowerService::shared();
@@ -133,8 +208,9 @@ private slots:
         QSignalSpy heldChanged(&power, &PowerService::isHeldChanged);
         const QString reason = QStringLiteral("Tidewell focus session");
         power.acquire(reason);
-        power.acquire(reason);
-        QVERIFY(power.isHeld());
+        power.acquire(reason); // asked already
+        QTRY_VERIFY(power.isHeld());
+        power.acquire(reason); // held already
         const FakeScreenSaver::State saver = m_saver->state();
         QCOMPARE(saver.calls, 1);
         QCOMPARE(saver.reason, reason);
@@ -145,25 +221,48 @@ private slots:
         QTRY_VERIFY(m_saver->state().held.isEmpty());
         QCOMPARE(heldChanged.count(), 2);
 
-        // No service, then one that takes the call but never answers: nothing is held,
-        // and the wait is bounded rather than a hang.
+        // A slow service: the caller does not wait for it (a blocking call would have
+        // given up before the answer below is sent), and the late hold is taken.
+        m_saver->setHoldAnswers(true);
+        power.acquire(reason);
+        QVERIFY(!power.isHeld());
+        QTRY_COMPARE(m_saver->state().calls, 2);
+        m_saver->answerHeld();
+        QTRY_VERIFY(power.isHeld());
+        power.release();
+        // One that answers only after the session has ended: the hold it grants
+        // late is given back at once, and none is announced.
+        power.acquire(reason);
+        QTRY_COMPARE(m_saver->state().calls, 3);
+        power.release();
+        m_saver->answerHeld();
+        m_saver->setHoldAnswers(false);
+        QTRY_VERIFY(m_saver->state().held.isEmpty());
+        QVERIFY(!power.isHeld());
+        QCOMPARE(heldChanged.count(), 4);
+
+        // No service, then one that takes the call but never answers: the caller
+        // never waits, and nothing is held.
         power.setInhibitor(std::make_unique<SleepInhibitorDBus>(m_nobody));
         power.acquire(reason);
         QVERIFY(!power.isHeld());
+        QTest::qWait(100);
+        QVERIFY(!power.isHeld());
+        power.release();
         m_saver->setSilent(true);
         power.setInhibitor(std::make_unique<SleepInhibitorDBus>(m_saverName));
-        QElapsedTimer waited;
-        waited.start();
         power.acquire(reason);
         QVERIFY(!power.isHeld());
-        QVERIFY(waited.elapsed() < SleepInhibitorDBus::TimeoutMs + 2000);
+        QTest::qWait(SleepInhibitorDBus::TimeoutMs + 200); // the call times out
+        QVERIFY(!power.isHeld());
+        power.release();
 
         // Neither a release nor a failure keeps the next acquire from taking a new hold.
         m_saver->setSilent(false);
         power.acquire(reason);
-        QVERIFY(power.isHeld());
-        QCOMPARE(m_saver->state().calls, 3);
-        QCOMPARE(heldChanged.count(), 3); // the failures announced nothing
+        QTRY_VERIFY(power.isHeld());
+        QCOMPARE(m_saver->state().calls, 5);
+        QCOMPARE(heldChanged.count(), 5); // the failures announced nothing
         power.release();
     }
 };

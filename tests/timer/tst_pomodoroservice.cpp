@@ -22,6 +22,7 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 
 namespace {
 constexpr qint64 focusMs = 1'500'000;
@@ -29,7 +30,10 @@ constexpr qint64 focusMs = 1'500'000;
 class GrantingInhibitor final : public SleepInhibitor
 {
 public:
-    std::optional<quint32> inhibit(const QString&) override { return 7; }
+    void inhibit(const QString&, Answer answer) override
+    {
+        QTimer::singleShot(0, [answer = std::move(answer)] { answer(7); });
+    }
     void uninhibit(quint32) override {}
 };
 } // namespace
@@ -124,7 +128,7 @@ private slots:
         engine().start(); // running already
         QCOMPARE(*engine().endDate(), end);
         QCOMPARE(m_notices, QStringList{"Pomodoro Complete!: Time for a break. @ 10:25:00.000"});
-        QVERIFY(PowerService::shared().isHeld());
+        QTRY_VERIFY(PowerService::shared().isHeld());
 
         advance(focusMs - 1);
         QTRY_COMPARE(engine().remainingMs(), qint64(1));

@@ -1,8 +1,8 @@
 #include "AppController.h"
 
 #include "AuthService.h"
-
 #include "Clock.h"
+#include "ClockWatch.h"
 #include "DailyResetService.h"
 #include "DataStore.h"
 #include "HubWindow.h"
@@ -50,6 +50,16 @@ void AppController::start()
     connect(qApp, &QGuiApplication::applicationStateChanged, this, [](Qt::ApplicationState state) {
         if (state == Qt::ApplicationActive)
             PomodoroService::shared().didBecomeActive();
+    });
+    // After a suspend or a change of the system time, whatever fell due by the
+    // wall clock happens now, not when a monotonic timer next runs.
+    QTimer::singleShot(0, this, [this] {
+        auto* clock = new ClockWatch(this);
+        connect(clock, &ClockWatch::jumped, this, [] {
+            DailyResetService::shared().fireIfDue();
+            NotificationService::shared().deliverDue();
+            PomodoroService::shared().didBecomeActive();
+        });
     });
     connect(qApp, &QCoreApplication::aboutToQuit, this, &AppController::shutDown);
     // Logging out ends the session without asking: keep what the user did.
