@@ -1,10 +1,9 @@
 #include "Clock.h"
-#include "ClockWatch.h"
+#include "ClockJumpsLinux.h"
 #include "FakeDesktopServices.h"
 #include "NotificationBackendDBus.h"
 #include "NotificationService.h"
 #include "PowerService.h"
-#include "ResumeSignalLogind.h"
 #include "SleepInhibitorDBus.h"
 
 #include <QCoro/QCoroTask>
@@ -158,29 +157,15 @@ private slots:
         QCOMPARE(delivered.count(), 2);
     }
 
-    void clockJumpsAreNoticed()
+    // The system says it woke: at once, and only on waking, not on going to sleep.
+    // (A change of the system time comes from the kernel; it cannot be made here.)
+    void resumeIsNoticed()
     {
         const QString logind = QStringLiteral("org.tidewell.test.login1");
         QDBusConnection fake = QDBusConnection::connectToBus(QDBusConnection::SessionBus, logind);
         QVERIFY(fake.registerService(logind));
-        ClockWatch watch(nullptr,
-                         std::make_unique<ResumeSignalLogind>(QDBusConnection::SessionBus, logind));
-        QSignalSpy jumped(&watch, &ClockWatch::jumped);
-
-        // Time passing normally is no jump; a wall clock that ran on while the
-        // monotonic one stood still (a suspend) or went back (a changed time) is.
-        watch.check();
-        QCOMPARE(jumped.count(), 0);
-        m_now = m_now.addSecs(3600);
-        watch.check();
-        QCOMPARE(jumped.count(), 1);
-        watch.check();
-        QCOMPARE(jumped.count(), 1);
-        m_now = m_now.addSecs(-600);
-        watch.check();
-        QCOMPARE(jumped.count(), 2);
-
-        // The system says it woke: at once, and only on waking, not on going to sleep.
+        ClockJumpsLinux jumps(QDBusConnection::SessionBus, logind);
+        QSignalSpy jumped(&jumps, &ClockJumps::jumped);
         const auto sleep = [&](bool goingToSleep) {
             QDBusMessage signal =
                 QDBusMessage::createSignal(QStringLiteral("/org/freedesktop/login1"),
@@ -190,7 +175,7 @@ private slots:
             QVERIFY(fake.send(signal));
         };
         // The subscription is made off the GUI thread; send until it has taken.
-        QTRY_VERIFY_WITH_TIMEOUT((sleep(false), jumped.count() > 2), 5000);
+        QTRY_VERIFY_WITH_TIMEOUT((sleep(false), !jumped.isEmpty()), 5000);
         QTest::qWait(200); // the last of those still on their way
         const int afterWake = int(jumped.count());
         sleep(true);

@@ -2,7 +2,7 @@
 
 #include "AuthService.h"
 #include "Clock.h"
-#include "ClockWatch.h"
+#include "ClockJumps.h"
 #include "DailyResetService.h"
 #include "DataStore.h"
 #include "HubWindow.h"
@@ -54,8 +54,9 @@ void AppController::start()
     // After a suspend or a change of the system time, whatever fell due by the
     // wall clock happens now, not when a monotonic timer next runs.
     QTimer::singleShot(0, this, [this] {
-        auto* clock = new ClockWatch(this);
-        connect(clock, &ClockWatch::jumped, this, [] {
+        ClockJumps* jumps = ClockJumps::create().release();
+        jumps->setParent(this);
+        connect(jumps, &ClockJumps::jumped, this, [] {
             DailyResetService::shared().fireIfDue();
             NotificationService::shared().deliverDue();
             PomodoroService::shared().didBecomeActive();
