@@ -125,9 +125,13 @@ class AppAgainstServer(TidewellCase):
         self.assertTrue(landed("/api/v1/pomodoro", lambda r: r and r["data"] and
                                r["data"]["pomodoroDuration"] == "50"), self.get("/api/v1/pomodoro"))
 
-        # The second computer: the first one is gone, another HOME starts afresh.
+        # The second computer: the first one is gone, another HOME starts afresh, and
+        # the keyring (one per desktop session here) no longer holds the first's token.
         self.app.send_signal(signal.SIGTERM)
         self.assertEqual(self.app.wait(15), 0)
+        cleared = desktop.run(["secret-tool", "clear", "user", "api-token-v2",
+                               "server", "com.brenlow.tidewell"])
+        self.assertEqual(cleared.returncode, 0, cleared.stderr)
         home = tempfile.mkdtemp(prefix="tidewell-second-")
         env = dict(desktop.env, HOME=home, XDG_DATA_HOME=os.path.join(home, "data"),
                    XDG_CONFIG_HOME=os.path.join(home, "config"),
