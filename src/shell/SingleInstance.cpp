@@ -198,7 +198,10 @@ SingleInstance::Outcome SingleInstance::sendToRunning(const QString& socketPath,
     if (fd < 0)
         return Outcome::NoAnswer;
     QByteArray reply;
-    if (sendAll(fd, message, deadline)) {
+    // A busy instance refuses and hangs up without reading: the write may then fail
+    // while its answer is already waiting to be read.
+    sendAll(fd, message, deadline);
+    {
         char chunk[512];
         while (!reply.contains('\n') && reply.size() < 4096 && waitFor(fd, POLLIN, deadline)) {
             const ssize_t got = ::recv(fd, chunk, sizeof(chunk), 0);

@@ -62,10 +62,13 @@ QObject* callsObject()
             QObject::connect(app, &QObject::destroyed, [] {
                 Cache& c = cache();
                 QMutexLocker locker(&c.lock);
-                c.calls->deleteLater();
                 c.thread->quit();
-                if (c.thread->wait(QDeadlineTimer(std::chrono::milliseconds(500))))
+                // Deleted here once its thread has ended: no event loop is left to
+                // run a deleteLater.
+                if (c.thread->wait(QDeadlineTimer(std::chrono::milliseconds(500)))) {
+                    delete c.calls;
                     delete c.thread;
+                }
                 c.thread = nullptr;
                 c.calls = nullptr;
             });

@@ -49,13 +49,16 @@ void SecretServiceKeychain::stop()
     if (!m_thread)
         return;
     QObject::disconnect(m_appGone);
-    m_jobs->deleteLater(); // on the worker, when its loop ends
-    m_jobs = nullptr;
     m_thread->quit();
     // A job stuck in a hung secret store does not block the loop from quitting.
+    // Once the thread has ended its object is deleted here: no loop is left to
+    // run a deleteLater.
     m_thread->wait(QDeadlineTimer(std::chrono::seconds(2)));
-    if (m_thread->isFinished())
+    if (m_thread->isFinished()) {
+        delete m_jobs;
         delete m_thread;
+    }
+    m_jobs = nullptr;
     m_thread = nullptr;
 }
 
