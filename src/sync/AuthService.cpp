@@ -4,7 +4,6 @@
 #include "BundleInfo.h"
 #include "KeychainStore.h"
 #include "Preferences.h"
-#include "SyncEngine.h"
 
 #include <QCoro/QCoroSignal>
 #include <QDesktopServices>
@@ -18,18 +17,22 @@ AuthService& AuthService::shared()
     return *instance;
 }
 
-AuthService::AuthService()
-{
-    reload();
-}
+AuthService::AuthService() = default;
 
 namespace {
 constexpr std::chrono::milliseconds FirstRetry(1000);
 constexpr std::chrono::milliseconds LastRetry(15000);
 } // namespace
 
+void AuthService::load()
+{
+    if (!m_loadStarted)
+        reload();
+}
+
 void AuthService::reload()
 {
+    m_loadStarted = true;
     m_retryDelay = FirstRetry;
     lookUp(++m_generation);
 }
@@ -57,12 +60,14 @@ void AuthService::lookUp(quint64 generation)
 
 void AuthService::takeOver()
 {
+    m_loadStarted = true;
     ++m_generation;
     setLoading(false);
 }
 
 QCoro::Task<> AuthService::settled()
 {
+    load();
     while (m_isLoading)
         co_await qCoro(this, &AuthService::isLoadingChanged);
 }
@@ -99,14 +104,6 @@ void AuthService::setLastError(const QString& text)
     emit lastErrorChanged();
 }
 
-void AuthService::setLastSyncedAt(const QDateTime& when)
-{
-    if (m_lastSyncedAt == when && m_lastSyncedAt.isValid() == when.isValid())
-        return;
-    m_lastSyncedAt = when;
-    emit lastSyncedAtChanged();
-}
-
 void AuthService::setBrowserOpener(BrowserOpener opener)
 {
     m_openBrowser = std::move(opener);
@@ -141,6 +138,7 @@ QCoro::Task<bool> AuthService::signIn(QString token)
     setKeychainProblem({});
     setSignedIn(true);
     setLastError({});
+    emit signedIn();
     co_return true;
 }
 
@@ -216,8 +214,6 @@ QCoro::Task<> AuthService::consumeCallback(QUrl url)
     }
     m_pendingNonce.clear();
     co_await signIn(token);
-    if (m_isSignedIn)
-        co_await SyncEngine::shared().pullAll();
 }
 
 void AuthService::signOut()
@@ -238,6 +234,5 @@ void AuthService::signOut()
                    });
     setSignedIn(false);
     setLastError({});
-    setLastSyncedAt({});
     m_pendingNonce.clear();
 }

@@ -18,7 +18,6 @@ class AuthService final : public QObject
     Q_PROPERTY(bool isLoading READ isLoading NOTIFY isLoadingChanged)
     Q_PROPERTY(QString keychainProblem READ keychainProblem NOTIFY keychainProblemChanged)
     Q_PROPERTY(QString lastError READ lastError NOTIFY lastErrorChanged)
-    Q_PROPERTY(QDateTime lastSyncedAt READ lastSyncedAt NOTIFY lastSyncedAtChanged)
 
 public:
     using BrowserOpener = std::function<bool(const QUrl&)>;
@@ -32,12 +31,13 @@ public:
     // returns at once (the answer arrives through consumeCallback()).
     void beginBrowserSignIn(const QString& serverBase);
     // Handles a URL delivered to the app; other schemes and hosts are ignored.
-    // A matching callback signs in and then pulls.
+    // A matching callback signs in (and `signedIn` then has the sync engine pull).
     QCoro::Task<> consumeCallback(QUrl url);
     // Forgets the token at once; local data stays. The keychain item is removed
     // in the background, and keychainProblem says so when that fails.
     void signOut();
-    // Returns once the keychain has told whether there is a token.
+    // Returns once the keychain has told whether there is a token; asks it first
+    // when nobody has yet.
     QCoro::Task<> settled();
 
     // `length` secure random bytes as lower-case hex.
@@ -53,21 +53,23 @@ public:
     QString keychainProblem() const { return m_keychainProblem; }
     // Empty when there is no error.
     QString lastError() const { return m_lastError; }
-    // Invalid until a pull succeeds.
-    QDateTime lastSyncedAt() const { return m_lastSyncedAt; }
-    void setLastSyncedAt(const QDateTime& when);
 
     // Tests: replaces how the connect page is opened; empty restores the desktop's browser.
     void setBrowserOpener(BrowserOpener opener);
-    // Re-reads the signed-in state from the keychain, as at start-up.
+    // Reads the signed-in state from the keychain, as at start-up. Nothing asks
+    // the keychain before the first reload(): a start-up without the hub or sync
+    // never touches it.
     void reload();
+    // reload() unless a look-up was made already.
+    void load();
 
 signals:
     void isSignedInChanged();
     void isLoadingChanged();
     void keychainProblemChanged();
+    // A token was accepted and stored: a new sign-in, not a start-up.
+    void signedIn();
     void lastErrorChanged();
-    void lastSyncedAtChanged();
 
 private:
     AuthService();
@@ -81,12 +83,12 @@ private:
     void setKeychainProblem(const QString& text);
 
     bool m_isSignedIn = false;
-    bool m_isLoading = false;
+    bool m_isLoading = true; // until the keychain has been asked and has answered
+    bool m_loadStarted = false;
     quint64 m_generation = 0; // look-ups of an older generation are stale
     std::chrono::milliseconds m_retryDelay{};
     QString m_keychainProblem;
     QString m_lastError;
-    QDateTime m_lastSyncedAt;
     QString m_pendingNonce;
     BrowserOpener m_openBrowser;
 };

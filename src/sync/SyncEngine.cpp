@@ -20,6 +20,25 @@ SyncEngine& SyncEngine::shared()
     return *instance;
 }
 
+SyncEngine::SyncEngine()
+{
+    AuthService& auth = AuthService::shared();
+    connect(&auth, &AuthService::signedIn, this,
+            [this] { QCoro::connect(pullAll(), this, [] {}); });
+    connect(&auth, &AuthService::isSignedInChanged, this, [this] {
+        if (!AuthService::shared().isSignedIn() && !AuthService::shared().isLoading())
+            setLastSyncedAt({});
+    });
+}
+
+void SyncEngine::setLastSyncedAt(const QDateTime& when)
+{
+    if (m_lastSyncedAt == when && m_lastSyncedAt.isValid() == when.isValid())
+        return;
+    m_lastSyncedAt = when;
+    emit lastSyncedAtChanged();
+}
+
 ModelContext& SyncEngine::context()
 {
     return DataStore::shared().mainContext();
@@ -111,7 +130,7 @@ QCoro::Task<> SyncEngine::pullAll()
         co_return;
     }
     setApplyingRemote(false);
-    AuthService::shared().setLastSyncedAt(Clock::now());
+    setLastSyncedAt(Clock::now());
     setLastError({});
 }
 

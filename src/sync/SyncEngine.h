@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QCoro/QCoroTask>
+#include <QDateTime>
 #include <QObject>
 #include <QString>
 
@@ -17,6 +18,7 @@ class SyncEngine final : public QObject
     Q_PROPERTY(bool isSyncing READ isSyncing NOTIFY isSyncingChanged)
     Q_PROPERTY(bool isApplyingRemote READ isApplyingRemote NOTIFY isApplyingRemoteChanged)
     Q_PROPERTY(QString lastError READ lastError NOTIFY lastErrorChanged)
+    Q_PROPERTY(QDateTime lastSyncedAt READ lastSyncedAt NOTIFY lastSyncedAtChanged)
 
 public:
     static SyncEngine& shared();
@@ -32,14 +34,19 @@ public:
     bool isApplyingRemote() const { return m_applyingRemote; }
     // Empty when there is no error.
     QString lastError() const { return m_lastError; }
+    // Invalid until a pull succeeds, and again after a sign-out.
+    QDateTime lastSyncedAt() const { return m_lastSyncedAt; }
 
 signals:
     void isSyncingChanged();
     void isApplyingRemoteChanged();
     void lastErrorChanged();
+    void lastSyncedAtChanged();
 
 private:
-    SyncEngine() = default;
+    // Follows the sign-in service: a new sign-in pulls, a sign-out forgets the last sync.
+    SyncEngine();
+    void setLastSyncedAt(const QDateTime& when);
 
     static ModelContext& context();
     QCoro::Task<bool> mayPush();
@@ -54,4 +61,5 @@ private:
     int m_syncing = 0;
     bool m_applyingRemote = false;
     QString m_lastError;
+    QDateTime m_lastSyncedAt;
 };

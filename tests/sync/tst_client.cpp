@@ -295,13 +295,14 @@ private slots:
         QVERIFY(auth().isSignedIn());
         QCOMPARE(auth().lastError(), QString());
         QCOMPARE(m_keychain->stored, std::optional<QByteArray>("tok/browser"));
+        verifyOnePull(*m_server); // the sync engine pulls after a new sign-in
 
         // Signing out forgets the token, the last sync and a sign-in under way.
         const QString pending = beginBrowserSignIn();
-        QSignalSpy synced(&auth(), &AuthService::lastSyncedAtChanged);
+        QSignalSpy synced(&engine(), &SyncEngine::lastSyncedAtChanged);
         auth().signOut();
         QCOMPARE(synced.count(), 1);
-        QVERIFY(!auth().lastSyncedAt().isValid());
+        QVERIFY(!engine().lastSyncedAt().isValid());
         QTRY_VERIFY(!m_keychain->stored);
         verifyRejected(u"tidewell://auth?token=again&state=" + pending);
         verifyRejected(u"tidewell://auth?token=again&state=" + state); // used up

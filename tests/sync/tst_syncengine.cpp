@@ -118,7 +118,7 @@ private slots:
                                  "'pomodoroCount':'3 ','firstPomodoroCountDate':''}}")));
         pull();
         QCOMPARE(engine().lastError(), QString());
-        QCOMPARE(auth().lastSyncedAt(), now());
+        QCOMPARE(engine().lastSyncedAt(), now());
 
         const QList<Habit*> habits = sorted(context().fetch<Habit>());
         QCOMPARE(habits.size(), 2);
@@ -313,7 +313,7 @@ private slots:
         QTRY_COMPARE(m_keychain->stored.has_value(), response.status != 401);
         QVERIFY(!engine().isSyncing());
         QCOMPARE(applying.count(), 0);
-        QVERIFY(!auth().lastSyncedAt().isValid());
+        QVERIFY(!engine().lastSyncedAt().isValid());
         QCOMPARE(context().count<HabitHistory>(), 1);
         QCOMPARE(context().fetch<TaskList>().value(0)->name(), u"Mine"_s);
         QCOMPARE(context().fetch<PomodoroConfig>().value(0)->pomodoroDuration(), qint64(25));

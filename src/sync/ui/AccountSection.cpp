@@ -165,14 +165,15 @@ void AccountSection::paintEvent(QPaintEvent* event)
 
 void AccountSection::followAccount()
 {
-    const AuthService& auth = AuthService::shared();
+    AuthService& auth = AuthService::shared();
     const SyncEngine& sync = SyncEngine::shared();
     connect(&auth, &AuthService::isSignedInChanged, this, &AccountSection::refresh);
     connect(&auth, &AuthService::isLoadingChanged, this, &AccountSection::refresh);
     connect(&auth, &AuthService::keychainProblemChanged, this, &AccountSection::refresh);
-    connect(&auth, &AuthService::lastSyncedAtChanged, this, &AccountSection::refresh);
+    connect(&sync, &SyncEngine::lastSyncedAtChanged, this, &AccountSection::refresh);
     connect(&sync, &SyncEngine::isSyncingChanged, this, &AccountSection::refresh);
     connect(&sync, &SyncEngine::lastErrorChanged, this, &AccountSection::refresh);
+    auth.load(); // the hub on screen is the first time the account matters
     refresh();
 }
 
@@ -203,7 +204,7 @@ void AccountSection::refresh()
                                                   : m_signedOut);
     m_keychainProblem->setText(auth.keychainProblem());
     m_keychainProblem->setVisible(!auth.keychainProblem().isEmpty());
-    m_lastSync->setText(lastSyncText(auth.lastSyncedAt()));
+    m_lastSync->setText(lastSyncText(sync.lastSyncedAt()));
     const bool syncing = sync.isSyncing();
     m_sync->setEnabled(!syncing);
     // A spinner would need an animation timer; the text says the same.

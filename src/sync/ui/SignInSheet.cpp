@@ -5,7 +5,6 @@
 #include "Blanks.h"
 #include "Preferences.h"
 #include "SymbolIcon.h"
-#include "SyncEngine.h"
 #include "Theme.h"
 
 #include <QHBoxLayout>
@@ -212,10 +211,10 @@ void SignInSheet::submitToken()
     QPointer<SignInSheet> self(this);
     QCoro::connect(AuthService::shared().signIn(m_token->text()), qApp, [self](bool ok) {
         if (ok) {
-            // The sheet may already have closed on the sign-in itself; pull anyway.
+            // The sheet may already have closed on the sign-in itself; the sync
+            // engine pulls after every new sign-in.
             if (self)
                 self->accept();
-            QCoro::connect(SyncEngine::shared().pullAll(), qApp, [] {});
             return;
         }
         if (!self)
