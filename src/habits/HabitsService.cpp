@@ -16,11 +16,6 @@
 #include <algorithm>
 
 namespace {
-QList<Habit*> habitsInOrder(ModelContext& context)
-{
-    return context.fetch<Habit>(FetchRequest::sortedBy(QStringLiteral("order")));
-}
-
 HabitHistory* recordFor(const Habit* habit, const QString& day)
 {
     const QList<HabitHistory*> history = habit->history();
@@ -66,6 +61,30 @@ void HabitsService::increment(Habit* habit, ModelContext& context)
     AudioService::shared().play(AudioService::Sound::WaterTrackCount);
     archiveToday(habit, context);
     save(context);
+}
+
+QList<Habit*> HabitsService::habitsInOrder(ModelContext& context)
+{
+    return context.fetch<Habit>(FetchRequest::sortedBy(QStringLiteral("order")));
+}
+
+Habit* HabitsService::findByName(const QString& name, ModelContext& context)
+{
+    for (Habit* habit : habitsInOrder(context)) {
+        if (habit->name() == name)
+            return habit;
+    }
+    return nullptr;
+}
+
+void HabitsService::countOrReset(Habit* habit, ModelContext& context)
+{
+    if (!habit)
+        return;
+    if (habit->currentValue() >= habit->maxValue())
+        reset(habit, context);
+    else
+        increment(habit, context);
 }
 
 void HabitsService::reset(Habit* habit, ModelContext& context)

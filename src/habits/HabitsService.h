@@ -27,12 +27,18 @@ public:
                        qint64 maxValue, ModelContext& context);
     void increment(Habit* habit, ModelContext& context);
     void reset(Habit* habit, ModelContext& context);
+    // The row's one action: counts up to the target, and at the target starts over.
+    void countOrReset(Habit* habit, ModelContext& context);
     void updateHabit(Habit* habit, const QString& icon, const QString& name,
                      const QString& colorHex, qint64 maxValue, ModelContext& context);
     void deleteHabit(Habit* habit, ModelContext& context);
     // Closes finished counting days into history and restarts their counters;
     // `force` closes every habit's day (the midnight rollover).
     void checkDayReset(ModelContext& context, bool force);
+    // The habits in the widget's order.
+    static QList<Habit*> habitsInOrder(ModelContext& context);
+    // The first habit in that order with exactly this name, or null.
+    static Habit* findByName(const QString& name, ModelContext& context);
     // First call only: the start-of-day check and the midnight handler.
     void bootstrap();
     bool isBootstrapped() const { return m_bootstrapped; }

@@ -4,6 +4,7 @@
 #include "Blanks.h"
 #include "DataStore.h"
 #include "DebouncedPush.h"
+#include "FetchRequest.h"
 #include "ModelContext.h"
 #include "SyncEngine.h"
 #include "TaskItem.h"
@@ -144,6 +145,11 @@ void TasksService::deleteAllTasks(TaskList* list, ModelContext& context)
         context.remove(task);
     list->setHighlightedTaskId({});
     save(context);
+}
+
+QList<TaskList*> TasksService::listsInOrder(ModelContext& context)
+{
+    return context.fetch<TaskList>(FetchRequest::sortedBy(QStringLiteral("order")));
 }
 
 QList<TaskItem*> TasksService::sortedTasks(const TaskList* list)

@@ -44,6 +44,8 @@ public:
 
     // The list's tasks by order; equal orders keep their stored sequence.
     static QList<TaskItem*> sortedTasks(const TaskList* list);
+    // The lists in the widget's order.
+    static QList<TaskList*> listsInOrder(ModelContext& context);
 
     // What runs after the debounced save; by default the sync engine's tasks push.
     void setPushHandler(std::function<void()> push);

@@ -230,6 +230,14 @@ void PomodoroService::cancelEndNotification()
     }
 }
 
+void PomodoroService::toggle()
+{
+    if (m_isActive)
+        pause();
+    else
+        start();
+}
+
 void PomodoroService::pause()
 {
     if (!m_isActive)

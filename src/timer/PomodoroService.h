@@ -49,6 +49,8 @@ public:
     void bootstrap();
     void start();
     void pause();
+    // Starts a stopped timer, pauses a running one.
+    void toggle();
     void reset();
     void skip();
     void updateSettings(std::optional<qint64> pomodoro, std::optional<qint64> shortBreak,

@@ -83,11 +83,7 @@ HabitRow::HabitRow(Habit* habit, bool viewOnly, QWidget* parent)
         connect(m_action, &QToolButton::clicked, this, [this] {
             if (!m_habit)
                 return;
-            ModelContext& context = DataStore::shared().mainContext();
-            if (m_habit->currentValue() >= m_habit->maxValue())
-                HabitsService::shared().reset(m_habit, context);
-            else
-                HabitsService::shared().increment(m_habit, context);
+            HabitsService::shared().countOrReset(m_habit, DataStore::shared().mainContext());
         });
         row->addWidget(m_action);
 

@@ -106,10 +106,7 @@ PomodoroWidgetView::PomodoroWidgetView(bool viewOnly, QWidget* parent)
         column->addLayout(controls);
         connect(reset, &QToolButton::clicked, &timer, &PomodoroService::reset);
         connect(skip, &QToolButton::clicked, &timer, &PomodoroService::skip);
-        connect(m_startPause, &QToolButton::clicked, this, [] {
-            PomodoroService& t = PomodoroService::shared();
-            t.isActive() ? t.pause() : t.start();
-        });
+        connect(m_startPause, &QToolButton::clicked, &timer, &PomodoroService::toggle);
         auto* space = new QShortcut(QKeySequence(Qt::Key_Space), this);
         space->setContext(Qt::WidgetWithChildrenShortcut);
         connect(space, &QShortcut::activated, m_startPause, &QToolButton::click);
