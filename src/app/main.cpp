@@ -1,5 +1,6 @@
 #include "AppController.h"
 #include "BundleInfo.h"
+#include "ControlCommand.h"
 #include "DataStore.h"
 #include "ShellStyle.h"
 #include "SingleInstance.h"
@@ -11,6 +12,7 @@
 #include <QIcon>
 #include <QImageReader>
 #include <QPixmap>
+#include <QTextStream>
 #include <QThread>
 #include <QUrl>
 
@@ -89,8 +91,36 @@ std::optional<int> handOff(const QString& socketPath, const SingleInstance::Requ
 }
 } // namespace
 
+// `tidewell --help`, `--version` and the commands that drive a running Tidewell;
+// the exit status, or nothing when this launch is the app itself.
+std::optional<int> runCommand(int argc, char* argv[])
+{
+    QStringList args;
+    for (int i = 1; i < argc; ++i)
+        args.append(QString::fromLocal8Bit(argv[i]));
+    const QString first = args.value(0);
+    if (first == u"-h" || first == u"--help") {
+        QTextStream(stdout) << ControlCommand::help();
+        return 0;
+    }
+    if (first == u"-v" || first == u"--version") {
+        QTextStream(stdout) << "tidewell " << BundleInfo::current().version << '\n';
+        return 0;
+    }
+    if (!ControlCommand::handles(args))
+        return std::nullopt;
+    QCoreApplication app(argc, argv);
+    QTextStream out(stdout), err(stderr);
+    const int status = ControlCommand::run(args, out, err);
+    out.flush();
+    err.flush();
+    return status;
+}
+
 int main(int argc, char* argv[])
 {
+    if (const auto status = runCommand(argc, argv))
+        return *status;
     const SingleInstance::Request request{takeUrlArgument(argc, argv), activationToken()};
     const QString socketPath = SingleInstance::defaultSocketPath();
     // A running Tidewell takes the request (show the hub, or a sign-in callback).

@@ -5,6 +5,8 @@
 #include "ClockJumps.h"
 #include "DailyResetService.h"
 #include "DataStore.h"
+#include "DesktopBus.h"
+#include "HabitsService.h"
 #include "HubWindow.h"
 #include "NotificationService.h"
 #include "PomodoroService.h"
@@ -12,6 +14,8 @@
 #include "SettingsView.h"
 #include "SingleInstance.h"
 #include "StoreHealth.h"
+#include "SyncEngine.h"
+#include "TasksService.h"
 #include "UnixSignalWatcher.h"
 #include "WindowManager.h"
 
@@ -40,6 +44,7 @@ void AppController::start()
     SettingsView::applySoundsPreference();
     DailyResetService::shared().scheduleNext();
     PomodoroService::shared().bootstrap();
+    SyncEngine::shared(); // pulls after every new sign-in; asks the keychain only when needed
     QTimer::singleShot(0, this, [] {
         QCoro::connect(NotificationService::shared().checkAuthorization(), qApp, [] {});
     });
@@ -61,6 +66,14 @@ void AppController::start()
             NotificationService::shared().deliverDue();
             PomodoroService::shared().didBecomeActive();
         });
+        // Shortcuts, status bars and `tidewell ctl` reach the app here.
+        auto* bus = new DesktopBus(PomodoroService::shared(), HabitsService::shared(),
+                                   TasksService::shared(), DataStore::shared().mainContext(), this);
+        connect(bus, &DesktopBus::registered, this, [](bool ok, const QString& why) {
+            if (!ok)
+                qWarning("AppController: not on the session bus (%s)", qPrintable(why));
+        });
+        bus->publish();
     });
     connect(qApp, &QCoreApplication::aboutToQuit, this, &AppController::shutDown);
     // Logging out ends the session without asking: keep what the user did.

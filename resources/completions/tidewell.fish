@@ -1,0 +1,15 @@
+# fish completion for tidewell
+complete -c tidewell -f
+complete -c tidewell -n __fish_use_subcommand -a ctl -d 'Drive the focus timer'
+complete -c tidewell -n __fish_use_subcommand -a habit -d 'Count or list habits'
+complete -c tidewell -n __fish_use_subcommand -a task -d 'Add or list tasks'
+complete -c tidewell -n __fish_use_subcommand -s h -l help -d 'Show help'
+complete -c tidewell -n __fish_use_subcommand -s v -l version -d 'Show version'
+complete -c tidewell -n '__fish_seen_subcommand_from ctl; and not __fish_seen_subcommand_from toggle start pause skip reset status' -a 'toggle start pause skip reset status'
+complete -c tidewell -n '__fish_seen_subcommand_from status' -l json -d 'Print JSON'
+complete -c tidewell -n '__fish_seen_subcommand_from status' -l follow -d 'Print a line on every change'
+complete -c tidewell -n '__fish_seen_subcommand_from status' -l format -r -a waybar -d 'Template or waybar'
+complete -c tidewell -n '__fish_seen_subcommand_from habit; and not __fish_seen_subcommand_from list count reset' -a 'list count reset'
+complete -c tidewell -n '__fish_seen_subcommand_from count reset' -a '(tidewell habit list 2>/dev/null | cut -f1)'
+complete -c tidewell -n '__fish_seen_subcommand_from task; and not __fish_seen_subcommand_from add list lists' -a 'add list lists'
+complete -c tidewell -n '__fish_seen_subcommand_from task' -l list -r -a '(tidewell task lists 2>/dev/null)'

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <QDBusContext>
+#include <QObject>
+#include <QString>
+#include <QVariantMap>
+
+class HabitsService;
+class ModelContext;
+class PomodoroService;
+class TasksService;
+
+// Tidewell on the session bus: name com.brenlow.tidewell, object
+// /com/brenlow/tidewell with the Timer, Habits and Tasks interfaces, for
+// shortcuts, status bars and scripts (`tidewell ctl` among them). Documented in
+// docs/com.brenlow.tidewell.xml.
+class DesktopBus final : public QObject, public QDBusContext
+{
+    Q_OBJECT
+
+public:
+    static inline const QString Service = QStringLiteral("com.brenlow.tidewell");
+    static inline const QString ObjectPath = QStringLiteral("/com/brenlow/tidewell");
+    static inline const QString TimerInterface = QStringLiteral("com.brenlow.tidewell.Timer");
+    static inline const QString HabitsInterface = QStringLiteral("com.brenlow.tidewell.Habits");
+    static inline const QString TasksInterface = QStringLiteral("com.brenlow.tidewell.Tasks");
+
+    DesktopBus(PomodoroService& timer, HabitsService& habits, TasksService& tasks,
+               ModelContext& context, QObject* parent = nullptr);
+
+    // Registers the object and asks for the name from a short-lived thread: both
+    // wait for the bus daemon, and the GUI thread never waits for D-Bus. Emits
+    // `registered` with the outcome.
+    void publish();
+
+    // Sends org.freedesktop.DBus.Properties.PropertiesChanged for `interface`.
+    static void announce(const QString& interface, const QVariantMap& changed);
+
+signals:
+    void registered(bool ok, const QString& why);
+};

@@ -1,0 +1,194 @@
+#!/usr/bin/python3
+"""End-to-end: the rest of the desktop drives the running app. `tidewell ctl`
+starts and pauses the timer shown in the tray popup, `status --json` reports it,
+`status --follow --format waybar` prints a line when the timer is paused and when
+the phase ends, `tidewell habit count` raises the count in the habits widget and
+its PUT reaches the server half a second later, and with no Tidewell running the
+commands say so, exit 1 and start nothing.
+
+Usage: test_control.py <tidewell binary>
+"""
+import http.server
+import json
+import os
+import queue
+import subprocess
+import sys
+import threading
+import time
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from desktop import wait_for  # noqa: E402
+from tidewell_case import APP, TidewellCase, main  # noqa: E402
+
+EMPTY = {"/api/v1/tasks": {"data": []}, "/api/v1/habits": {"data": []},
+         "/api/v1/pomodoro": {"data": None}}
+
+
+class Recorder(http.server.BaseHTTPRequestHandler):
+    requests = []
+
+    def answer(self, status, body):
+        data = json.dumps(body).encode()
+        self.send_response(status)
+        self.send_header("Content-Type", "application/json")
+        self.send_header("Content-Length", str(len(data)))
+        self.end_headers()
+        self.wfile.write(data)
+
+    def do_GET(self):
+        type(self).requests.append((time.monotonic(), "GET", self.path, None))
+        self.answer(200 if self.path in EMPTY else 404, EMPTY.get(self.path, {}))
+
+    def do_PUT(self):
+        body = self.rfile.read(int(self.headers.get("Content-Length", 0)))
+        type(self).requests.append((time.monotonic(), "PUT", self.path, json.loads(body or b"null")))
+        self.answer(200, json.loads(body or b"null"))
+
+    def log_message(self, *args):
+        pass
+
+
+class ControlFromTheDesktop(TidewellCase):
+    @classmethod
+    def before_launch(cls):
+        cls.server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Recorder)
+        threading.Thread(target=cls.server.serve_forever, daemon=True).start()
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.server.shutdown()
+        cls.server.server_close()
+        super().tearDownClass()
+
+    def tidewell(self, *args):
+        return subprocess.run([APP] + list(args), env=self.desktop.env, capture_output=True,
+                              text=True, timeout=20)
+
+    def in_popup(self, widget):
+        a11y = self.a11y
+        switch = a11y.find(self.root, widget + " in status bar")
+        a11y.switch_on(switch)
+        icons = self.desktop.tray_icons_or_report()
+        self.assertTrue(icons, "no tray icon")
+        self.desktop.click(*icons[-1])
+        self.assertTrue(wait_for(lambda: self.desktop.window_ids("^%s$" % widget)), "no popup")
+        return switch, icons[-1]
+
+    def close_popup(self, switch, icon):
+        self.desktop.click(*icon)
+        self.a11y.press(switch)
+        self.assertTrue(wait_for(lambda: not self.a11y.is_checked(switch)))
+        time.sleep(0.3)
+
+    def test_1_timer(self):
+        a11y = self.a11y
+        switch, icon = self.in_popup("Pomodoro")
+        a11y.press(a11y.find(self.root, "Settings", role="push button"))
+        a11y.find(self.root, "Focus duration", role="spin button").queryValue().currentValue = 1
+        a11y.press(a11y.find(self.root, "Save"))
+        time.sleep(0.5)
+
+        lines = queue.Queue()
+        follow = subprocess.Popen([APP, "ctl", "status", "--follow", "--format", "waybar"],
+                                  env=self.desktop.env, stdout=subprocess.PIPE, text=True)
+        threading.Thread(target=lambda: [lines.put(json.loads(l)) for l in follow.stdout],
+                         daemon=True).start()
+
+        def next_line(test, timeout):
+            deadline = time.monotonic() + timeout
+            while time.monotonic() < deadline:
+                try:
+                    line = lines.get(timeout=max(0.1, deadline - time.monotonic()))
+                except queue.Empty:
+                    break
+                if test(line):
+                    return line
+            self.fail("no status line came")
+
+        try:
+            first = next_line(lambda l: True, 10)
+            self.assertEqual((first["text"], first["class"]), ("🍅 01:00", "focus"))
+
+            self.assertEqual(self.tidewell("ctl", "toggle").returncode, 0)
+            a11y.find(self.root, "Pause", role="push button")  # the popup shows it running
+            status = json.loads(self.tidewell("ctl", "status", "--json").stdout)
+            self.assertTrue(status["active"])
+            self.assertEqual(status["phase"], "focus")
+            next_line(lambda l: l["text"] != "🍅 01:00", 5)  # counting down
+
+            self.assertEqual(self.tidewell("ctl", "pause").returncode, 0)
+            paused = next_line(lambda l: "stopped" in l["tooltip"], 5)
+            self.assertEqual(paused["class"], "focus")
+            a11y.find(self.root, "Start", role="push button")
+            self.assertFalse(json.loads(self.tidewell("ctl", "status", "--json").stdout)["active"])
+
+            # Resumed, the minute runs out: the bar hears of the break at once.
+            self.assertEqual(self.tidewell("ctl", "start").returncode, 0)
+            ended = next_line(lambda l: l["class"] == "short-break", 75)
+            self.assertEqual(ended["text"], "☕ 05:00")
+        finally:
+            follow.kill()
+        self.assertEqual(self.tidewell("ctl", "status", "--format", "{phase}|{state}").stdout,
+                         "Short Break|stopped\n")
+        self.close_popup(switch, icon)
+
+    def test_2_habit_count_reaches_widget_and_server(self):
+        a11y, desktop = self.a11y, self.desktop
+        a11y.press(a11y.find(self.root, "Sign in", role="push button"))
+        a11y.press(a11y.find(self.root, "Advanced"))
+        a11y.find(self.root, "Server URL", role="text").queryEditableText().setTextContents(
+            "http://127.0.0.1:%d" % self.server.server_address[1])
+        a11y.find(self.root, "API token", role="password text").queryEditableText() \
+            .setTextContents("tok-ctl")
+        a11y.press(a11y.find(self.root, "Sign in with token"))
+        a11y.find(self.root, "Connected", timeout=15)
+
+        switch, icon = self.in_popup("Habits")
+        a11y.press(a11y.find(self.root, "Add your first habit"))
+        self.assertTrue(wait_for(lambda: desktop.window_ids("^New habit$")), "no editor window")
+        time.sleep(0.5)
+        desktop.run(["xdotool", "type", "--delay", "20", "Water"])
+        a11y.press(a11y.find(self.root, "Create"))
+        self.assertTrue(wait_for(lambda: not desktop.window_ids("^New habit$")))
+        if not desktop.window_ids("^Habits$"):
+            desktop.click(*icon)
+        a11y.find(self.root, "0/8")
+
+        asked = time.monotonic()
+        counted = self.tidewell("habit", "count", "Water")
+        self.assertEqual((counted.returncode, counted.stdout), (0, "Water\t1\n"), counted.stderr)
+        a11y.find(self.root, "1/8")
+        puts = lambda: [r for r in Recorder.requests  # noqa: E731
+                        if r[1] == "PUT" and r[2] == "/api/v1/habits" and r[0] > asked]
+        self.assertTrue(wait_for(puts, 5), Recorder.requests)
+        took = puts()[0][0] - asked
+        self.assertGreaterEqual(took, 0.4)  # the debounce
+        body = puts()[0][3]
+        habits = body["data"] if isinstance(body, dict) else body
+        self.assertEqual(habits[0]["currentValue"], 1)
+        self.assertEqual(self.tidewell("habit", "list").stdout, "Water\t1/8\n")
+
+        missing = self.tidewell("habit", "count", "Tea")
+        self.assertEqual(missing.returncode, 3)
+        self.assertIn("No habit is named", missing.stderr)
+        self.assertEqual(self.tidewell("ctl", "explode").returncode, 2)
+        self.close_popup(switch, icon)
+
+    def test_3_nothing_runs(self):
+        self.app.terminate()
+        self.assertEqual(self.app.wait(15), 0)
+        self.assertTrue(wait_for(lambda: not self.desktop.window_ids("Tidewell", visible=False)))
+        for args in (["ctl", "toggle"], ["ctl", "status", "--follow"], ["habit", "list"]):
+            started = time.monotonic()
+            result = self.tidewell(*args)
+            self.assertEqual(result.returncode, 1, args)
+            self.assertEqual(result.stderr, "tidewell: Tidewell is not running\n")
+            self.assertLess(time.monotonic() - started, 5)
+        time.sleep(1)
+        running = subprocess.run(["pgrep", "-f", "^" + APP + "$"], capture_output=True, text=True)
+        self.assertEqual(running.stdout, "", "a command started Tidewell")
+
+
+if __name__ == "__main__":
+    main()

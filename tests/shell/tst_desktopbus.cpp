@@ -1,0 +1,261 @@
+#include "AudioService.h"
+#include "Clock.h"
+#include "DataStore.h"
+#include "DesktopBus.h"
+#include "Habit.h"
+#include "HabitsBusAdaptor.h"
+#include "HabitsService.h"
+#include "PomodoroService.h"
+#include "StatusLine.h"
+#include "TasksBusAdaptor.h"
+#include "TasksService.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusPendingCall>
+#include <QDBusVariant>
+#include <QDeadlineTimer>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QStandardPaths>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+// Collects the PropertiesChanged signals another program would see.
+class Listener final : public QObject
+{
+    Q_OBJECT
+
+public:
+    QList<QVariantMap> changes;
+
+public slots:
+    void propertiesChanged(const QString& interface, const QVariantMap& changed, const QStringList&)
+    {
+        if (interface == DesktopBus::TimerInterface)
+            changes.append(changed);
+    }
+};
+} // namespace
+
+// The D-Bus interface as another program on the session bus reaches it: through
+// a connection of its own, so every call and signal really crosses the bus.
+class TestDesktopBus final : public QObject
+{
+    Q_OBJECT
+
+    QDateTime m_now = QDateTime(QDate(2026, 3, 2), QTime(9, 0));
+    std::unique_ptr<PomodoroService> m_timer;
+    std::unique_ptr<HabitsService> m_habits;
+    std::unique_ptr<TasksService> m_tasks;
+    std::unique_ptr<DesktopBus> m_bus;
+    QDBusConnection m_client{QString()};
+    Listener m_listener;
+
+    ModelContext& context() { return DataStore::shared().mainContext(); }
+
+    // A call from the other program, answered while this thread's loop runs.
+    QDBusMessage call(const QString& interface, const QString& method,
+                      const QVariantList& args = {})
+    {
+        QDBusMessage message = QDBusMessage::createMethodCall(
+            DesktopBus::Service, DesktopBus::ObjectPath, interface, method);
+        message.setArguments(args);
+        QDBusPendingCall pending = m_client.asyncCall(message, 5000);
+        QDeadlineTimer deadline(6000);
+        while (!pending.isFinished() && !deadline.hasExpired())
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+        return pending.reply();
+    }
+    QVariant property(const QString& name)
+    {
+        const QDBusMessage reply = call(u"org.freedesktop.DBus.Properties"_s, u"Get"_s,
+                                        {DesktopBus::TimerInterface, name});
+        return qdbus_cast<QDBusVariant>(reply.arguments().value(0)).variant();
+    }
+    static QString errorOf(const QDBusMessage& reply)
+    {
+        return reply.errorName() + u": " + reply.errorMessage();
+    }
+
+private slots:
+    void initTestCase()
+    {
+        if (!QDBusConnection::sessionBus().isConnected())
+            QSKIP("no session bus (run the tests under dbus-run-session)");
+        QStandardPaths::setTestModeEnabled(true);
+        Clock::setSource([this] { return m_now; });
+        AudioService::shared().setMuted(true);
+        DataStore::setShared(DataStore::open(u":memory:"_s, nullptr));
+        m_timer = PomodoroService::createForTesting();
+        m_timer->setPushHandler([] {});
+        m_timer->setScheduler([](auto&&...) {});
+        m_timer->bootstrap();
+        m_habits = std::make_unique<HabitsService>();
+        m_habits->setPushHandler([] {});
+        m_tasks = std::make_unique<TasksService>();
+        m_tasks->setPushHandler([] {});
+        m_bus = std::make_unique<DesktopBus>(*m_timer, *m_habits, *m_tasks, context());
+        bool registered = false;
+        connect(m_bus.get(), &DesktopBus::registered, this,
+                [&registered](bool ok, const QString& why) { registered = ok || !why.isEmpty(); });
+        m_bus->publish();
+        QTRY_VERIFY(registered);
+        m_client = QDBusConnection::connectToBus(QDBusConnection::SessionBus, u"client"_s);
+        QVERIFY(m_client.connect(DesktopBus::Service, DesktopBus::ObjectPath,
+                                 u"org.freedesktop.DBus.Properties"_s, u"PropertiesChanged"_s,
+                                 &m_listener,
+                                 SLOT(propertiesChanged(QString, QVariantMap, QStringList))));
+        HabitsBusAdaptor::registerTypes();
+        TasksBusAdaptor::registerTypes();
+    }
+
+    void cleanupTestCase()
+    {
+        QDBusConnection::disconnectFromBus(u"client"_s);
+        Clock::setSource({});
+    }
+
+    void timerIsDrivenAndAnnounced()
+    {
+        const QString timer = DesktopBus::TimerInterface;
+        QCOMPARE(property(u"Phase"_s).toString(), u"focus"_s);
+        QCOMPARE(property(u"IsActive"_s).toBool(), false);
+        QCOMPARE(property(u"EndsAt"_s).toString(), QString());
+
+        QVERIFY(call(timer, u"Toggle"_s).type() == QDBusMessage::ReplyMessage);
+        QVERIFY(m_timer->isActive());
+        QCOMPARE(property(u"EndsAt"_s).toString(), m_now.addSecs(25 * 60)
+                                                       .toOffsetFromUtc(m_now.offsetFromUtc())
+                                                       .toString(Qt::ISODateWithMs));
+        QTRY_VERIFY(
+            std::any_of(m_listener.changes.cbegin(), m_listener.changes.cend(),
+                        [](const QVariantMap& c) { return c.value(u"IsActive"_s).toBool(); }));
+
+        // The countdown is announced when its shown seconds change, not on every tick.
+        const auto remainingAnnounced = [this] {
+            return std::count_if(m_listener.changes.cbegin(), m_listener.changes.cend(),
+                                 [](const QVariantMap& c) { return c.contains(u"RemainingMs"_s); });
+        };
+        QTest::qWait(300);
+        const auto before = remainingAnnounced();
+        m_now = m_now.addMSecs(300); // 24:59.7 still shows 25:00
+        QTest::qWait(500);
+        QCOMPARE(remainingAnnounced(), before);
+        m_now = m_now.addMSecs(800); // 24:58.9 shows 24:59
+        QTRY_COMPARE(remainingAnnounced(), before + 1);
+        QTest::qWait(500);
+        QCOMPARE(remainingAnnounced(), before + 1);
+
+        QVERIFY(call(timer, u"Pause"_s).type() == QDBusMessage::ReplyMessage);
+        QVERIFY(!m_timer->isActive());
+        QVERIFY(call(timer, u"Start"_s).type() == QDBusMessage::ReplyMessage);
+        QVERIFY(call(timer, u"Skip"_s).type() == QDBusMessage::ReplyMessage);
+        QCOMPARE(property(u"Phase"_s).toString(), u"short-break"_s);
+        QCOMPARE(property(u"DurationMs"_s).toLongLong(), 5 * 60'000);
+        QTRY_VERIFY(std::any_of(
+            m_listener.changes.cbegin(), m_listener.changes.cend(),
+            [](const QVariantMap& c) { return c.value(u"Phase"_s).toString() == u"short-break"; }));
+        m_now = m_now.addSecs(10);
+        QVERIFY(call(timer, u"Reset"_s).type() == QDBusMessage::ReplyMessage);
+        QCOMPARE(property(u"Phase"_s).toString(), u"short-break"_s); // the phase starts over
+        QCOMPARE(property(u"RemainingMs"_s).toLongLong(), 5 * 60'000);
+        QCOMPARE(property(u"IsActive"_s).toBool(), false);
+
+        // Wrong arguments and unknown methods are errors, and the app carries on.
+        const QDBusMessage wrong = call(timer, u"Start"_s, {42});
+        QCOMPARE(wrong.type(), QDBusMessage::ErrorMessage);
+        QCOMPARE(call(timer, u"Explode"_s).type(), QDBusMessage::ErrorMessage);
+        QCOMPARE(property(u"Phase"_s).toString(), u"short-break"_s);
+    }
+
+    void habitsByName()
+    {
+        const QString habits = DesktopBus::HabitsInterface;
+        m_habits->createHabit(u"💧"_s, u"Water"_s, u"#38BDF8"_s, 2, context());
+        m_habits->createHabit(u"📖"_s, u"Read"_s, u"#000000"_s, 1, context());
+        QCOMPARE(call(habits, u"Count"_s, {u"Water"_s}).arguments().value(0).toInt(), 1);
+        QCOMPARE(call(habits, u"Count"_s, {u"Water"_s}).arguments().value(0).toInt(), 2);
+        // At the target the count stays; only Reset starts over.
+        QCOMPARE(call(habits, u"Count"_s, {u"Water"_s}).arguments().value(0).toInt(), 2);
+        const QList<HabitEntry> listed =
+            qdbus_cast<QList<HabitEntry>>(call(habits, u"List"_s).arguments().value(0));
+        QCOMPARE(listed.size(), 2);
+        QCOMPARE(listed[0].name, u"Water"_s);
+        QCOMPARE(listed[0].value, 2);
+        QCOMPARE(listed[0].target, 2);
+        QCOMPARE(listed[1].name, u"Read"_s);
+        QVERIFY(call(habits, u"Reset"_s, {u"Water"_s}).type() == QDBusMessage::ReplyMessage);
+        QCOMPARE(HabitsService::findByName(u"Water"_s, context())->currentValue(), 0);
+
+        // A name no habit has is refused, and nothing is created.
+        const QDBusMessage missing = call(habits, u"Count"_s, {u"water"_s});
+        QCOMPARE(errorOf(missing),
+                 u"com.brenlow.tidewell.Error.NoSuchHabit: No habit is named \u201cwater\u201d"_s);
+        QCOMPARE(context().count<Habit>(), 2);
+        QCOMPARE(call(habits, u"Count"_s, {7}).type(), QDBusMessage::ErrorMessage);
+    }
+
+    void tasksByListAndIndex()
+    {
+        const QString tasks = DesktopBus::TasksInterface;
+        const QStringList lists = call(tasks, u"Lists"_s).arguments().value(0).toStringList();
+        QCOMPARE(lists, QStringList{u"Example Task List"_s}); // made on first use
+        QCOMPARE(call(tasks, u"Add"_s, {QString(), u"Buy milk"_s}).arguments().value(0).toInt(), 0);
+        QCOMPARE(call(tasks, u"Add"_s, {lists[0], u"Call Ann"_s}).arguments().value(0).toInt(), 1);
+        QVERIFY(call(tasks, u"Check"_s, {QString(), 1}).type() == QDBusMessage::ReplyMessage);
+        QVERIFY(call(tasks, u"Check"_s, {QString(), 1}).type() == QDBusMessage::ReplyMessage);
+        const QList<TaskEntry> listed =
+            qdbus_cast<QList<TaskEntry>>(call(tasks, u"Tasks"_s, {QString()}).arguments().value(0));
+        QCOMPARE(listed.size(), 2);
+        QCOMPARE(listed[0].text, u"Buy milk"_s);
+        QVERIFY(!listed[0].checked);
+        QCOMPARE(listed[1].text, u"Call Ann"_s);
+        QVERIFY(listed[1].checked); // checking twice leaves it checked
+
+        QCOMPARE(
+            errorOf(call(tasks, u"Add"_s, {u"Shopping"_s, u"x"_s})),
+            u"com.brenlow.tidewell.Error.NoSuchList: No task list is named \u201cShopping\u201d"_s);
+        QCOMPARE(errorOf(call(tasks, u"Add"_s, {QString(), u" \t"_s})),
+                 u"com.brenlow.tidewell.Error.EmptyTask: A task needs some text"_s);
+        QCOMPARE(
+            errorOf(call(tasks, u"Check"_s, {QString(), 2})),
+            u"com.brenlow.tidewell.Error.NoSuchTask: \u201cExample Task List\u201d has no task 2 "
+            "(it has 2)"_s);
+        QCOMPARE(call(tasks, u"Check"_s, {QString(), -1}).type(), QDBusMessage::ErrorMessage);
+        QCOMPARE(call(tasks, u"Tasks"_s, {QString()}).arguments().value(0).isValid(), true);
+    }
+
+    void statusLines()
+    {
+        StatusLine status({{u"Phase"_s, u"focus"_s},
+                           {u"IsActive"_s, true},
+                           {u"RemainingMs"_s, 1'499'001},
+                           {u"DurationMs"_s, 1'500'000},
+                           {u"FocusCount"_s, 3}});
+        QCOMPARE(status.formatted(StatusLine::DefaultTemplate), u"Pomodoro 25:00 running"_s);
+        // Unknown braces stay; a value is never read as a placeholder again.
+        QCOMPARE(status.formatted(u"{phase_icon} {remaining} {nope} {focus_count}"_s),
+                 u"🍅 25:00 {nope} 3"_s);
+        status.update({{u"RemainingMs"_s, 375'000},
+                       {u"Phase"_s, u"short-break"_s},
+                       {u"DurationMs"_s, 500'000},
+                       {u"IsActive"_s, false}});
+        const QJsonObject bar = QJsonDocument::fromJson(status.waybar().toUtf8()).object();
+        QCOMPARE(bar.value(u"text"_s).toString(), u"☕ 06:15"_s);
+        QCOMPARE(bar.value(u"class"_s).toString(), u"short-break"_s);
+        QCOMPARE(bar.value(u"percentage"_s).toInt(), 25);
+        QCOMPARE(bar.value(u"tooltip"_s).toString(),
+                 u"Short Break 06:15, stopped · 3 focus sessions today"_s);
+        QVERIFY(!status.waybar().contains(u'\n'));
+        const QJsonObject json = QJsonDocument::fromJson(status.json().toUtf8()).object();
+        QCOMPARE(json.value(u"phase"_s).toString(), u"short-break"_s);
+        QCOMPARE(json.value(u"remaining_ms"_s).toInteger(), 375'000);
+        QCOMPARE(StatusLine({{u"RemainingMs"_s, -5}}).remaining(), u"00:00"_s);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestDesktopBus)
+#include "tst_desktopbus.moc"
