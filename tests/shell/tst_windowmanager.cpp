@@ -88,11 +88,11 @@ private slots:
         QVERIFY(label);
         QCOMPARE(label->text(), QStringLiteral("Unknown widget"));
         delete view;
-        QCOMPARE(StatusItemHost::pomodoroTitle(QStringLiteral("Short Break"), true, 299'999),
+        QCOMPARE(StatusItemHost::pomodoroTitle(PomodoroService::Phase::ShortBreak, true, 299'999),
                  QStringLiteral("☕ 04:59"));
-        QCOMPARE(StatusItemHost::pomodoroTitle(QStringLiteral("Long Break"), false, 5000),
+        QCOMPARE(StatusItemHost::pomodoroTitle(PomodoroService::Phase::LongBreak, false, 5000),
                  QStringLiteral("🛌"));
-        QCOMPARE(StatusItemHost::pomodoroTitle(QStringLiteral("Pomodoro"), true, 6'000'000),
+        QCOMPARE(StatusItemHost::pomodoroTitle(PomodoroService::Phase::Focus, true, 6'000'000),
                  QStringLiteral("🍅 100:00"));
         StatusItemHost host(QStringLiteral("weather"), [] { return new QWidget; });
         QCOMPARE(host.title(), QStringLiteral("•"));

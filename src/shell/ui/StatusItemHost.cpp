@@ -43,12 +43,16 @@ QIcon renderIcon(const QString& symbol, const QString& countdown)
     return QIcon(pm);
 }
 
-QString phaseSymbol(const QString& phaseLabel)
+QString phaseSymbol(PomodoroService::Phase phase)
 {
-    if (phaseLabel == u"Short Break")
+    switch (phase) {
+    case PomodoroService::Phase::ShortBreak:
         return QStringLiteral("☕");
-    if (phaseLabel == u"Long Break")
+    case PomodoroService::Phase::LongBreak:
         return QStringLiteral("🛌");
+    case PomodoroService::Phase::Focus:
+        break;
+    }
     return QStringLiteral("🍅");
 }
 } // namespace
@@ -94,11 +98,11 @@ StatusItemHost::StatusItemHost(const QString& widgetId, ContentFactory content, 
     }
 
     if (widgetId == u"pomodoro") {
-        m_labelTimer.setInterval(500);
-        connect(&m_labelTimer, &QTimer::timeout, this, &StatusItemHost::refreshPomodoroTitle);
-        m_labelTimer.start();
-        // Starting, pausing or a new phase shows at once, not at the next poll.
+        // The title follows the timer's changes; it is redrawn only when its text
+        // changes (once a second while running), and nothing runs while stopped.
         const PomodoroService& timer = PomodoroService::shared();
+        connect(&timer, &PomodoroService::remainingMsChanged, this,
+                &StatusItemHost::refreshPomodoroTitle);
         connect(&timer, &PomodoroService::isActiveChanged, this,
                 &StatusItemHost::refreshPomodoroTitle);
         connect(&timer, &PomodoroService::phaseLabelChanged, this,
@@ -109,14 +113,14 @@ StatusItemHost::StatusItemHost(const QString& widgetId, ContentFactory content, 
 
 StatusItemHost::~StatusItemHost()
 {
-    m_labelTimer.stop();
     delete m_popup;
     delete m_menu;
 }
 
-QString StatusItemHost::pomodoroTitle(const QString& phaseLabel, bool isActive, qint64 remainingMs)
+QString StatusItemHost::pomodoroTitle(PomodoroService::Phase phase, bool isActive,
+                                      qint64 remainingMs)
 {
-    const QString symbol = phaseSymbol(phaseLabel);
+    const QString symbol = phaseSymbol(phase);
     if (!isActive)
         return symbol;
     const qint64 minutes = remainingMs / 60000;
@@ -127,7 +131,7 @@ QString StatusItemHost::pomodoroTitle(const QString& phaseLabel, bool isActive, 
 void StatusItemHost::refreshPomodoroTitle()
 {
     const PomodoroService& timer = PomodoroService::shared();
-    setTitle(pomodoroTitle(timer.phaseLabel(), timer.isActive(), timer.remainingMs()));
+    setTitle(pomodoroTitle(timer.currentPhase(), timer.isActive(), timer.remainingMs()));
 }
 
 void StatusItemHost::setTitle(const QString& title)
@@ -181,7 +185,7 @@ void StatusItemHost::showPopover()
 
 void StatusItemHost::tearDown()
 {
-    m_labelTimer.stop();
+    disconnect(&PomodoroService::shared(), nullptr, this, nullptr);
     if (m_popup)
         m_popup->hide();
     m_tray->hide();

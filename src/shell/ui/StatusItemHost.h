@@ -1,5 +1,7 @@
 #pragma once
 
+#include "PomodoroService.h"
+
 #include <QObject>
 #include <QPointer>
 #include <QString>
@@ -39,7 +41,7 @@ public:
     void tearDown();
 
     // The title of the pomodoro item for a given engine state.
-    static QString pomodoroTitle(const QString& phaseLabel, bool isActive, qint64 remainingMs);
+    static QString pomodoroTitle(PomodoroService::Phase phase, bool isActive, qint64 remainingMs);
 
 signals:
     void openHubRequested();
@@ -56,5 +58,4 @@ private:
     QSystemTrayIcon* m_tray = nullptr;
     QMenu* m_menu = nullptr;
     QPointer<TrayPopup> m_popup;
-    QTimer m_labelTimer;
 };
