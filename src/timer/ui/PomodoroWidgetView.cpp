@@ -129,11 +129,21 @@ PomodoroWidgetView::PomodoroWidgetView(bool viewOnly, QWidget* parent)
         setFocusPolicy(Qt::StrongFocus);
     }
 
+    // The countdown changes five times a second, what it shows once: only the time
+    // is looked at then, so a running timer repaints once a second.
+    connect(&timer, &PomodoroService::remainingMsChanged, this, [this] {
+        const PomodoroService& t = PomodoroService::shared();
+        const QString shown = timeText(t.remainingMs());
+        if (shown == m_time->text())
+            return;
+        m_time->setText(shown);
+        m_time->setAccessibleName(t.phaseLabel() + u' ' + shown);
+    });
     for (auto signal :
-         {&PomodoroService::remainingMsChanged, &PomodoroService::isActiveChanged,
-          &PomodoroService::phaseLabelChanged, &PomodoroService::pomodoroCountChanged,
-          &PomodoroService::pomodoroTotalCountChanged, &PomodoroService::shortBreakCountChanged,
-          &PomodoroService::longBreakCountChanged, &PomodoroService::pomodorosForLongBreakChanged})
+         {&PomodoroService::isActiveChanged, &PomodoroService::phaseLabelChanged,
+          &PomodoroService::pomodoroCountChanged, &PomodoroService::pomodoroTotalCountChanged,
+          &PomodoroService::shortBreakCountChanged, &PomodoroService::longBreakCountChanged,
+          &PomodoroService::pomodorosForLongBreakChanged})
         connect(&timer, signal, this, &PomodoroWidgetView::refresh);
     refresh();
 }
