@@ -65,25 +65,9 @@ class ControlFromTheDesktop(TidewellCase):
         return subprocess.run([APP] + list(args), env=self.desktop.env, capture_output=True,
                               text=True, timeout=20)
 
-    def in_popup(self, widget):
-        a11y = self.a11y
-        switch = a11y.find(self.root, widget + " in status bar")
-        a11y.switch_on(switch)
-        icons = self.desktop.tray_icons_or_report()
-        self.assertTrue(icons, "no tray icon")
-        self.desktop.click(*icons[-1])
-        self.assertTrue(wait_for(lambda: self.desktop.window_ids("^%s$" % widget)), "no popup")
-        return switch, icons[-1]
-
-    def close_popup(self, switch, icon):
-        self.desktop.click(*icon)
-        self.a11y.press(switch)
-        self.assertTrue(wait_for(lambda: not self.a11y.is_checked(switch)))
-        time.sleep(0.3)
-
     def test_1_timer(self):
         a11y = self.a11y
-        switch, icon = self.in_popup("Pomodoro")
+        switch, icon = self.in_popup(self.root, "Pomodoro")
         a11y.press(a11y.find(self.root, "Settings", role="push button"))
         a11y.find(self.root, "Focus duration", role="spin button").queryValue().currentValue = 1
         a11y.press(a11y.find(self.root, "Save"))
@@ -135,16 +119,10 @@ class ControlFromTheDesktop(TidewellCase):
 
     def test_2_habit_count_reaches_widget_and_server(self):
         a11y, desktop = self.a11y, self.desktop
-        a11y.press(a11y.find(self.root, "Sign in", role="push button"))
-        a11y.press(a11y.find(self.root, "Advanced"))
-        a11y.find(self.root, "Server URL", role="text").queryEditableText().setTextContents(
-            "http://127.0.0.1:%d" % self.server.server_address[1])
-        a11y.find(self.root, "API token", role="password text").queryEditableText() \
-            .setTextContents("tok-ctl")
-        a11y.press(a11y.find(self.root, "Sign in with token"))
-        a11y.find(self.root, "Connected", timeout=15)
+        self.sign_in_with_token(self.root, "http://127.0.0.1:%d" % self.server.server_address[1],
+                                "tok-ctl")
 
-        switch, icon = self.in_popup("Habits")
+        switch, icon = self.in_popup(self.root, "Habits")
         a11y.press(a11y.find(self.root, "Add your first habit"))
         self.assertTrue(wait_for(lambda: desktop.window_ids("^New habit$")), "no editor window")
         time.sleep(0.5)

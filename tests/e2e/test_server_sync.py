@@ -58,36 +58,13 @@ class AppAgainstServer(TidewellCase):
             return None
 
     def sign_in(self, root):
-        a11y = self.a11y
-        a11y.press(a11y.find(root, "Sign in", role="push button"))
-        a11y.press(a11y.find(root, "Advanced"))
-        a11y.find(root, "Server URL", role="text").queryEditableText().setTextContents(
-            "http://127.0.0.1:%d" % self.port)
-        a11y.find(root, "API token", role="password text").queryEditableText().setTextContents(
-            self.token)
-        a11y.press(a11y.find(root, "Sign in with token"))
-        a11y.find(root, "Connected", timeout=15)
-
-    def in_popup(self, root, widget, title):
-        """Places `widget` alone in the tray and opens its popup."""
-        switch = self.a11y.find(root, widget + " in status bar")
-        self.a11y.switch_on(switch)
-        (x, y), = self.desktop.tray_icons_or_report()
-        self.desktop.click(x, y)
-        self.assertTrue(wait_for(lambda: self.desktop.window_ids("^%s$" % title)), "no popup")
-        return switch, (x, y)
-
-    def close_popup(self, switch, icon):
-        self.desktop.click(*icon)
-        self.a11y.press(switch)
-        self.assertTrue(wait_for(lambda: not self.a11y.is_checked(switch)))
-        time.sleep(0.3)
+        self.sign_in_with_token(root, "http://127.0.0.1:%d" % self.port, self.token)
 
     def test_two_computers_share_one_account(self):
         a11y, desktop = self.a11y, self.desktop
         self.sign_in(self.root)
 
-        switch, icon = self.in_popup(self.root, "Habits", "Habits")
+        switch, icon = self.in_popup(self.root, "Habits")
         a11y.press(a11y.find(self.root, "Add your first habit"))
         self.assertTrue(wait_for(lambda: desktop.window_ids("^New habit$")), "no editor window")
         time.sleep(0.5)
@@ -103,7 +80,7 @@ class AppAgainstServer(TidewellCase):
                                r["data"][0]["name"] == "Water" and
                                r["data"][0]["currentValue"] == 1), self.get("/api/v1/habits"))
 
-        switch, icon = self.in_popup(self.root, "Tasks", "Tasks")
+        switch, icon = self.in_popup(self.root, "Tasks")
         field = a11y.find(self.root, "Add a task…")
         import pyatspi
         box = field.queryComponent().getExtents(pyatspi.DESKTOP_COORDS)
@@ -117,7 +94,7 @@ class AppAgainstServer(TidewellCase):
             t["header"] == "Buy milk" for lst in r["data"] for t in lst["tasks"])),
             self.get("/api/v1/tasks"))
 
-        switch, icon = self.in_popup(self.root, "Pomodoro", "Pomodoro")
+        switch, icon = self.in_popup(self.root, "Pomodoro")
         a11y.press(a11y.find(self.root, "Settings", role="push button"))
         a11y.find(self.root, "Focus duration", role="spin button").queryValue().currentValue = 50
         a11y.press(a11y.find(self.root, "Save"))

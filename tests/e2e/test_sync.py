@@ -61,14 +61,8 @@ class SyncOnTheDesktop(TidewellCase):
             return False
 
     def sign_in(self):
-        a11y = self.a11y
-        a11y.press(a11y.find(self.root, "Sign in", role="push button"))
-        a11y.press(a11y.find(self.root, "Advanced"))
-        address = "http://127.0.0.1:%d" % self.server.server_address[1]
-        a11y.find(self.root, "Server URL", role="text").queryEditableText().setTextContents(address)
-        a11y.find(self.root, "API token", role="password text").queryEditableText().setTextContents("tok-e2e")
-        a11y.press(a11y.find(self.root, "Sign in with token"))
-        a11y.find(self.root, "Connected", timeout=15)
+        self.sign_in_with_token(self.root, "http://127.0.0.1:%d" % self.server.server_address[1],
+                                "tok-e2e")
 
     def test_1_token_sign_in_reaches_the_server(self):
         self.sign_in()

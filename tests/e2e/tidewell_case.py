@@ -3,9 +3,10 @@ started on it and found in the accessibility tree, torn down afterwards."""
 import os
 import subprocess
 import sys
+import time
 import unittest
 
-from desktop import Desktop
+from desktop import Desktop, wait_for
 
 APP = os.path.abspath(sys.argv[1]) if len(sys.argv) > 1 else None
 SHOTS = sys.argv[2] if len(sys.argv) > 2 else None
@@ -46,6 +47,32 @@ class TidewellCase(unittest.TestCase):
                    if line.startswith(("AudioService:", "APIClient:"))]
         if trouble:
             raise AssertionError("module problems:\n" + "\n".join(trouble))
+
+    def sign_in_with_token(self, root, address, token):
+        """Signs in through the hub's sheet, with the server address under Advanced."""
+        a11y = self.a11y
+        a11y.press(a11y.find(root, "Sign in", role="push button"))
+        a11y.press(a11y.find(root, "Advanced"))
+        a11y.find(root, "Server URL", role="text").queryEditableText().setTextContents(address)
+        a11y.find(root, "API token", role="password text").queryEditableText() \
+            .setTextContents(token)
+        a11y.press(a11y.find(root, "Sign in with token"))
+        a11y.find(root, "Connected", timeout=15)
+
+    def in_popup(self, root, widget):
+        """Places `widget` alone in the tray and opens its popup; its switch and icon."""
+        switch = self.a11y.find(root, widget + " in status bar")
+        self.a11y.switch_on(switch)
+        (x, y), = self.desktop.tray_icons_or_report()
+        self.desktop.click(x, y)
+        self.assertTrue(wait_for(lambda: self.desktop.window_ids("^%s$" % widget)), "no popup")
+        return switch, (x, y)
+
+    def close_popup(self, switch, icon):
+        self.desktop.click(*icon)
+        self.a11y.press(switch)
+        self.assertTrue(wait_for(lambda: not self.a11y.is_checked(switch)))
+        time.sleep(0.3)
 
     def relaunch(self):
         type(self).app = subprocess.Popen([APP], env=self.desktop.env, stdout=subprocess.DEVNULL,
