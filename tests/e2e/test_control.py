@@ -118,19 +118,12 @@ class ControlFromTheDesktop(TidewellCase):
         self.close_popup(switch, icon)
 
     def test_2_habit_count_reaches_widget_and_server(self):
-        a11y, desktop = self.a11y, self.desktop
+        a11y = self.a11y
         self.sign_in_with_token(self.root, "http://127.0.0.1:%d" % self.server.server_address[1],
                                 "tok-ctl")
 
         switch, icon = self.in_popup(self.root, "Habits")
-        a11y.press(a11y.find(self.root, "Add your first habit"))
-        self.assertTrue(wait_for(lambda: desktop.window_ids("^New habit$")), "no editor window")
-        time.sleep(0.5)
-        desktop.run(["xdotool", "type", "--delay", "20", "Water"])
-        a11y.press(a11y.find(self.root, "Create"))
-        self.assertTrue(wait_for(lambda: not desktop.window_ids("^New habit$")))
-        if not desktop.window_ids("^Habits$"):
-            desktop.click(*icon)
+        self.add_first_habit(self.root, "Water", icon)
         a11y.find(self.root, "0/8")
 
         asked = time.monotonic()

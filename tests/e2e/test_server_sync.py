@@ -65,14 +65,7 @@ class AppAgainstServer(TidewellCase):
         self.sign_in(self.root)
 
         switch, icon = self.in_popup(self.root, "Habits")
-        a11y.press(a11y.find(self.root, "Add your first habit"))
-        self.assertTrue(wait_for(lambda: desktop.window_ids("^New habit$")), "no editor window")
-        time.sleep(0.5)
-        desktop.run(["xdotool", "type", "--delay", "20", "Water"])
-        a11y.press(a11y.find(self.root, "Create"))
-        self.assertTrue(wait_for(lambda: not desktop.window_ids("^New habit$")))
-        if not desktop.window_ids("^Habits$"):
-            desktop.click(*icon)
+        self.add_first_habit(self.root, "Water", icon)
         a11y.press(a11y.find_in(self.root, "Water", "Add one"))
         self.close_popup(switch, icon)
         landed = lambda path, test: wait_for(lambda: test(self.get(path)), 10)  # noqa: E731

@@ -68,6 +68,19 @@ class TidewellCase(unittest.TestCase):
         self.assertTrue(wait_for(lambda: self.desktop.window_ids("^%s$" % widget)), "no popup")
         return switch, (x, y)
 
+    def add_first_habit(self, root, name, icon):
+        """From the open habits popup: the editor window, the name typed, Create; the
+        popup is opened again if the editor closed it."""
+        a11y, desktop = self.a11y, self.desktop
+        a11y.press(a11y.find(root, "Add your first habit"))
+        self.assertTrue(wait_for(lambda: desktop.window_ids("^New habit$")), "no editor window")
+        time.sleep(0.5)
+        desktop.run(["xdotool", "type", "--delay", "20", name])
+        a11y.press(a11y.find(root, "Create"))
+        self.assertTrue(wait_for(lambda: not desktop.window_ids("^New habit$")))
+        if not desktop.window_ids("^Habits$"):
+            desktop.click(*icon)
+
     def close_popup(self, switch, icon):
         self.desktop.click(*icon)
         self.a11y.press(switch)
