@@ -163,6 +163,12 @@ int main(int argc, char* argv[])
     // popup need that, so prefer XWayland unless the user chose otherwise.
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && !qEnvironmentVariableIsEmpty("DISPLAY"))
         qputenv("QT_QPA_PLATFORM", "xcb");
+    // On X11 every repaint through shared memory comes back as a completion event
+    // that wakes two threads; the running countdown repaints its windows each
+    // second. Tidewell's windows are small enough that plain image transfer costs
+    // nothing noticeable.
+    if (qEnvironmentVariableIsEmpty("QT_XCB_NO_MITSHM"))
+        qputenv("QT_XCB_NO_MITSHM", "1");
 
     QApplication app(argc, argv);
     const BundleInfo& info = BundleInfo::current();
