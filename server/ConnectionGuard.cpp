@@ -55,7 +55,7 @@ void ConnectionGuard::incomingConnection(qintptr descriptor)
     connect(incoming.request, &QTimer::timeout, socket,
             [socket] { refuse(socket, 408, "the request did not arrive in time"); });
     // Connected before the HTTP parser's own slot, so every check runs first.
-    connect(socket, &QIODevice::readyRead, this, [this, socket] { inspect(socket); });
+    connect(socket, &QIODevice::readyRead, this, [this, socket] { screen(socket); });
     connect(socket, &QIODevice::bytesWritten, incoming.idle, qOverload<>(&QTimer::start));
 
     if (auto* tls = qobject_cast<QSslSocket*>(socket)) {
@@ -66,7 +66,7 @@ void ConnectionGuard::incomingConnection(qintptr descriptor)
     addPendingConnection(socket);
 }
 
-void ConnectionGuard::inspect(QTcpSocket* socket)
+void ConnectionGuard::screen(QTcpSocket* socket)
 {
     const auto found = m_incoming.find(socket);
     if (found == m_incoming.end())

@@ -48,7 +48,7 @@ protected:
     void incomingConnection(qintptr descriptor) override;
 
 private:
-    void inspect(QTcpSocket* socket);
+    void screen(QTcpSocket* socket);
     // Answers `status` on the raw socket and closes it; the parser never sees the request.
     static void refuse(QTcpSocket* socket, int status, const QByteArray& reason);
     void checkDrained();

@@ -157,7 +157,7 @@ int main(int argc, char* argv[])
         return 1;
     }
     // Checking a large store takes a while; let it overlap Qt's own start.
-    DataStore::inspectInBackground(storePath);
+    DataStore::probeInBackground(storePath);
 
     // Wayland lets no client place or raise its own windows; panels and the tray
     // popup need that, so prefer XWayland unless the user chose otherwise.

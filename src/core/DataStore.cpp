@@ -1,7 +1,7 @@
 #include "DataStore.h"
 
 #include "BundleInfo.h"
-#include "StoreInspector.h"
+#include "StoreProbe.h"
 #include "StoreSchema.h"
 
 #include <QDir>
@@ -23,12 +23,12 @@ DataStore*& sharedInstance()
     return instance;
 }
 
-// An inspection started ahead of time by inspectInBackground().
+// A look started ahead of time by probeInBackground().
 struct Ahead
 {
     std::mutex lock;
     QString path;
-    std::future<StoreInspector::Result> result;
+    std::future<StoreProbe::Result> result;
 };
 
 Ahead& ahead()
@@ -37,7 +37,7 @@ Ahead& ahead()
     return *a;
 }
 
-StoreInspector::Result inspection(const QString& path)
+StoreProbe::Result examination(const QString& path)
 {
     Ahead& a = ahead();
     {
@@ -45,7 +45,7 @@ StoreInspector::Result inspection(const QString& path)
         if (a.result.valid() && a.path == path)
             return a.result.get();
     }
-    return StoreInspector::inspect(path);
+    return StoreProbe::examine(path);
 }
 
 bool exec(QSqlDatabase& db, const QString& sql, QString* error, QVariant* result = nullptr)
@@ -102,12 +102,12 @@ QString DataStore::defaultPath(QString* error)
     return folder + QStringLiteral("/store.sqlite");
 }
 
-void DataStore::inspectInBackground(const QString& path)
+void DataStore::probeInBackground(const QString& path)
 {
     Ahead& a = ahead();
     std::lock_guard<std::mutex> locker(a.lock);
     a.path = path;
-    a.result = std::async(std::launch::async, &StoreInspector::inspect, path);
+    a.result = std::async(std::launch::async, &StoreProbe::examine, path);
 }
 
 std::unique_ptr<DataStore> DataStore::open(const QString& path, QString* error)
@@ -144,9 +144,9 @@ bool DataStore::initialise(QString* error)
 {
     // Nothing is written before the file has shown that it is ours, whole and writable:
     // a store refused here is left exactly as it was.
-    const StoreInspector::Result inspected = inspection(m_path);
-    if (inspected.verdict == StoreInspector::Verdict::Refused) {
-        *error = inspected.reason;
+    const StoreProbe::Result examined = examination(m_path);
+    if (examined.verdict == StoreProbe::Verdict::Refused) {
+        *error = examined.reason;
         return false;
     }
     QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), m_connection);
@@ -161,7 +161,7 @@ bool DataStore::initialise(QString* error)
         !exec(db, QStringLiteral("PRAGMA journal_mode = WAL"), error) ||
         !exec(db, QStringLiteral("PRAGMA synchronous = FULL"), error))
         return false;
-    if (inspected.verdict == StoreInspector::Verdict::Empty && !createSchema(error))
+    if (examined.verdict == StoreProbe::Verdict::Empty && !createSchema(error))
         return false;
     m_context = new ModelContext(db);
     return true;

@@ -29,7 +29,7 @@ public:
 
     // Starts checking `path` on a thread of its own; the next open() of that path
     // takes the answer. Lets start-up check a large store while Qt starts.
-    static void inspectInBackground(const QString& path);
+    static void probeInBackground(const QString& path);
 
     // <data dir>/<bundle identifier>/store.sqlite, creating the folder when missing;
     // empty (with `error` set) when there is no data directory.

@@ -3,7 +3,7 @@
 #include <QList>
 
 // The tables of the store, one version for the whole schema. DataStore creates
-// them; StoreInspector compares an existing file against them.
+// them; StoreProbe compares an existing file against them.
 class StoreSchema
 {
 public:

@@ -8,7 +8,6 @@ commands say so, exit 1 and start nothing.
 
 Usage: test_control.py <tidewell binary>
 """
-import http.server
 import json
 import os
 import queue
@@ -19,46 +18,17 @@ import time
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from desktop import wait_for  # noqa: E402
+from recording_server import RecordingServer  # noqa: E402
 from tidewell_case import APP, TidewellCase, main  # noqa: E402
-
-EMPTY = {"/api/v1/tasks": {"data": []}, "/api/v1/habits": {"data": []},
-         "/api/v1/pomodoro": {"data": None}}
-
-
-class Recorder(http.server.BaseHTTPRequestHandler):
-    requests = []
-
-    def answer(self, status, body):
-        data = json.dumps(body).encode()
-        self.send_response(status)
-        self.send_header("Content-Type", "application/json")
-        self.send_header("Content-Length", str(len(data)))
-        self.end_headers()
-        self.wfile.write(data)
-
-    def do_GET(self):
-        type(self).requests.append((time.monotonic(), "GET", self.path, None))
-        self.answer(200 if self.path in EMPTY else 404, EMPTY.get(self.path, {}))
-
-    def do_PUT(self):
-        body = self.rfile.read(int(self.headers.get("Content-Length", 0)))
-        type(self).requests.append((time.monotonic(), "PUT", self.path, json.loads(body or b"null")))
-        self.answer(200, json.loads(body or b"null"))
-
-    def log_message(self, *args):
-        pass
-
 
 class ControlFromTheDesktop(TidewellCase):
     @classmethod
     def before_launch(cls):
-        cls.server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Recorder)
-        threading.Thread(target=cls.server.serve_forever, daemon=True).start()
+        cls.server = RecordingServer()
 
     @classmethod
     def tearDownClass(cls):
-        cls.server.shutdown()
-        cls.server.server_close()
+        cls.server.stop()
         super().tearDownClass()
 
     def tidewell(self, *args):
@@ -119,8 +89,7 @@ class ControlFromTheDesktop(TidewellCase):
 
     def test_2_habit_count_reaches_widget_and_server(self):
         a11y = self.a11y
-        self.sign_in_with_token(self.root, "http://127.0.0.1:%d" % self.server.server_address[1],
-                                "tok-ctl")
+        self.sign_in_with_token(self.root, self.server.address, "tok-ctl")
 
         switch, icon = self.in_popup(self.root, "Habits")
         self.add_first_habit(self.root, "Water", icon)
@@ -130,12 +99,12 @@ class ControlFromTheDesktop(TidewellCase):
         counted = self.tidewell("habit", "count", "Water")
         self.assertEqual((counted.returncode, counted.stdout), (0, "Water\t1\n"), counted.stderr)
         a11y.find(self.root, "1/8")
-        puts = lambda: [r for r in Recorder.requests  # noqa: E731
-                        if r[1] == "PUT" and r[2] == "/api/v1/habits" and r[0] > asked]
-        self.assertTrue(wait_for(puts, 5), Recorder.requests)
-        took = puts()[0][0] - asked
+        puts = lambda: [r for r in self.server.requests  # noqa: E731
+                        if r.method == "PUT" and r.path == "/api/v1/habits" and r.at > asked]
+        self.assertTrue(wait_for(puts, 5), self.server.requests)
+        took = puts()[0].at - asked
         self.assertGreaterEqual(took, 0.4)  # the debounce
-        body = puts()[0][3]
+        body = puts()[0].body
         habits = body["data"] if isinstance(body, dict) else body
         self.assertEqual(habits[0]["currentValue"], 1)
         self.assertEqual(self.tidewell("habit", "list").stdout, "Water\t1/8\n")

@@ -7,36 +7,15 @@ shows the account as waiting, never as signed out, and then "Connected".
 
 Usage: test_sync.py <tidewell binary>
 """
-import http.server
-import json
 import os
 import signal
 import sys
-import threading
 import time
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from desktop import wait_for  # noqa: E402
+from recording_server import EMPTY, RecordingServer  # noqa: E402
 from tidewell_case import TidewellCase, main  # noqa: E402
-
-ANSWERS = {"/api/v1/tasks": {"data": []}, "/api/v1/habits": {"data": []},
-           "/api/v1/pomodoro": {"data": None}}
-
-
-class Recorder(http.server.BaseHTTPRequestHandler):
-    requests = []
-
-    def do_GET(self):
-        type(self).requests.append((self.command, self.path, self.headers.get("Authorization")))
-        body = json.dumps(ANSWERS.get(self.path, {"error": "not found"})).encode()
-        self.send_response(200 if self.path in ANSWERS else 404)
-        self.send_header("Content-Type", "application/json")
-        self.send_header("Content-Length", str(len(body)))
-        self.end_headers()
-        self.wfile.write(body)
-
-    def log_message(self, *args):
-        pass
 
 
 class SyncOnTheDesktop(TidewellCase):
@@ -44,13 +23,11 @@ class SyncOnTheDesktop(TidewellCase):
 
     @classmethod
     def before_launch(cls):
-        cls.server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Recorder)
-        threading.Thread(target=cls.server.serve_forever, daemon=True).start()
+        cls.server = RecordingServer()
 
     @classmethod
     def tearDownClass(cls):
-        cls.server.shutdown()
-        cls.server.server_close()
+        cls.server.stop()
         super().tearDownClass()
 
     def shown(self, root, name):
@@ -61,16 +38,14 @@ class SyncOnTheDesktop(TidewellCase):
             return False
 
     def sign_in(self):
-        self.sign_in_with_token(self.root, "http://127.0.0.1:%d" % self.server.server_address[1],
-                                "tok-e2e")
+        self.sign_in_with_token(self.root, self.server.address, "tok-e2e")
 
     def test_1_token_sign_in_reaches_the_server(self):
         self.sign_in()
-        seen = lambda path: [r for r in Recorder.requests if r[1] == path]  # noqa: E731
-        self.assertTrue(wait_for(lambda: all(seen(p) for p in ANSWERS)),
-                        "requests: %r" % Recorder.requests)
-        self.assertTrue(all(auth == "Bearer tok-e2e" for _, _, auth in Recorder.requests),
-                        Recorder.requests)
+        requests = self.server.requests
+        seen = lambda path: [r for r in requests if r.path == path]  # noqa: E731
+        self.assertTrue(wait_for(lambda: all(seen(p) for p in EMPTY)), "requests: %r" % requests)
+        self.assertTrue(all(r.auth == "Bearer tok-e2e" for r in requests), requests)
 
     def test_2_slow_keyring_still_ends_connected(self):
         a11y = self.a11y

@@ -1,4 +1,4 @@
-#include "StoreInspector.h"
+#include "StoreProbe.h"
 
 #include "StoreSchema.h"
 
@@ -11,7 +11,7 @@
 #include <sqlite3.h>
 
 namespace {
-// One connection, closed however the inspection ends.
+// One connection, closed however the look ends.
 class Connection
 {
 public:
@@ -90,7 +90,7 @@ bool shapesOf(const Connection& db, Shapes* shapes, QString* error)
 // the schema statements stay the one description of them.
 const Shapes& expectedShapes()
 {
-    // Never destroyed: an inspection may still run on its thread while the process exits.
+    // Never destroyed: a look may still run on its thread while the process exits.
     static const Shapes* shapes = [] {
         auto* out = new Shapes;
         Connection db(QStringLiteral(":memory:"), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
@@ -103,13 +103,13 @@ const Shapes& expectedShapes()
     return *shapes;
 }
 
-StoreInspector::Result refused(const QString& reason)
+StoreProbe::Result refused(const QString& reason)
 {
-    return {StoreInspector::Verdict::Refused, reason};
+    return {StoreProbe::Verdict::Refused, reason};
 }
 } // namespace
 
-StoreInspector::Result StoreInspector::inspect(const QString& path)
+StoreProbe::Result StoreProbe::examine(const QString& path)
 {
     if (path == u":memory:")
         return {Verdict::Empty, {}};

@@ -6,10 +6,10 @@
 // ours, of a version we read, whole, and writable? The checks use SQLite directly
 // (not Qt SQL), so they can run on a thread of their own before the application
 // object exists, overlapping the rest of start-up.
-class StoreInspector
+class StoreProbe
 {
 public:
-    StoreInspector() = delete;
+    StoreProbe() = delete;
 
     enum class Verdict {
         Empty,   // no file, or one without any table: create the schema
@@ -23,5 +23,5 @@ public:
         QString reason;
     };
 
-    static Result inspect(const QString& path);
+    static Result examine(const QString& path);
 };
