@@ -179,6 +179,13 @@ private slots:
         std::vector<std::unique_ptr<QLocalSocket>> idle;
         for (int i = 0; i < SingleInstance::MaxPeers + 3; ++i)
             idle.push_back(open());
+        // Once the three over the cap have been turned away, the instance is full.
+        const auto turnedAway = [&idle] {
+            return std::count_if(idle.begin(), idle.end(), [](const auto& s) {
+                return s->state() == QLocalSocket::UnconnectedState;
+            });
+        };
+        QTRY_COMPARE(turnedAway(), 3);
         QCOMPARE(sendAsync(path, {}), Outcome::Refused); // busy
         QElapsedTimer clock;
         clock.start();
