@@ -3,6 +3,7 @@
 // each and for the same 50 habits without any. Prints the median of 7 runs of
 // each, then the ratio history/no-history as the last line (goal: <= 1.5).
 
+#include "AppServices.h"
 #include "BenchStore.h"
 #include "DailyResetService.h"
 #include "DataStore.h"
@@ -51,15 +52,14 @@ double medianOpenMs(const QString& path)
     for (int i = 0; i < runs; ++i) {
         QElapsedTimer timer;
         timer.start();
-        DataStore::setShared(openStoreOrExit(path));
         {
+            const AppServices services({.store = openStoreOrExit(path)});
             HabitsWidgetView view(false);
             view.show();
             view.adjustSize();
             QCoreApplication::processEvents();
             times.push_back(double(timer.nsecsElapsed()) / 1e6);
         }
-        DataStore::setShared(nullptr);
     }
     std::sort(times.begin(), times.end());
     return times[times.size() / 2];
@@ -70,7 +70,6 @@ int main(int argc, char** argv)
 {
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
-    HabitsService::shared().setPushHandler([] {});
     QTemporaryDir dir;
     const QString bare = dir.filePath(QStringLiteral("bare.sqlite"));
     const QString full = dir.filePath(QStringLiteral("history.sqlite"));

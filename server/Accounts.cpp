@@ -18,11 +18,6 @@ constexpr size_t passwordMemory = 19 * 1024 * 1024;
 constexpr qint64 lastUsedGranularityMs = 60'000;
 constexpr int tokenBytes = 32;
 
-qint64 nowMs()
-{
-    return Clock::now().toMSecsSinceEpoch();
-}
-
 QDateTime fromMs(const QVariant& value)
 {
     return value.isNull() ? QDateTime() : QDateTime::fromMSecsSinceEpoch(value.toLongLong());
@@ -39,8 +34,9 @@ std::optional<QString> hashPassword(const QString& password)
 }
 } // namespace
 
-Accounts::Accounts(ServerDatabase& db)
+Accounts::Accounts(ServerDatabase& db, const Clock& clock)
     : m_db(db)
+    , m_clock(clock)
 {
     if (sodium_init() < 0)
         qFatal("tidewell-server: libsodium could not start");
@@ -93,7 +89,7 @@ bool Accounts::addUser(const QString& name, const QString& password, QString* er
     }
     if (m_db.exec(
             QStringLiteral("INSERT INTO users (name, password_hash, created_at) VALUES (?, ?, ?)"),
-            {name, *hash, nowMs()}, error))
+            {name, *hash, m_clock.now().toMSecsSinceEpoch()}, error))
         return true;
     if (m_db.lastWasUniqueViolation())
         *error = u"there is already a user named " + name;
@@ -182,9 +178,11 @@ std::optional<Accounts::User> Accounts::checkPassword(const QString& name, const
 std::optional<QString> Accounts::createToken(qint64 userId, const QString& label, QString* error)
 {
     const QString token = u"tw_" + randomSecret(tokenBytes);
-    if (!m_db.exec(QStringLiteral("INSERT INTO tokens (user_id, token_hash, label, created_at) "
-                                  "VALUES (?, ?, ?, ?)"),
-                   {userId, hashOf(token.toLatin1()), label.left(100), nowMs()}, error))
+    if (!m_db.exec(
+            QStringLiteral("INSERT INTO tokens (user_id, token_hash, label, created_at) "
+                           "VALUES (?, ?, ?, ?)"),
+            {userId, hashOf(token.toLatin1()), label.left(100), m_clock.now().toMSecsSinceEpoch()},
+            error))
         return std::nullopt;
     return token;
 }
@@ -227,7 +225,7 @@ std::optional<qint64> Accounts::authenticate(QByteArrayView token)
     const qint64 id = q->rows[0][0].toLongLong();
     const qint64 userId = q->rows[0][1].toLongLong();
     const QVariant lastUsed = q->rows[0][2];
-    const qint64 now = nowMs();
+    const qint64 now = m_clock.now().toMSecsSinceEpoch();
     if (lastUsed.isNull() || now - lastUsed.toLongLong() >= lastUsedGranularityMs)
         // A missed note of use is no reason to refuse the request.
         m_db.exec(QStringLiteral("UPDATE tokens SET last_used_at = ? WHERE id = ?"), {now, id});

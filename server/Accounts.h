@@ -7,6 +7,7 @@
 
 #include <optional>
 
+class Clock;
 class ServerDatabase;
 
 // The people who may sync, their passwords (only as Argon2id hashes) and their
@@ -28,7 +29,7 @@ public:
         QDateTime lastUsedAt; // invalid: never used
     };
 
-    explicit Accounts(ServerDatabase& db);
+    Accounts(ServerDatabase& db, const Clock& clock);
 
     // Letters, digits, ".", "_" and "-", 1 to 64 of them; the reason when not.
     static std::optional<QString> nameProblem(const QString& name);
@@ -57,4 +58,5 @@ public:
 
 private:
     ServerDatabase& m_db;
+    const Clock& m_clock;
 };

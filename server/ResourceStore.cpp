@@ -5,8 +5,9 @@
 
 #include <QVariant>
 
-ResourceStore::ResourceStore(ServerDatabase& db)
+ResourceStore::ResourceStore(ServerDatabase& db, const Clock& clock)
     : m_db(db)
+    , m_clock(clock)
 {}
 
 std::optional<ResourceStore::Kind> ResourceStore::kindNamed(QStringView name)
@@ -71,7 +72,7 @@ bool ResourceStore::store(qint64 userId, Kind kind, const QByteArray& body, QStr
     return m_db.exec(
                QStringLiteral("INSERT INTO resources (user_id, kind, version, body, "
                               "created_at) VALUES (?, ?, ?, ?, ?)"),
-               {userId, name, version, QString::fromUtf8(body), Clock::now().toMSecsSinceEpoch()},
+               {userId, name, version, QString::fromUtf8(body), m_clock.now().toMSecsSinceEpoch()},
                error) &&
            m_db.exec(QStringLiteral(
                          "DELETE FROM resources WHERE user_id = ? AND kind = ? AND version <= ?"),

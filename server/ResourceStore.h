@@ -7,6 +7,7 @@
 
 #include <optional>
 
+class Clock;
 class ServerDatabase;
 
 // Each user's three resources, stored whole as the app sends them, with the
@@ -25,7 +26,7 @@ public:
         bool current = false;
     };
 
-    explicit ResourceStore(ServerDatabase& db);
+    ResourceStore(ServerDatabase& db, const Clock& clock);
 
     static std::optional<Kind> kindNamed(QStringView name);
     static QString nameOf(Kind kind);
@@ -45,4 +46,5 @@ private:
     bool store(qint64 userId, Kind kind, const QByteArray& body, QString* error);
 
     ServerDatabase& m_db;
+    const Clock& m_clock;
 };

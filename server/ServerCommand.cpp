@@ -1,6 +1,7 @@
 #include "ServerCommand.h"
 
 #include "Accounts.h"
+#include "Clock.h"
 #include "ResourceStore.h"
 #include "ServerDatabase.h"
 #include "SyncServer.h"
@@ -370,8 +371,9 @@ int ServerCommand::run(const QStringList& arguments)
     auto db = ServerDatabase::open(database, &error);
     if (!db)
         return fail(u"cannot open the database " + shown(database) + u": " + error);
-    Accounts accounts(*db);
-    ResourceStore resources(*db);
+    const Clock clock;
+    Accounts accounts(*db, clock);
+    ResourceStore resources(*db, clock);
     if (command == u"user")
         return userCommand(args, accounts);
     if (command == u"token")

@@ -4,20 +4,14 @@
 #include "Clock.h"
 #include "ServerDatabase.h"
 
-namespace {
-qint64 nowMs()
-{
-    return Clock::now().toMSecsSinceEpoch();
-}
-} // namespace
-
-Sessions::Sessions(ServerDatabase& db)
+Sessions::Sessions(ServerDatabase& db, const Clock& clock)
     : m_db(db)
+    , m_clock(clock)
 {}
 
 std::optional<Sessions::Session> Sessions::start(qint64 userId, QString* error)
 {
-    const qint64 now = nowMs();
+    const qint64 now = m_clock.now().toMSecsSinceEpoch();
     // Expired sessions go whenever a new one starts.
     m_db.exec(QStringLiteral("DELETE FROM sessions WHERE expires_at < ?"), {now});
     Session session;
@@ -40,7 +34,7 @@ std::optional<Sessions::Session> Sessions::find(const QString& cookie)
     const auto q =
         m_db.exec(QStringLiteral("SELECT s.user_id, u.name, s.csrf FROM sessions s JOIN users u "
                                  "ON u.id = s.user_id WHERE s.id_hash = ? AND s.expires_at >= ?"),
-                  {Accounts::hashOf(cookie.toLatin1()), nowMs()});
+                  {Accounts::hashOf(cookie.toLatin1()), m_clock.now().toMSecsSinceEpoch()});
     if (!q || q->rows.isEmpty())
         return std::nullopt;
     const QVariantList& row = q->rows.first();
@@ -55,7 +49,7 @@ void Sessions::end(const QString& cookie)
 
 std::optional<QString> Sessions::issueForm(const Session& session, const QString& purpose)
 {
-    const qint64 now = nowMs();
+    const qint64 now = m_clock.now().toMSecsSinceEpoch();
     m_db.exec(QStringLiteral("DELETE FROM form_nonces WHERE expires_at < ?"), {now});
     const QString nonce = Accounts::randomSecret(24);
     if (!m_db.exec(QStringLiteral("INSERT INTO form_nonces (nonce_hash, session_hash, purpose, "
@@ -75,6 +69,6 @@ bool Sessions::useForm(const Session& session, const QString& nonce, const QStri
         QStringLiteral("DELETE FROM form_nonces WHERE nonce_hash = ? AND session_hash = ? "
                        "AND purpose = ? AND expires_at >= ?"),
         {Accounts::hashOf(nonce.toLatin1()), Accounts::hashOf(session.cookie.toLatin1()), purpose,
-         nowMs()});
+         m_clock.now().toMSecsSinceEpoch()});
     return q && q->affected == 1;
 }

@@ -4,6 +4,7 @@
 
 #include <optional>
 
+class Clock;
 class ServerDatabase;
 
 // Browser sessions of the web pages and their one-time forms. The cookie holds a
@@ -23,7 +24,7 @@ public:
         QString csrf;
     };
 
-    explicit Sessions(ServerDatabase& db);
+    Sessions(ServerDatabase& db, const Clock& clock);
 
     std::optional<Session> start(qint64 userId, QString* error);
     // The live session behind a cookie value, or nothing.
@@ -38,4 +39,5 @@ public:
 
 private:
     ServerDatabase& m_db;
+    const Clock& m_clock;
 };

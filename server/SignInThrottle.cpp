@@ -16,7 +16,7 @@ qint64 SignInThrottle::waitFor(const QString& key, qint64 now)
 
 qint64 SignInThrottle::waitSeconds(const QString& account, const QString& address)
 {
-    const qint64 now = Clock::now().toMSecsSinceEpoch();
+    const qint64 now = m_clock.now().toMSecsSinceEpoch();
     return std::max(waitFor(u"user:" + account.toLower(), now), waitFor(u"addr:" + address, now));
 }
 
@@ -30,7 +30,7 @@ void SignInThrottle::note(const QString& key, qint64 now)
 
 void SignInThrottle::failed(const QString& account, const QString& address)
 {
-    const qint64 now = Clock::now().toMSecsSinceEpoch();
+    const qint64 now = m_clock.now().toMSecsSinceEpoch();
     // A flood of made-up names must not grow the table without bound.
     if (m_failures.size() > 100'000)
         m_failures.clear();

@@ -32,12 +32,13 @@ std::unique_ptr<SyncServer> SyncServer::create(const Options& options, QString* 
 
 SyncServer::SyncServer(Options options, std::unique_ptr<ServerDatabase> db)
     : m_options(std::move(options))
+    , m_clock(m_options.clock)
     , m_db(std::move(db))
-    , m_accounts(std::make_unique<Accounts>(*m_db))
-    , m_resources(std::make_unique<ResourceStore>(*m_db))
+    , m_accounts(std::make_unique<Accounts>(*m_db, m_clock))
+    , m_resources(std::make_unique<ResourceStore>(*m_db, m_clock))
     , m_api(std::make_unique<ApiHandler>(*m_db, *m_accounts, *m_resources))
-    , m_sessions(std::make_unique<Sessions>(*m_db))
-    , m_web(std::make_unique<WebPages>(*m_accounts, *m_sessions, m_options.schemes))
+    , m_sessions(std::make_unique<Sessions>(*m_db, m_clock))
+    , m_web(std::make_unique<WebPages>(*m_accounts, *m_sessions, m_clock, m_options.schemes))
 {}
 
 SyncServer::~SyncServer()

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Clock.h"
 #include "ConnectionGuard.h"
 #include "HttpAnswer.h"
 #include "HttpCall.h"
@@ -35,6 +36,7 @@ public:
         QString tlsKey;
         ConnectionGuard::Limits limits;
         QStringList schemes{QStringLiteral("tidewell")}; // app URL schemes sign-in may call back
+        Clock::Source clock;                             // empty: the system clock
     };
 
     // Opens the database; nothing listens yet.
@@ -61,6 +63,7 @@ private:
     SyncServer(Options options, std::unique_ptr<ServerDatabase> db);
 
     Options m_options;
+    Clock m_clock;
     std::unique_ptr<ServerDatabase> m_db;
     std::unique_ptr<Accounts> m_accounts;
     std::unique_ptr<ResourceStore> m_resources;

@@ -74,10 +74,12 @@ QString formatTime(const QDateTime& time)
 }
 } // namespace
 
-WebPages::WebPages(Accounts& accounts, Sessions& sessions, QStringList schemes)
+WebPages::WebPages(Accounts& accounts, Sessions& sessions, const Clock& clock, QStringList schemes)
     : m_accounts(accounts)
     , m_sessions(sessions)
+    , m_clock(clock)
     , m_schemes(std::move(schemes))
+    , m_throttle(clock)
 {}
 
 bool WebPages::handles(const QString& path)
@@ -230,7 +232,7 @@ HttpAnswer WebPages::connect(const HttpCall& call, const std::optional<Sessions:
         QString error;
         const auto token = m_accounts.createToken(
             session->userId,
-            Clock::now().toUTC().date().toString(Qt::ISODate) + QStringLiteral(" desktop app"),
+            m_clock.now().toUTC().date().toString(Qt::ISODate) + QStringLiteral(" desktop app"),
             &error);
         if (!token)
             return errorPage(500, QStringLiteral("Cannot connect"),
@@ -331,7 +333,7 @@ HttpAnswer WebPages::tokens(const HttpCall& call, const std::optional<Sessions::
     }
     QString label = field(form, QStringLiteral("label")).trimmed().left(100);
     if (label.isEmpty())
-        label = Clock::now().toUTC().date().toString(Qt::ISODate) + QStringLiteral(" web");
+        label = m_clock.now().toUTC().date().toString(Qt::ISODate) + QStringLiteral(" web");
     const auto token = m_accounts.createToken(session->userId, label, &error);
     if (!token)
         return tokensPage(*session, {}, QStringLiteral("The server could not make a token."));

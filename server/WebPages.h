@@ -8,6 +8,7 @@
 #include <QStringList>
 
 class Accounts;
+class Clock;
 
 // The pages a person uses in a browser: signing in, connecting the desktop app
 // (which then receives a token on its own URL scheme), and managing API tokens.
@@ -16,7 +17,7 @@ class Accounts;
 class WebPages
 {
 public:
-    WebPages(Accounts& accounts, Sessions& sessions, QStringList schemes);
+    WebPages(Accounts& accounts, Sessions& sessions, const Clock& clock, QStringList schemes);
 
     static bool handles(const QString& path);
     HttpAnswer handle(const HttpCall& call);
@@ -40,6 +41,7 @@ private:
 
     Accounts& m_accounts;
     Sessions& m_sessions;
+    const Clock& m_clock;
     QStringList m_schemes;
     SignInThrottle m_throttle;
 };

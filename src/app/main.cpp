@@ -1,4 +1,5 @@
 #include "AppController.h"
+#include "AppServices.h"
 #include "BundleInfo.h"
 #include "ControlCommand.h"
 #include "DataStore.h"
@@ -188,8 +189,15 @@ int main(int argc, char* argv[])
         say(u"cannot listen on " + socketPath + u": " + error);
     }
 
-    DataStore::shared(); // a store that cannot be opened ends start-up here
-    AppController controller;
+    std::unique_ptr<DataStore> store = DataStore::open(storePath, &error);
+    if (!store) {
+        const QString line =
+            u"Failed to initialise SwiftData store at " + storePath + u": " + error;
+        std::fprintf(stderr, "%s\n", line.toLocal8Bit().constData());
+        return 1;
+    }
+    AppServices services({.store = std::move(store)});
+    AppController controller(services);
     controller.attach(&instance);
     controller.start();
     if (!request.url.isEmpty())

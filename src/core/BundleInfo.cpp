@@ -5,22 +5,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
-#include <optional>
-
-namespace {
-std::optional<BundleInfo>& cached()
-{
-    static std::optional<BundleInfo> info;
-    return info;
-}
-
-QString& sourcePath()
-{
-    static QString path = QStringLiteral(":/Info.json");
-    return path;
-}
-} // namespace
-
 BundleInfo BundleInfo::fromFile(const QString& path)
 {
     BundleInfo info;
@@ -39,14 +23,6 @@ BundleInfo BundleInfo::fromFile(const QString& path)
 
 const BundleInfo& BundleInfo::current()
 {
-    std::optional<BundleInfo>& info = cached();
-    if (!info)
-        info = fromFile(sourcePath());
-    return *info;
-}
-
-void BundleInfo::useFile(const QString& path)
-{
-    sourcePath() = path;
-    cached().reset();
+    static const BundleInfo info = fromFile(QStringLiteral(":/Info.json"));
+    return info;
 }

@@ -16,8 +16,6 @@ public:
     QString defaultServerURL;
 
     static const BundleInfo& current();
-    // Reads another file instead (tests); takes effect for later current() calls.
-    static void useFile(const QString& path);
 
     static BundleInfo fromFile(const QString& path);
 };

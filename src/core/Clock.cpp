@@ -1,20 +1,10 @@
 #include "Clock.h"
 
-namespace {
-Clock::Source& source()
-{
-    static Clock::Source s;
-    return s;
-}
-} // namespace
+Clock::Clock(Source source)
+    : m_source(std::move(source))
+{}
 
-QDateTime Clock::now()
+QDateTime Clock::now() const
 {
-    const Source& s = source();
-    return s ? s() : QDateTime::currentDateTime();
-}
-
-void Clock::setSource(Source s)
-{
-    source() = std::move(s);
+    return m_source ? m_source() : QDateTime::currentDateTime();
 }

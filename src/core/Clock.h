@@ -4,14 +4,21 @@
 
 #include <functional>
 
-// The wall clock every service reads "now" from. Tests replace the source to
-// move time without sleeping.
+// The wall clock a service reads "now" from. The composition root hands every
+// service the system clock; tests hand them one they move by hand, so nothing
+// waits for real time to pass.
 class Clock
 {
 public:
     using Source = std::function<QDateTime()>;
 
-    static QDateTime now();
-    // An empty source restores the system clock.
-    static void setSource(Source source);
+    // The system clock.
+    Clock() = default;
+    // Reads `source` instead; an empty one is the system clock.
+    explicit Clock(Source source);
+
+    QDateTime now() const;
+
+private:
+    Source m_source;
 };

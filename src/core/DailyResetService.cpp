@@ -2,7 +2,7 @@
 
 #include "Clock.h"
 
-#include <QCoreApplication>
+#include "SharedInstance.h"
 
 #include <algorithm>
 
@@ -14,12 +14,12 @@ constexpr qint64 maxStepMs = 60'000;
 
 DailyResetService& DailyResetService::shared()
 {
-    static auto* instance = new DailyResetService(QCoreApplication::instance());
-    return *instance;
+    return SharedInstance<DailyResetService>::get();
 }
 
-DailyResetService::DailyResetService(QObject* parent)
+DailyResetService::DailyResetService(const Clock& clock, QObject* parent)
     : QObject(parent)
+    , m_clock(clock)
 {
     m_timer.setSingleShot(true);
     m_timer.setTimerType(Qt::PreciseTimer);
@@ -43,7 +43,7 @@ QDateTime DailyResetService::nextRollover(const QDateTime& now)
 
 void DailyResetService::scheduleNext()
 {
-    m_fireAt = nextRollover(Clock::now());
+    m_fireAt = nextRollover(m_clock.now());
     if (!m_fireAt.isValid()) {
         m_timer.stop();
         return;
@@ -59,7 +59,7 @@ void DailyResetService::stop()
 
 void DailyResetService::arm()
 {
-    const qint64 wait = std::clamp<qint64>(Clock::now().msecsTo(m_fireAt), 0, maxStepMs);
+    const qint64 wait = std::clamp<qint64>(m_clock.now().msecsTo(m_fireAt), 0, maxStepMs);
     m_timer.start(std::chrono::milliseconds(wait));
 }
 
@@ -67,7 +67,7 @@ void DailyResetService::fireIfDue()
 {
     if (!m_fireAt.isValid())
         return;
-    if (Clock::now() < m_fireAt) {
+    if (m_clock.now() < m_fireAt) {
         arm();
         return;
     }

@@ -8,6 +8,8 @@
 
 #include <functional>
 
+class Clock;
+
 // Fires shortly after each local midnight and calls the registered handlers in
 // registration order; also defines the day key ("yyyy-MM-dd").
 class DailyResetService final : public QObject
@@ -15,8 +17,9 @@ class DailyResetService final : public QObject
     Q_OBJECT
 
 public:
+    // The application's instance, built by its composition root.
     static DailyResetService& shared();
-    explicit DailyResetService(QObject* parent = nullptr);
+    explicit DailyResetService(const Clock& clock, QObject* parent = nullptr);
 
     // Appends a handler; may be called from any thread, also from a handler
     // (which is then first called at the next rollover). Does not arm the timer.
@@ -37,6 +40,8 @@ public:
 
 private:
     void arm();
+
+    const Clock& m_clock;
 
     QTimer m_timer;
     QDateTime m_fireAt;

@@ -1,6 +1,7 @@
 #include "DataStore.h"
 
 #include "BundleInfo.h"
+#include "SharedInstance.h"
 #include "StoreProbe.h"
 #include "StoreSchema.h"
 
@@ -11,18 +12,10 @@
 #include <QStandardPaths>
 
 #include <atomic>
-#include <cstdio>
-#include <cstdlib>
 #include <future>
 #include <mutex>
 
 namespace {
-DataStore*& sharedInstance()
-{
-    static DataStore* instance = nullptr;
-    return instance;
-}
-
 // A look started ahead of time by probeInBackground().
 struct Ahead
 {
@@ -63,29 +56,7 @@ bool exec(QSqlDatabase& db, const QString& sql, QString* error, QVariant* result
 
 DataStore& DataStore::shared()
 {
-    DataStore*& instance = sharedInstance();
-    if (!instance) {
-        QString error;
-        const QString path = defaultPath(&error);
-        if (path.isEmpty()) {
-            std::fprintf(stderr, "%s\n", qPrintable(error));
-            std::exit(EXIT_FAILURE);
-        }
-        std::unique_ptr<DataStore> store = open(path, &error);
-        if (!store) {
-            const QString line = u"Failed to initialise SwiftData store at " + path + u": " + error;
-            std::fprintf(stderr, "%s\n", line.toLocal8Bit().constData());
-            std::exit(EXIT_FAILURE);
-        }
-        instance = store.release();
-    }
-    return *instance;
-}
-
-void DataStore::setShared(std::unique_ptr<DataStore> store)
-{
-    delete sharedInstance();
-    sharedInstance() = store.release();
+    return SharedInstance<DataStore>::get();
 }
 
 QString DataStore::defaultPath(QString* error)

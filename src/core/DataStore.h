@@ -16,11 +16,8 @@ class DataStore final : public QObject
 public:
     static constexpr int SchemaVersion = StoreSchema::Version;
 
-    // The app's store, opened at defaultPath() on first use. When it cannot be
-    // opened the process prints why on standard error and exits with status 1.
+    // The app's store, opened by its composition root.
     static DataStore& shared();
-    // Makes `store` the shared one (tests, or a store opened elsewhere).
-    static void setShared(std::unique_ptr<DataStore> store);
 
     // Opens or creates the store at `path` (":memory:" for a throwaway one). Refuses
     // (null, and the reason) a file that is not ours, newer, damaged or read-only;

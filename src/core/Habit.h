@@ -25,9 +25,9 @@ class Habit final : public Record
 public:
     static constexpr RecordKind Kind = RecordKind::Habit;
 
-    // A new habit: fresh id, counter 0, tracking from now.
+    // A new habit: fresh id, counter 0, tracking from `firstTrackerDate`.
     Habit(const QString& icon, const QString& name, const QString& colorHex, qint64 maxValue,
-          qint64 order);
+          qint64 order, const QDateTime& firstTrackerDate = QDateTime::currentDateTime());
     Habit() = default;
 
     RecordKind kind() const override { return Kind; }

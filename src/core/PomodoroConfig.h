@@ -36,13 +36,14 @@ class PomodoroConfig final : public Record
 public:
     static constexpr RecordKind Kind = RecordKind::PomodoroConfig;
 
-    // A record with the defaults: 25/5/15 minutes, long break after 4, counters at 0.
-    static PomodoroConfig* createDefault();
+    // A record with the defaults: 25/5/15 minutes, long break after 4, counters at 0,
+    // counting from `countingFrom`.
+    static PomodoroConfig* createDefault(const QDateTime& countingFrom);
     PomodoroConfig() = default;
 
     // The first config a fetch returns; when there is none, a new one is inserted
     // and saved (a failed save is ignored).
-    static PomodoroConfig* singleton(ModelContext& context);
+    static PomodoroConfig* singleton(ModelContext& context, const QDateTime& now);
 
     RecordKind kind() const override { return Kind; }
     QString key() const override { return m_id.toString(QUuid::WithoutBraces); }

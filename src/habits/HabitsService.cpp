@@ -8,9 +8,8 @@
 #include "Habit.h"
 #include "HabitHistory.h"
 #include "ModelContext.h"
-#include "SyncEngine.h"
+#include "SharedInstance.h"
 
-#include <QCoreApplication>
 #include <QPointer>
 
 #include <algorithm>
@@ -27,15 +26,18 @@ HabitHistory* recordFor(const Habit* habit, const QString& day)
 
 HabitsService& HabitsService::shared()
 {
-    static auto* instance = new HabitsService(QCoreApplication::instance());
-    return *instance;
+    return SharedInstance<HabitsService>::get();
 }
 
-HabitsService::HabitsService(QObject* parent)
+HabitsService::HabitsService(DataStore& store, const Clock& clock, AudioService& audio,
+                             DailyResetService& dayReset, DebouncedPush::Push push, QObject* parent)
     : QObject(parent)
-    , m_saver(new DebouncedPush(
-          QStringLiteral("habits"), std::chrono::milliseconds(SaveDelayMs),
-          [] { return SyncEngine::shared().pushHabits(); }, this))
+    , m_store(store)
+    , m_clock(clock)
+    , m_audio(audio)
+    , m_dayReset(dayReset)
+    , m_saver(new DebouncedPush(QStringLiteral("habits"), std::chrono::milliseconds(SaveDelayMs),
+                                std::move(push), this))
 {}
 
 Habit* HabitsService::createHabit(const QString& icon, const QString& name, const QString& colorHex,
@@ -45,7 +47,7 @@ Habit* HabitsService::createHabit(const QString& icon, const QString& name, cons
     for (const Habit* h : habitsInOrder(context))
         next = std::max(next, h->order() + 1);
     auto* habit = new Habit(icon, name, colorHex, std::max<qint64>(1, maxValue), next);
-    habit->setFirstTrackerDate(Clock::now());
+    habit->setFirstTrackerDate(m_clock.now());
     context.insert(habit);
     save(context);
     return habit;
@@ -56,9 +58,9 @@ void HabitsService::increment(Habit* habit, ModelContext& context)
     if (!habit || habit->currentValue() >= habit->maxValue())
         return;
     if (habit->currentValue() == 0)
-        habit->setFirstTrackerDate(Clock::now());
+        habit->setFirstTrackerDate(m_clock.now());
     habit->setCurrentValue(habit->currentValue() + 1);
-    AudioService::shared().play(AudioService::Sound::WaterTrackCount);
+    m_audio.play(AudioService::Sound::WaterTrackCount);
     archiveToday(habit, context);
     save(context);
 }
@@ -93,8 +95,8 @@ void HabitsService::reset(Habit* habit, ModelContext& context)
         return;
     archiveToday(habit, context);
     habit->setCurrentValue(0);
-    habit->setFirstTrackerDate(Clock::now());
-    AudioService::shared().play(AudioService::Sound::WaterTrackReset);
+    habit->setFirstTrackerDate(m_clock.now());
+    m_audio.play(AudioService::Sound::WaterTrackReset);
     save(context);
 }
 
@@ -122,7 +124,7 @@ void HabitsService::deleteHabit(Habit* habit, ModelContext& context)
 
 void HabitsService::archiveToday(Habit* habit, ModelContext& context)
 {
-    const QString today = DailyResetService::dateString(Clock::now());
+    const QString today = DailyResetService::dateString(m_clock.now());
     const bool done = habit->currentValue() >= habit->maxValue();
     if (HabitHistory* record = recordFor(habit, today)) {
         record->setValue(habit->currentValue());
@@ -135,7 +137,7 @@ void HabitsService::archiveToday(Habit* habit, ModelContext& context)
 
 void HabitsService::checkDayReset(ModelContext& context, bool force)
 {
-    const QDateTime now = Clock::now();
+    const QDateTime now = m_clock.now();
     bool changed = false;
     for (Habit* habit : habitsInOrder(context)) {
         if (!force && habit->firstTrackerDate().toLocalTime().date() == now.toLocalTime().date())
@@ -160,19 +162,14 @@ void HabitsService::bootstrap()
         return;
     m_bootstrapped = true;
     emit bootstrappedChanged();
-    checkDayReset(DataStore::shared().mainContext(), false);
-    DailyResetService::shared().registerHandler([self = QPointer<HabitsService>(this)] {
+    checkDayReset(m_store.mainContext(), false);
+    m_dayReset.registerHandler([self = QPointer<HabitsService>(this)] {
         if (self)
-            self->checkDayReset(DataStore::shared().mainContext(), true);
+            self->checkDayReset(self->m_store.mainContext(), true);
     });
 }
 
 void HabitsService::save(ModelContext& context)
 {
     m_saver->request(context);
-}
-
-void HabitsService::setPushHandler(std::function<void()> push)
-{
-    m_saver->setPushHandler(std::move(push));
 }

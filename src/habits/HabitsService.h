@@ -1,11 +1,16 @@
 #pragma once
 
+#include "DebouncedPush.h"
+
 #include <QObject>
 #include <QString>
 
 #include <functional>
 
-class DebouncedPush;
+class AudioService;
+class Clock;
+class DailyResetService;
+class DataStore;
 class Habit;
 class ModelContext;
 
@@ -20,8 +25,11 @@ class HabitsService final : public QObject
 public:
     static constexpr int SaveDelayMs = 500;
 
+    // The application's instance, built by its composition root.
     static HabitsService& shared();
-    explicit HabitsService(QObject* parent = nullptr);
+    // `push` runs after each debounced save (the sync engine's habits push in the app).
+    HabitsService(DataStore& store, const Clock& clock, AudioService& audio,
+                  DailyResetService& dayReset, DebouncedPush::Push push, QObject* parent = nullptr);
 
     Habit* createHabit(const QString& icon, const QString& name, const QString& colorHex,
                        qint64 maxValue, ModelContext& context);
@@ -43,9 +51,6 @@ public:
     void bootstrap();
     bool isBootstrapped() const { return m_bootstrapped; }
 
-    // What runs after the debounced save; by default the sync engine's habits push.
-    void setPushHandler(std::function<void()> push);
-
 signals:
     void bootstrappedChanged();
 
@@ -53,6 +58,10 @@ private:
     void archiveToday(Habit* habit, ModelContext& context);
     void save(ModelContext& context);
 
+    DataStore& m_store;
+    const Clock& m_clock;
+    AudioService& m_audio;
+    DailyResetService& m_dayReset;
     DebouncedPush* m_saver;
     bool m_bootstrapped = false;
 };

@@ -13,7 +13,7 @@ TimerBusAdaptor::TimerBusAdaptor(QObject* parent, PomodoroService& timer)
         changed(
             {QStringLiteral("IsActive"), QStringLiteral("EndsAt"), QStringLiteral("RemainingMs")});
     });
-    connect(&timer, &PomodoroService::phaseLabelChanged, this, [this] {
+    connect(&timer, &PomodoroService::phaseChanged, this, [this] {
         changed(
             {QStringLiteral("Phase"), QStringLiteral("DurationMs"), QStringLiteral("RemainingMs")});
     });

@@ -5,6 +5,7 @@
 #include "KeychainStore.h"
 #include "ModuleLoader.h"
 #include "Preferences.h"
+#include "SharedInstance.h"
 #include "WireEnvelope.h"
 
 #include <QDeadlineTimer>
@@ -33,9 +34,14 @@ std::optional<QString> utf8(const QByteArray& bytes)
 
 APIClient& APIClient::shared()
 {
-    static APIClient* instance = new APIClient;
-    return *instance;
+    return SharedInstance<APIClient>::get();
 }
+
+APIClient::APIClient(const KeychainStore& keychain, const ModuleLoader& modules, QObject* parent)
+    : QObject(parent)
+    , m_keychain(keychain)
+    , m_modules(modules)
+{}
 
 QString APIClient::defaultServerURL()
 {
@@ -93,9 +99,9 @@ bool APIClient::isSendable(const QString& token)
                        [](QChar c) { return c.unicode() > 0x20 && c.unicode() < 0x7f; });
 }
 
-APIResult<HttpRequest> APIClient::makeRequest(const QString& path)
+APIResult<HttpRequest> APIClient::makeRequest(const QString& path) const
 {
-    const std::optional<QString> token = KeychainStore::cachedToken();
+    const std::optional<QString> token = m_keychain.cachedToken();
     // A token that could not travel in a header is never put in one.
     if (!token || token->isEmpty() || !isSendable(*token))
         return APIError::notSignedIn();
@@ -115,7 +121,7 @@ HttpTransport* APIClient::transport(QString* why)
     if (!m_transportTried) {
         m_transportTried = true;
         m_transport = qobject_cast<HttpTransport*>(
-            ModuleLoader::load(QStringLiteral("tidewell_network"), &m_transportMissing));
+            m_modules.load(QStringLiteral("tidewell_network"), &m_transportMissing));
         if (!m_transport)
             qWarning("APIClient: no network module (%s)", qPrintable(m_transportMissing));
     }

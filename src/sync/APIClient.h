@@ -12,6 +12,9 @@
 #include <chrono>
 #include <optional>
 
+class KeychainStore;
+class ModuleLoader;
+
 // The one HTTP client of the web service's REST API: GET and whole-resource PUT
 // of task lists, habits and the timer state, authorised with the stored token.
 class APIClient final : public QObject
@@ -22,7 +25,12 @@ public:
     static constexpr qint64 MaxReplySize = 32 * 1024 * 1024;
     static constexpr int MaxRedirects = 5;
 
+    // The application's instance, built by its composition root.
     static APIClient& shared();
+    // Requests carry `keychain`'s cached token; the network module is loaded
+    // through `modules` on the first request.
+    APIClient(const KeychainStore& keychain, const ModuleLoader& modules,
+              QObject* parent = nullptr);
 
     // The bundle's default server, or the local development server.
     static QString defaultServerURL();
@@ -32,7 +40,7 @@ public:
 
     // An authorised request for `path` on the current server; notSignedIn
     // without a token, a transport error when the server address is unusable.
-    static APIResult<HttpRequest> makeRequest(const QString& path);
+    APIResult<HttpRequest> makeRequest(const QString& path) const;
     // The server address with `path` appended after exactly one "/".
     static QUrl joined(const QUrl& base, const QString& path);
 
@@ -62,8 +70,6 @@ public:
     void setDeadline(std::chrono::milliseconds deadline) { m_deadline = deadline; }
 
 private:
-    APIClient() = default;
-
     // The 2xx body, or the error the reply maps to.
     QCoro::Task<APIResult<QByteArray>> send(QByteArray method, QString path, QByteArray body,
                                             QObject* scope);
@@ -72,6 +78,8 @@ private:
     // Loaded on the first request; null when the module is missing.
     HttpTransport* transport(QString* why);
 
+    const KeychainStore& m_keychain;
+    const ModuleLoader& m_modules;
     HttpTransport* m_transport = nullptr;
     bool m_transportTried = false;
     QString m_transportMissing;

@@ -4,20 +4,26 @@
 #include "BundleInfo.h"
 #include "KeychainStore.h"
 #include "Preferences.h"
+#include "SharedInstance.h"
 
 #include <QCoro/QCoroSignal>
-#include <QDesktopServices>
+#include <QPointer>
 #include <QRandomGenerator>
 #include <QTimer>
 #include <QUrlQuery>
 
 AuthService& AuthService::shared()
 {
-    static AuthService* instance = new AuthService;
-    return *instance;
+    return SharedInstance<AuthService>::get();
 }
 
-AuthService::AuthService() = default;
+AuthService::AuthService(APIClient& client, KeychainStore& keychain, BrowserOpener openBrowser,
+                         QObject* parent)
+    : QObject(parent)
+    , m_client(client)
+    , m_keychain(keychain)
+    , m_openBrowser(std::move(openBrowser))
+{}
 
 namespace {
 constexpr std::chrono::milliseconds FirstRetry(1000);
@@ -41,7 +47,7 @@ void AuthService::lookUp(quint64 generation)
 {
     setLoading(true);
     setSignedIn(false);
-    QCoro::connect(KeychainStore::fetchToken(), this,
+    QCoro::connect(m_keychain.fetchToken(), this,
                    [this, generation](const KeychainStore::Lookup& found) {
                        if (generation != m_generation)
                            return;
@@ -68,7 +74,8 @@ void AuthService::takeOver()
 QCoro::Task<> AuthService::settled()
 {
     load();
-    while (m_isLoading)
+    const QPointer<AuthService> self(this);
+    while (self && m_isLoading)
         co_await qCoro(this, &AuthService::isLoadingChanged);
 }
 
@@ -104,11 +111,6 @@ void AuthService::setLastError(const QString& text)
     emit lastErrorChanged();
 }
 
-void AuthService::setBrowserOpener(BrowserOpener opener)
-{
-    m_openBrowser = std::move(opener);
-}
-
 QCoro::Task<bool> AuthService::signIn(QString token)
 {
     token = token.trimmed();
@@ -124,12 +126,12 @@ QCoro::Task<bool> AuthService::signIn(QString token)
     takeOver();
     // Stored before the test: the client reads the token from the keychain's
     // cache, which has it at once; the keychain itself answers meanwhile.
-    auto stored = KeychainStore::saveToken(token);
-    const auto lists = co_await APIClient::shared().getTasks();
+    auto stored = m_keychain.saveToken(token);
+    const auto lists = co_await m_client.getTasks();
     const KeychainReply kept = co_await stored;
     if (!lists || kept.outcome != KeychainReply::Outcome::Done) {
         ++m_generation;
-        QCoro::connect(KeychainStore::clearToken(), this, [](const KeychainReply&) {});
+        QCoro::connect(m_keychain.clearToken(), this, [](const KeychainReply&) {});
         setSignedIn(false);
         setLastError(lists ? QStringLiteral("Could not store the token in the keyring: ") + kept.why
                            : lists.error().errorDescription());
@@ -184,7 +186,7 @@ void AuthService::beginBrowserSignIn(const QString& serverBase)
         return;
     }
     setLastError({});
-    const bool opened = m_openBrowser ? m_openBrowser(connect) : QDesktopServices::openUrl(connect);
+    const bool opened = m_openBrowser(connect);
     if (!opened)
         qWarning("AuthService open browser failed: %s",
                  qPrintable(connect.toString(QUrl::RemoveQuery)));
@@ -220,18 +222,16 @@ void AuthService::signOut()
 {
     takeOver();
     const quint64 generation = m_generation;
-    QCoro::connect(KeychainStore::clearToken(), this,
-                   [this, generation](const KeychainReply& removed) {
-                       if (generation != m_generation)
-                           return;
-                       const bool gone = removed.outcome == KeychainReply::Outcome::Done ||
-                                         removed.outcome == KeychainReply::Outcome::Missing;
-                       setKeychainProblem(
-                           gone ? QString()
+    QCoro::connect(m_keychain.clearToken(), this, [this, generation](const KeychainReply& removed) {
+        if (generation != m_generation)
+            return;
+        const bool gone = removed.outcome == KeychainReply::Outcome::Done ||
+                          removed.outcome == KeychainReply::Outcome::Missing;
+        setKeychainProblem(gone ? QString()
                                 : QStringLiteral("Signed out, but the token could not be removed "
                                                  "from the keyring: ") +
                                       removed.why);
-                   });
+    });
     setSignedIn(false);
     setLastError({});
     m_pendingNonce.clear();

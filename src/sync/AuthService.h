@@ -9,6 +9,9 @@
 #include <chrono>
 #include <functional>
 
+class APIClient;
+class KeychainStore;
+
 // Signing in to the web service, with a pasted token or through the browser
 // and a callback URL on the app's own scheme, and the published sign-in state.
 class AuthService final : public QObject
@@ -22,7 +25,12 @@ class AuthService final : public QObject
 public:
     using BrowserOpener = std::function<bool(const QUrl&)>;
 
+    // The application's instance, built by its composition root.
     static AuthService& shared();
+    // Checks tokens with `client`, keeps them in `keychain`, and opens the
+    // connect page with `openBrowser` (the desktop's web browser in the app).
+    AuthService(APIClient& client, KeychainStore& keychain, BrowserOpener openBrowser,
+                QObject* parent = nullptr);
 
     // Trims the token, stores it, and keeps it only when the server accepts it
     // and the keychain has stored it.
@@ -54,8 +62,6 @@ public:
     // Empty when there is no error.
     QString lastError() const { return m_lastError; }
 
-    // Tests: replaces how the connect page is opened; empty restores the desktop's browser.
-    void setBrowserOpener(BrowserOpener opener);
     // Reads the signed-in state from the keychain, as at start-up. Nothing asks
     // the keychain before the first reload(): a start-up without the hub or sync
     // never touches it.
@@ -72,8 +78,6 @@ signals:
     void lastErrorChanged();
 
 private:
-    AuthService();
-
     void lookUp(quint64 generation);
     // Ends any look-up under way: what follows decides the state.
     void takeOver();
@@ -82,6 +86,9 @@ private:
     void setLastError(const QString& text);
     void setKeychainProblem(const QString& text);
 
+    APIClient& m_client;
+    KeychainStore& m_keychain;
+    BrowserOpener m_openBrowser;
     bool m_isSignedIn = false;
     bool m_isLoading = true; // until the keychain has been asked and has answered
     bool m_loadStarted = false;
@@ -90,5 +97,4 @@ private:
     QString m_keychainProblem;
     QString m_lastError;
     QString m_pendingNonce;
-    BrowserOpener m_openBrowser;
 };

@@ -32,9 +32,6 @@ void DebouncedPush::request(ModelContext& context)
         m_saveDeadline->stop();
         if (target)
             target->save(); // a failed save keeps the changes for the next one
-        if (m_testPush)
-            m_testPush();
-        else
-            QCoro::connect(m_push(), this, [] {});
+        QCoro::connect(m_push(), this, [] {});
     });
 }

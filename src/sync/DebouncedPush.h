@@ -28,14 +28,11 @@ public:
     DebouncedPush(QString key, std::chrono::milliseconds delay, Push push, QObject* parent);
 
     void request(ModelContext& context);
-    // Tests observe pushes here instead of reaching the sync engine.
-    void setPushHandler(std::function<void()> push) { m_testPush = std::move(push); }
 
 private:
     QString m_key;
     std::chrono::milliseconds m_delay;
     Push m_push;
-    std::function<void()> m_testPush;
     Debouncer* m_debouncer;
     QTimer* m_saveDeadline; // runs from the first unsaved request until a save
     QPointer<ModelContext> m_target;

@@ -12,43 +12,23 @@
 #include <QThread>
 
 namespace {
-struct Cache
+// One thread for the whole process, whatever the number of stores.
+struct CallThread
 {
     QMutex lock;
-    std::optional<QString> token;
-    bool loaded = false;
-    quint64 changes = 0; // saves, clears and backend swaps so far
-    std::shared_ptr<KeychainBackend> backend;
-    QThread* thread = nullptr; // where keychain calls run
-    QObject* calls = nullptr;  // lives on `thread`
+    QThread* thread = nullptr;
+    QObject* calls = nullptr; // lives on `thread`
 };
 
-Cache& cache()
+CallThread& callThread()
 {
-    static Cache* c = new Cache; // never destroyed: may be used during shut-down
+    static CallThread* c = new CallThread; // never destroyed: may be used during shut-down
     return *c;
-}
-
-// One for the whole process: the secret-store library keeps per-process state
-// tied to the thread that first used it, so its worker thread must never change.
-std::shared_ptr<KeychainBackend> systemKeychain()
-{
-    static const auto keychain = std::make_shared<SecretServiceKeychain>();
-    return keychain;
-}
-
-std::shared_ptr<KeychainBackend> backend()
-{
-    Cache& c = cache();
-    QMutexLocker locker(&c.lock);
-    if (!c.backend)
-        c.backend = systemKeychain();
-    return c.backend;
 }
 
 QObject* callsObject()
 {
-    Cache& c = cache();
+    CallThread& c = callThread();
     QMutexLocker locker(&c.lock);
     if (!c.thread) {
         c.thread = new QThread;
@@ -60,7 +40,7 @@ QObject* callsObject()
         // hung secret store is left behind rather than holding up the exit.
         if (QCoreApplication* app = QCoreApplication::instance()) {
             QObject::connect(app, &QObject::destroyed, [] {
-                Cache& c = cache();
+                CallThread& c = callThread();
                 QMutexLocker locker(&c.lock);
                 c.thread->quit();
                 // Deleted here once its thread has ended: no event loop is left to
@@ -79,12 +59,12 @@ QObject* callsObject()
 
 // Runs `call` with the current keychain on the keychain thread; the future
 // finishes there and is awaited on the caller's own thread.
-QFuture<KeychainReply> onKeychainThread(std::function<KeychainReply(KeychainBackend&)> call)
+QFuture<KeychainReply> onKeychainThread(std::shared_ptr<KeychainBackend> keychain,
+                                        std::function<KeychainReply(KeychainBackend&)> call)
 {
     auto promise = std::make_shared<QPromise<KeychainReply>>();
     QFuture<KeychainReply> future = promise->future();
     promise->start();
-    const std::shared_ptr<KeychainBackend> keychain = backend();
     QMetaObject::invokeMethod(
         callsObject(),
         [promise, keychain, call = std::move(call)] {
@@ -96,6 +76,31 @@ QFuture<KeychainReply> onKeychainThread(std::function<KeychainReply(KeychainBack
 }
 } // namespace
 
+struct KeychainStore::State
+{
+    QMutex lock;
+    std::optional<QString> token;
+    bool loaded = false;
+    quint64 changes = 0; // saves and clears so far
+    std::shared_ptr<KeychainBackend> backend;
+};
+
+KeychainStore::KeychainStore(std::shared_ptr<KeychainBackend> backend)
+    : m_state(std::make_shared<State>())
+{
+    m_state->backend = std::move(backend);
+}
+
+KeychainStore::~KeychainStore() = default;
+
+std::shared_ptr<KeychainBackend> KeychainStore::system()
+{
+    // One for the whole process: the secret-store library keeps per-process state
+    // tied to the thread that first used it, so its worker thread must never change.
+    static const auto keychain = std::make_shared<SecretServiceKeychain>();
+    return keychain;
+}
+
 QString KeychainStore::service()
 {
     static const QString name = [] {
@@ -105,16 +110,18 @@ QString KeychainStore::service()
     return name;
 }
 
-std::optional<QString> KeychainStore::cachedToken()
+std::optional<QString> KeychainStore::cachedToken() const
 {
-    Cache& c = cache();
+    State& c = *m_state;
     QMutexLocker locker(&c.lock);
     return c.loaded ? c.token : std::nullopt;
 }
 
 QCoro::Task<KeychainStore::Lookup> KeychainStore::fetchToken()
 {
-    Cache& c = cache();
+    // The frame keeps the state alive should the store go while the keychain answers.
+    const std::shared_ptr<State> state = m_state;
+    State& c = *state;
     quint64 changesBefore = 0;
     {
         QMutexLocker locker(&c.lock);
@@ -124,7 +131,7 @@ QCoro::Task<KeychainStore::Lookup> KeychainStore::fetchToken()
     }
     // No temporaries inside a co_await: GCC 12 destroys some of them twice.
     QFuture<KeychainReply> pending =
-        onKeychainThread([service = service()](KeychainBackend& keychain) {
+        onKeychainThread(c.backend, [service = service()](KeychainBackend& keychain) {
             return keychain.read(service, account());
         });
     const KeychainReply reply = co_await pending;
@@ -149,16 +156,16 @@ QCoro::Task<KeychainStore::Lookup> KeychainStore::fetchToken()
 
 QCoro::Task<KeychainReply> KeychainStore::saveToken(const QString& token)
 {
+    const std::shared_ptr<State> state = m_state;
     {
-        Cache& c = cache();
-        QMutexLocker locker(&c.lock);
-        c.token = token;
-        c.loaded = true;
-        ++c.changes;
+        QMutexLocker locker(&state->lock);
+        state->token = token;
+        state->loaded = true;
+        ++state->changes;
     }
     // The secret store replaces an existing item, so no delete is needed first.
-    QFuture<KeychainReply> pending =
-        onKeychainThread([service = service(), data = token.toUtf8()](KeychainBackend& keychain) {
+    QFuture<KeychainReply> pending = onKeychainThread(
+        state->backend, [service = service(), data = token.toUtf8()](KeychainBackend& keychain) {
             return keychain.write(service, account(), data);
         });
     const KeychainReply reply = co_await pending;
@@ -167,29 +174,17 @@ QCoro::Task<KeychainReply> KeychainStore::saveToken(const QString& token)
 
 QCoro::Task<KeychainReply> KeychainStore::clearToken()
 {
+    const std::shared_ptr<State> state = m_state;
     {
-        Cache& c = cache();
-        QMutexLocker locker(&c.lock);
-        c.token.reset();
-        c.loaded = true;
-        ++c.changes;
+        QMutexLocker locker(&state->lock);
+        state->token.reset();
+        state->loaded = true;
+        ++state->changes;
     }
     QFuture<KeychainReply> pending =
-        onKeychainThread([service = service()](KeychainBackend& keychain) {
+        onKeychainThread(state->backend, [service = service()](KeychainBackend& keychain) {
             return keychain.remove(service, account());
         });
     const KeychainReply reply = co_await pending;
     co_return reply;
-}
-
-void KeychainStore::setBackend(std::shared_ptr<KeychainBackend> replacement)
-{
-    Cache& c = cache();
-    std::shared_ptr<KeychainBackend> old; // released after the lock: it may take a moment to stop
-    QMutexLocker locker(&c.lock);
-    old = std::move(c.backend);
-    c.backend = std::move(replacement);
-    c.token.reset();
-    c.loaded = false;
-    ++c.changes;
 }

@@ -16,7 +16,14 @@
 class KeychainStore
 {
 public:
-    KeychainStore() = delete;
+    // Keeps the token in `backend` (system() on this desktop).
+    explicit KeychainStore(std::shared_ptr<KeychainBackend> backend);
+    ~KeychainStore();
+    KeychainStore(const KeychainStore&) = delete;
+    KeychainStore& operator=(const KeychainStore&) = delete;
+
+    // The desktop's secret store, one for the whole process.
+    static std::shared_ptr<KeychainBackend> system();
 
     // The bundle identifier, or "com.brenlow.tidewell" without one.
     static QString service();
@@ -29,17 +36,17 @@ public:
     };
 
     // The cached token, or the keychain's when nothing is cached yet. A found or
-    // missing item is cached for the rest of the process; no answer is not.
-    static QCoro::Task<Lookup> fetchToken();
+    // missing item is cached for the store's life; no answer is not.
+    QCoro::Task<Lookup> fetchToken();
     // What requests use: the cached token, never a keychain call.
-    static std::optional<QString> cachedToken();
+    std::optional<QString> cachedToken() const;
 
     // Both change the cache at once, so requests see the change before the
     // keychain has; the reply says whether the keychain took it.
-    static QCoro::Task<KeychainReply> saveToken(const QString& token);
-    static QCoro::Task<KeychainReply> clearToken();
+    QCoro::Task<KeychainReply> saveToken(const QString& token);
+    QCoro::Task<KeychainReply> clearToken();
 
-    // Tests: replaces the keychain (null restores the system one) and forgets
-    // the cache, as a new process would.
-    static void setBackend(std::shared_ptr<KeychainBackend> backend);
+private:
+    struct State;
+    std::shared_ptr<State> m_state;
 };

@@ -4,8 +4,10 @@
 #include "AuthService.h"
 #include "Clock.h"
 #include "DataStore.h"
+#include "SharedInstance.h"
 #include "SyncMapping.h"
 
+#include <QPointer>
 #include <QScopeGuard>
 
 #include <memory>
@@ -16,17 +18,21 @@ const QString unreadable = QStringLiteral("could not read local data");
 
 SyncEngine& SyncEngine::shared()
 {
-    static SyncEngine* instance = new SyncEngine;
-    return *instance;
+    return SharedInstance<SyncEngine>::get();
 }
 
-SyncEngine::SyncEngine()
+SyncEngine::SyncEngine(DataStore& store, APIClient& client, AuthService& auth, const Clock& clock,
+                       QObject* parent)
+    : QObject(parent)
+    , m_store(store)
+    , m_client(client)
+    , m_auth(auth)
+    , m_clock(clock)
 {
-    AuthService& auth = AuthService::shared();
     connect(&auth, &AuthService::signedIn, this,
             [this] { QCoro::connect(pullAll(), this, [] {}); });
     connect(&auth, &AuthService::isSignedInChanged, this, [this] {
-        if (!AuthService::shared().isSignedIn() && !AuthService::shared().isLoading())
+        if (!m_auth.isSignedIn() && !m_auth.isLoading())
             setLastSyncedAt({});
     });
 }
@@ -41,7 +47,7 @@ void SyncEngine::setLastSyncedAt(const QDateTime& when)
 
 ModelContext& SyncEngine::context()
 {
-    return DataStore::shared().mainContext();
+    return m_store.mainContext();
 }
 
 void SyncEngine::setSyncing(bool on)
@@ -72,7 +78,7 @@ void SyncEngine::failed(const APIError& error, const QString& prefix)
 {
     if (error.kind() == APIError::Kind::Unauthorized) {
         setLastError(QStringLiteral("Token rejected — sign in again"));
-        AuthService::shared().signOut();
+        m_auth.signOut();
         return;
     }
     setLastError(prefix + error.errorDescription());
@@ -80,36 +86,48 @@ void SyncEngine::failed(const APIError& error, const QString& prefix)
 
 QCoro::Task<> SyncEngine::pullAll()
 {
-    co_await AuthService::shared().settled();
-    if (!AuthService::shared().isSignedIn()) {
+    // The engine may go while a request is out (a test's restart): then the
+    // pull ends without touching it.
+    const QPointer<SyncEngine> self(this);
+    co_await m_auth.settled();
+    if (!self)
+        co_return;
+    if (!m_auth.isSignedIn()) {
         setLastError(QStringLiteral("Not signed in"));
         co_return;
     }
     setSyncing(true);
     // Whatever happens below, the pull ends here.
-    const auto end = qScopeGuard([this] {
-        setApplyingRemote(false);
-        setSyncing(false);
+    const auto end = qScopeGuard([self] {
+        if (!self)
+            return;
+        self->setApplyingRemote(false);
+        self->setSyncing(false);
     });
 
-    APIClient& api = APIClient::shared();
     // Destroying the scope aborts whatever is still in flight.
     auto scope = std::make_unique<QObject>();
-    auto tasksCall = api.getTasks(scope.get());
-    auto habitsCall = api.getHabits(scope.get());
-    auto pomodoroCall = api.getPomodoro(scope.get());
+    auto tasksCall = m_client.getTasks(scope.get());
+    auto habitsCall = m_client.getHabits(scope.get());
+    auto pomodoroCall = m_client.getPomodoro(scope.get());
 
     const auto lists = co_await tasksCall;
+    if (!self)
+        co_return;
     if (!lists) {
         failed(lists.error(), {});
         co_return;
     }
     const auto habits = co_await habitsCall;
+    if (!self)
+        co_return;
     if (!habits) {
         failed(habits.error(), {});
         co_return;
     }
     const auto pomodoro = co_await pomodoroCall;
+    if (!self)
+        co_return;
     if (!pomodoro) {
         failed(pomodoro.error(), {});
         co_return;
@@ -122,15 +140,15 @@ QCoro::Task<> SyncEngine::pullAll()
     }
     setApplyingRemote(true);
     SyncMapping::applyTasks(ctx, lists.value());
-    SyncMapping::applyHabits(ctx, habits.value());
-    SyncMapping::applyPomodoro(ctx, pomodoro.value());
+    SyncMapping::applyHabits(ctx, habits.value(), m_clock.now());
+    SyncMapping::applyPomodoro(ctx, pomodoro.value(), m_clock.now());
     QString why;
     if (!ctx.save(&why)) {
         setLastError(why);
         co_return;
     }
     setApplyingRemote(false);
-    setLastSyncedAt(Clock::now());
+    setLastSyncedAt(m_clock.now());
     setLastError({});
 }
 
@@ -140,9 +158,9 @@ QCoro::Task<bool> SyncEngine::mayPush()
     // before waiting for the keychain.
     if (m_applyingRemote)
         co_return false;
-    AuthService& auth = AuthService::shared();
-    co_await auth.settled();
-    co_return auth.isSignedIn();
+    const QPointer<SyncEngine> self(this);
+    co_await m_auth.settled();
+    co_return self&& m_auth.isSignedIn();
 }
 
 QCoro::Task<> SyncEngine::pushHabits()
@@ -155,8 +173,9 @@ QCoro::Task<> SyncEngine::pushHabits()
         setLastError(prefix + unreadable);
         co_return;
     }
-    const auto error = co_await APIClient::shared().putHabits(*habits);
-    if (error)
+    const QPointer<SyncEngine> self(this);
+    const auto error = co_await m_client.putHabits(*habits);
+    if (self && error)
         failed(*error, prefix);
 }
 
@@ -170,8 +189,9 @@ QCoro::Task<> SyncEngine::pushTasks()
         setLastError(prefix + unreadable);
         co_return;
     }
-    const auto error = co_await APIClient::shared().putTasks(*lists);
-    if (error)
+    const QPointer<SyncEngine> self(this);
+    const auto error = co_await m_client.putTasks(*lists);
+    if (self && error)
         failed(*error, prefix);
 }
 
@@ -183,7 +203,8 @@ QCoro::Task<> SyncEngine::pushPomodoro()
     const std::optional<PomodoroState> state = SyncMapping::pomodoro(context());
     if (!state)
         co_return;
-    const auto error = co_await APIClient::shared().putPomodoro(*state);
-    if (error)
+    const QPointer<SyncEngine> self(this);
+    const auto error = co_await m_client.putPomodoro(*state);
+    if (self && error)
         failed(*error, prefix);
 }

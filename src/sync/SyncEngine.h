@@ -7,7 +7,11 @@
 
 #include <functional>
 
+class APIClient;
 class APIError;
+class AuthService;
+class Clock;
+class DataStore;
 class ModelContext;
 
 // Keeps the local habits, task lists and timer state in step with the web
@@ -21,7 +25,11 @@ class SyncEngine final : public QObject
     Q_PROPERTY(QDateTime lastSyncedAt READ lastSyncedAt NOTIFY lastSyncedAtChanged)
 
 public:
+    // The application's instance, built by its composition root.
     static SyncEngine& shared();
+    // Follows `auth`: a new sign-in pulls, a sign-out forgets the last sync.
+    SyncEngine(DataStore& store, APIClient& client, AuthService& auth, const Clock& clock,
+               QObject* parent = nullptr);
 
     QCoro::Task<> pullAll();
     // Each sends its whole resource as read from the store now; dropped while
@@ -44,11 +52,9 @@ signals:
     void lastSyncedAtChanged();
 
 private:
-    // Follows the sign-in service: a new sign-in pulls, a sign-out forgets the last sync.
-    SyncEngine();
     void setLastSyncedAt(const QDateTime& when);
 
-    static ModelContext& context();
+    ModelContext& context();
     QCoro::Task<bool> mayPush();
     // A failed request: a rejected token signs out; anything else is reported
     // after `prefix`.
@@ -57,6 +63,10 @@ private:
     void setApplyingRemote(bool on);
     void setLastError(const QString& text);
 
+    DataStore& m_store;
+    APIClient& m_client;
+    AuthService& m_auth;
+    const Clock& m_clock;
     // Pulls running at once; isSyncing while any of them runs.
     int m_syncing = 0;
     bool m_applyingRemote = false;

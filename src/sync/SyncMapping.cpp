@@ -1,6 +1,5 @@
 #include "SyncMapping.h"
 
-#include "Clock.h"
 #include "EmojiCoding.h"
 #include "Habit.h"
 #include "HabitHistory.h"
@@ -129,7 +128,8 @@ void SyncMapping::applyTasks(ModelContext& context, const QList<WireTaskList>& l
     }
 }
 
-void SyncMapping::applyHabits(ModelContext& context, const QList<WireHabit>& habits)
+void SyncMapping::applyHabits(ModelContext& context, const QList<WireHabit>& habits,
+                              const QDateTime& now)
 {
     QList<Habit*> old = context.fetch<Habit>();
     sortByOrder(old);
@@ -151,7 +151,7 @@ void SyncMapping::applyHabits(ModelContext& context, const QList<WireHabit>& hab
         const WireHabit& w = habits.at(i);
         auto* habit = new Habit(EmojiCoding::decode(w.icon), w.name, w.color, w.maxValue, i);
         habit->setCurrentValue(w.currentValue);
-        habit->setFirstTrackerDate(WireDate::parse(w.firstTrackerDate).value_or(Clock::now()));
+        habit->setFirstTrackerDate(WireDate::parse(w.firstTrackerDate).value_or(now));
         context.insert(habit);
         created.append(habit);
     }
@@ -176,14 +176,15 @@ void SyncMapping::applyHabits(ModelContext& context, const QList<WireHabit>& hab
     }
 }
 
-void SyncMapping::applyPomodoro(ModelContext& context, const std::optional<PomodoroState>& state)
+void SyncMapping::applyPomodoro(ModelContext& context, const std::optional<PomodoroState>& state,
+                                const QDateTime& now)
 {
     if (!state)
         return;
     const QList<PomodoroConfig*> configs = context.fetch<PomodoroConfig>();
     PomodoroConfig* c = configs.isEmpty() ? nullptr : configs.first();
     if (!c) {
-        c = PomodoroConfig::createDefault();
+        c = PomodoroConfig::createDefault(now);
         context.insert(c);
     }
     const QStringList& k = PomodoroState::keys();

@@ -33,7 +33,11 @@ public:
     static void applyTasks(ModelContext& context, const QList<WireTaskList>& lists);
     // Replaces every habit with `habits`, in received order. Daily history moves
     // to the first pulled habit of the same name; the rest goes with its habit.
-    static void applyHabits(ModelContext& context, const QList<WireHabit>& habits);
-    // Overwrites the timer configuration; absent state changes nothing.
-    static void applyPomodoro(ModelContext& context, const std::optional<PomodoroState>& state);
+    // A habit without a readable first day tracks from `now`.
+    static void applyHabits(ModelContext& context, const QList<WireHabit>& habits,
+                            const QDateTime& now);
+    // Overwrites the timer configuration (one counting from `now` when there is
+    // none); absent state changes nothing.
+    static void applyPomodoro(ModelContext& context, const std::optional<PomodoroState>& state,
+                              const QDateTime& now);
 };

@@ -1,6 +1,7 @@
 #include "AudioService.h"
 
 #include "ModuleLoader.h"
+#include "SharedInstance.h"
 #include "SoundBackend.h"
 
 #include <QCoreApplication>
@@ -16,24 +17,21 @@
 
 AudioService& AudioService::shared()
 {
-    // Never destroyed: releasing a sound while Qt Multimedia still decodes another
-    // one blocks until that finishes, which can hang the quit. The process end
-    // frees it all.
-    static auto* instance = [] {
-        // Qt Multimedia deadlocks when the process exits while it still decodes a
-        // sound (its cache waits for the decoder while holding a lock the decoder
-        // needs), so the exit first lets such a decode finish.
-        qAddPostRoutine([] { shared().finishLoading(std::chrono::seconds(2)); });
-        return new AudioService(nullptr);
-    }();
-    return *instance;
+    return SharedInstance<AudioService>::get();
 }
 
-AudioService::AudioService(QObject* parent)
+AudioService::AudioService(const ModuleLoader& modules, QObject* parent)
     : QObject(parent)
+    , m_modules(modules)
 {}
 
-AudioService::~AudioService() = default;
+AudioService::~AudioService()
+{
+    // Qt Multimedia deadlocks when a player is released while it still decodes
+    // a sound (its cache waits for the decoder while holding a lock the decoder
+    // needs), so such a decode is let finish first.
+    finishLoading(std::chrono::seconds(2));
+}
 
 SoundBackend* AudioService::backend()
 {
@@ -41,8 +39,7 @@ SoundBackend* AudioService::backend()
         return m_backend;
     m_backendTried = true;
     QString why;
-    m_backend =
-        qobject_cast<SoundBackend*>(ModuleLoader::load(QStringLiteral("tidewell_sound"), &why));
+    m_backend = qobject_cast<SoundBackend*>(m_modules.load(QStringLiteral("tidewell_sound"), &why));
     if (!m_backend)
         qWarning("AudioService: no sound module (%s); sounds stay silent", qPrintable(why));
     return m_backend;

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <memory>
 
+class ModuleLoader;
 class SoundBackend;
 class SoundEffect;
 
@@ -33,7 +34,11 @@ public:
     };
     Q_ENUM(Sound)
 
+    // The application's instance, built by its composition root.
     static AudioService& shared();
+    // Loads the sound module through `modules` when the first sound plays.
+    explicit AudioService(const ModuleLoader& modules, QObject* parent = nullptr);
+    ~AudioService() override;
     static QString name(Sound sound);
 
     bool isMuted() const;
@@ -59,9 +64,6 @@ signals:
     void played(AudioService::Sound sound);
 
 private:
-    explicit AudioService(QObject* parent);
-    ~AudioService() override;
-
     // The sound module, loaded on the first sound; null when it cannot be loaded.
     SoundBackend* backend();
     void forget(const QString& soundName, const SoundEffect* effect);
@@ -70,6 +72,7 @@ private:
 
     mutable QMutex m_lock; // guards m_players
     QHash<QString, std::shared_ptr<SoundEffect>> m_players;
+    const ModuleLoader& m_modules;
     SoundBackend* m_backend = nullptr;
     bool m_backendTried = false;
     QString m_resourceDirectory;

@@ -4,33 +4,25 @@
 #include <QFileInfo>
 #include <QPluginLoader>
 
-namespace {
-QString& searchDirectory()
-{
-    static QString dir;
-    return dir;
-}
-} // namespace
+ModuleLoader::ModuleLoader()
+    : ModuleLoader(QCoreApplication::applicationDirPath() +
+                   QStringLiteral("/../" TIDEWELL_INSTALL_LIBDIR "/tidewell"))
+{}
 
-void ModuleLoader::setSearchDirectory(const QString& dir)
-{
-    searchDirectory() = dir;
-}
+ModuleLoader::ModuleLoader(QString directory)
+    : m_directory(std::move(directory))
+{}
 
-QObject* ModuleLoader::load(const QString& name, QString* why)
+QObject* ModuleLoader::load(const QString& name, QString* why) const
 {
-    const QStringList dirs{searchDirectory(),
-                           QCoreApplication::applicationDirPath() +
-                               QStringLiteral("/../" TIDEWELL_INSTALL_LIBDIR "/tidewell")};
-    *why = QStringLiteral("%1.so not found").arg(name);
-    for (const QString& dir : dirs) {
-        const QString file = dir + u'/' + name + QStringLiteral(".so");
-        if (dir.isEmpty() || !QFileInfo::exists(file))
-            continue;
-        QPluginLoader loader(file);
-        if (QObject* root = loader.instance())
-            return root;
-        *why = loader.errorString();
+    const QString file = m_directory + u'/' + name + QStringLiteral(".so");
+    if (!QFileInfo::exists(file)) {
+        *why = QStringLiteral("%1.so not found").arg(name);
+        return nullptr;
     }
+    QPluginLoader loader(file);
+    if (QObject* root = loader.instance())
+        return root;
+    *why = loader.errorString();
     return nullptr;
 }

@@ -2,8 +2,8 @@
 
 #include "Clock.h"
 #include "NotificationBackend.h"
+#include "SharedInstance.h"
 
-#include <QCoreApplication>
 #include <QMutexLocker>
 #include <QTimer>
 #include <QUuid>
@@ -18,26 +18,23 @@ constexpr qint64 maxStepMs = 60'000;
 
 NotificationService& NotificationService::shared()
 {
-    static auto* instance = new NotificationService(QCoreApplication::instance());
-    return *instance;
+    return SharedInstance<NotificationService>::get();
 }
 
-NotificationService::NotificationService(QObject* parent)
+NotificationService::NotificationService(const Clock& clock,
+                                         std::unique_ptr<NotificationBackend> backend,
+                                         QObject* parent)
     : QObject(parent)
-    , m_backend(NotificationBackend::create())
+    , m_clock(clock)
+    , m_backend(std::move(backend))
 {}
 
 NotificationService::~NotificationService() = default;
 
-void NotificationService::setBackend(std::unique_ptr<NotificationBackend> backend)
-{
-    m_backend = std::move(backend);
-}
-
 QCoro::Task<std::optional<QString>>
 NotificationService::schedule(const QString& title, const QString& body, const QDateTime& fireAt)
 {
-    if (Clock::now().msecsTo(fireAt) <= 0)
+    if (m_clock.now().msecsTo(fireAt) <= 0)
         co_return std::nullopt;
     const QString id = QUuid::createUuid().toString(QUuid::WithoutBraces);
     auto* timer = new QTimer(this);
@@ -48,7 +45,7 @@ NotificationService::schedule(const QString& title, const QString& body, const Q
         QMutexLocker locker(&m_lock);
         m_pending.insert(id, {timer, title, body, fireAt});
     }
-    timer->start(int(std::min(Clock::now().msecsTo(fireAt), maxStepMs)));
+    timer->start(int(std::min(m_clock.now().msecsTo(fireAt), maxStepMs)));
     co_return id;
 }
 
@@ -60,7 +57,7 @@ void NotificationService::deliverIfDue(const QString& id)
         const auto found = m_pending.constFind(id);
         if (found == m_pending.cend())
             return;
-        const qint64 left = Clock::now().msecsTo(found->fireAt);
+        const qint64 left = m_clock.now().msecsTo(found->fireAt);
         if (left > 0) {
             found->timer->start(int(std::min(left, maxStepMs)));
             return;

@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 
+class Clock;
 class NotificationBackend;
 class QTimer;
 
@@ -22,7 +23,11 @@ class NotificationService final : public QObject
     Q_OBJECT
 
 public:
+    // The application's instance, built by its composition root.
     static NotificationService& shared();
+    // Notices are shown through `backend` (NotificationBackend::create() on this desktop).
+    NotificationService(const Clock& clock, std::unique_ptr<NotificationBackend> backend,
+                        QObject* parent = nullptr);
 
     // The new request's identifier (a UUID text), or nothing when `fireAt` is not
     // in the future or the request could not be added.
@@ -45,8 +50,6 @@ public:
 
     QSet<QString> pendingIDs() const;
 
-    // Tests and other platforms replace where notices are shown.
-    void setBackend(std::unique_ptr<NotificationBackend> backend);
     ~NotificationService() override;
 
 signals:
@@ -54,7 +57,6 @@ signals:
     void delivered(const QString& id);
 
 private:
-    explicit NotificationService(QObject* parent);
     void deliver(const QString& id, const QString& title, const QString& body);
 
     struct Pending
@@ -67,6 +69,7 @@ private:
     // Hands the request to the server when its moment has come, else waits on.
     void deliverIfDue(const QString& id);
 
+    const Clock& m_clock;
     mutable QMutex m_lock; // guards m_pending
     QHash<QString, Pending> m_pending;
     std::unique_ptr<NotificationBackend> m_backend;

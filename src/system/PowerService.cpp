@@ -1,27 +1,21 @@
 #include "PowerService.h"
 
+#include "SharedInstance.h"
 #include "SleepInhibitor.h"
 
-#include <QCoreApplication>
 #include <QPointer>
 
 PowerService& PowerService::shared()
 {
-    static auto* instance = new PowerService(QCoreApplication::instance());
-    return *instance;
+    return SharedInstance<PowerService>::get();
 }
 
-PowerService::PowerService(QObject* parent)
+PowerService::PowerService(std::unique_ptr<SleepInhibitor> inhibitor, QObject* parent)
     : QObject(parent)
-    , m_inhibitor(SleepInhibitor::create())
+    , m_inhibitor(std::move(inhibitor))
 {}
 
 PowerService::~PowerService() = default;
-
-void PowerService::setInhibitor(std::unique_ptr<SleepInhibitor> inhibitor)
-{
-    m_inhibitor = std::move(inhibitor);
-}
 
 void PowerService::acquire(const QString& reason)
 {
@@ -30,17 +24,15 @@ void PowerService::acquire(const QString& reason)
         return;
     m_asking = true;
     QPointer<PowerService> self(this);
-    SleepInhibitor* asked = m_inhibitor.get();
-    m_inhibitor->inhibit(reason, [self, asked](std::optional<quint32> cookie) {
+    m_inhibitor->inhibit(reason, [self](std::optional<quint32> cookie) {
         if (!self)
             return;
         self->m_asking = false;
         if (!cookie)
             return;
-        // Released (or replaced) while the answer was on its way: give it straight back.
-        if (!self->m_wanted || asked != self->m_inhibitor.get()) {
-            if (asked == self->m_inhibitor.get())
-                asked->uninhibit(*cookie);
+        // Released while the answer was on its way: give it straight back.
+        if (!self->m_wanted) {
+            self->m_inhibitor->uninhibit(*cookie);
             return;
         }
         self->m_assertionID = *cookie;

@@ -16,7 +16,10 @@ class PowerService final : public QObject
     Q_PROPERTY(bool isHeld READ isHeld NOTIFY isHeldChanged)
 
 public:
+    // The application's instance, built by its composition root.
     static PowerService& shared();
+    // Holds the display awake through `inhibitor` (SleepInhibitor::create() on this desktop).
+    explicit PowerService(std::unique_ptr<SleepInhibitor> inhibitor, QObject* parent = nullptr);
 
     // A second acquire while held or asked for does nothing; a refusal leaves isHeld false.
     void acquire(const QString& reason);
@@ -25,16 +28,12 @@ public:
     bool isHeld() const { return m_held; }
     quint32 assertionID() const { return m_assertionID; }
 
-    // Tests and other platforms replace how the display is kept awake.
-    void setInhibitor(std::unique_ptr<SleepInhibitor> inhibitor);
     ~PowerService() override;
 
 signals:
     void isHeldChanged();
 
 private:
-    explicit PowerService(QObject* parent);
-
     std::unique_ptr<SleepInhibitor> m_inhibitor;
     quint32 m_assertionID = 0;
     bool m_held = false;

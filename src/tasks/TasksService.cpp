@@ -6,25 +6,24 @@
 #include "DebouncedPush.h"
 #include "FetchRequest.h"
 #include "ModelContext.h"
-#include "SyncEngine.h"
+#include "SharedInstance.h"
 #include "TaskItem.h"
 #include "TaskList.h"
-
-#include <QCoreApplication>
 
 #include <algorithm>
 
 TasksService& TasksService::shared()
 {
-    static auto* instance = new TasksService(QCoreApplication::instance());
-    return *instance;
+    return SharedInstance<TasksService>::get();
 }
 
-TasksService::TasksService(QObject* parent)
+TasksService::TasksService(DataStore& store, AudioService& audio, DebouncedPush::Push push,
+                           QObject* parent)
     : QObject(parent)
-    , m_saver(new DebouncedPush(
-          QStringLiteral("tasks"), std::chrono::milliseconds(SaveDelayMs),
-          [] { return SyncEngine::shared().pushTasks(); }, this))
+    , m_store(store)
+    , m_audio(audio)
+    , m_saver(new DebouncedPush(QStringLiteral("tasks"), std::chrono::milliseconds(SaveDelayMs),
+                                std::move(push), this))
 {}
 
 void TasksService::bootstrap()
@@ -33,7 +32,7 @@ void TasksService::bootstrap()
         return;
     m_bootstrapped = true;
     emit bootstrappedChanged();
-    ModelContext& context = DataStore::shared().mainContext();
+    ModelContext& context = m_store.mainContext();
     if (context.count<TaskList>() > 0)
         return;
     context.insert(new TaskList(QStringLiteral("Example Task List"), 0));
@@ -70,7 +69,7 @@ void TasksService::deleteList(TaskList* list, ModelContext& context)
 TaskItem* TasksService::addTask(const QString& text, TaskList* list, ModelContext& context)
 {
     if (Blanks::isBlank(text)) {
-        AudioService::shared().play(AudioService::Sound::Error1);
+        m_audio.play(AudioService::Sound::Error1);
         return nullptr;
     }
     qint64 next = 0;
@@ -80,7 +79,7 @@ TaskItem* TasksService::addTask(const QString& text, TaskList* list, ModelContex
     }
     auto* task = new TaskItem(text, next, list);
     context.insert(task);
-    AudioService::shared().play(AudioService::Sound::NewTask);
+    m_audio.play(AudioService::Sound::NewTask);
     save(context);
     return task;
 }
@@ -98,8 +97,7 @@ void TasksService::toggleCheck(TaskItem* task, ModelContext& context)
     if (!task)
         return;
     task->setChecked(!task->checked());
-    AudioService::shared().play(task->checked() ? AudioService::Sound::Check
-                                                : AudioService::Sound::Uncheck);
+    m_audio.play(task->checked() ? AudioService::Sound::Check : AudioService::Sound::Uncheck);
     TaskList* list = task->list();
     if (list && task->checked() && list->highlightedTaskId() == task->id())
         list->setHighlightedTaskId({});
@@ -165,9 +163,4 @@ QList<TaskItem*> TasksService::sortedTasks(const TaskList* list)
 void TasksService::save(ModelContext& context)
 {
     m_saver->request(context);
-}
-
-void TasksService::setPushHandler(std::function<void()> push)
-{
-    m_saver->setPushHandler(std::move(push));
 }

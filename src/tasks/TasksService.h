@@ -1,12 +1,15 @@
 #pragma once
 
+#include "DebouncedPush.h"
+
 #include <QList>
 #include <QObject>
 #include <QString>
 
 #include <functional>
 
-class DebouncedPush;
+class AudioService;
+class DataStore;
 class ModelContext;
 class TaskItem;
 class TaskList;
@@ -22,8 +25,11 @@ class TasksService final : public QObject
 public:
     static constexpr int SaveDelayMs = 500;
 
+    // The application's instance, built by its composition root.
     static TasksService& shared();
-    explicit TasksService(QObject* parent = nullptr);
+    // `push` runs after each debounced save (the sync engine's tasks push in the app).
+    TasksService(DataStore& store, AudioService& audio, DebouncedPush::Push push,
+                 QObject* parent = nullptr);
 
     // First call only: a store without lists gets "Example Task List".
     void bootstrap();
@@ -47,15 +53,14 @@ public:
     // The lists in the widget's order.
     static QList<TaskList*> listsInOrder(ModelContext& context);
 
-    // What runs after the debounced save; by default the sync engine's tasks push.
-    void setPushHandler(std::function<void()> push);
-
 signals:
     void bootstrappedChanged();
 
 private:
     void save(ModelContext& context);
 
+    DataStore& m_store;
+    AudioService& m_audio;
     DebouncedPush* m_saver;
     bool m_bootstrapped = false;
 };

@@ -8,18 +8,13 @@
 #include "NotificationService.h"
 #include "PomodoroConfig.h"
 #include "PowerService.h"
-#include "SyncEngine.h"
+#include "SharedInstance.h"
 
-#include <QCoreApplication>
-#include <QGuiApplication>
 #include <QTimer>
 
 #include <algorithm>
 
 namespace {
-const QString focusLabel = QStringLiteral("Pomodoro");
-const QString shortBreakLabel = QStringLiteral("Short Break");
-const QString longBreakLabel = QStringLiteral("Long Break");
 const QString debounceKey = QStringLiteral("pomodoro");
 
 qint64 clampMinutes(qint64 minutes, qint64 floor)
@@ -36,19 +31,36 @@ qint64 clampCount(qint64 count)
 
 PomodoroService& PomodoroService::shared()
 {
-    static auto* instance = new PomodoroService(QCoreApplication::instance());
-    return *instance;
+    return SharedInstance<PomodoroService>::get();
 }
 
-std::unique_ptr<PomodoroService> PomodoroService::createForTesting()
-{
-    return std::unique_ptr<PomodoroService>(new PomodoroService(nullptr));
-}
-
-PomodoroService::PomodoroService(QObject* parent)
+PomodoroService::PomodoroService(Collaborators with, QObject* parent)
     : QObject(parent)
+    , m_with(std::move(with))
     , m_debouncer(new Debouncer(this))
 {}
+
+PomodoroService::Scheduler PomodoroService::scheduleThrough(NotificationService& notifications)
+{
+    return [&notifications](const QString& title, const QString& body, const QDateTime& fireAt,
+                            std::function<void(std::optional<QString>)> done) {
+        QCoro::connect(notifications.schedule(title, body, fireAt), &notifications,
+                       std::move(done));
+    };
+}
+
+QString PomodoroService::label(Phase phase)
+{
+    switch (phase) {
+    case Phase::ShortBreak:
+        return QStringLiteral("Short Break");
+    case Phase::LongBreak:
+        return QStringLiteral("Long Break");
+    case Phase::Focus:
+        break;
+    }
+    return QStringLiteral("Pomodoro");
+}
 
 PomodoroService::~PomodoroService() = default;
 
@@ -61,21 +73,12 @@ void PomodoroService::set(T& field, const T& value, void (PomodoroService::*sign
     emit(this->*signal)();
 }
 
-PomodoroService::Phase PomodoroService::currentPhase() const
-{
-    if (m_phaseLabel == shortBreakLabel)
-        return Phase::ShortBreak;
-    if (m_phaseLabel == longBreakLabel)
-        return Phase::LongBreak;
-    return Phase::Focus;
-}
-
 qint64 PomodoroService::currentPhaseDurationMs() const
 {
     qint64 minutes = m_pomodoroDuration;
-    if (currentPhase() == Phase::ShortBreak)
+    if (m_phase == Phase::ShortBreak)
         minutes = m_shortBreakDuration;
-    else if (currentPhase() == Phase::LongBreak)
+    else if (m_phase == Phase::LongBreak)
         minutes = m_longBreakDuration;
     return clampMinutes(minutes, 1) * 60'000;
 }
@@ -94,27 +97,20 @@ void PomodoroService::bootstrap()
     applyConfig(*cfg);
     checkDayReset(*cfg, false);
 
-    DailyResetService::shared().registerHandler([self = QPointer<PomodoroService>(this)] {
+    m_with.dayReset.registerHandler([self = QPointer<PomodoroService>(this)] {
         if (!self)
             return;
         self->checkDayReset(*self->loadOrCreateConfig(true), true);
     });
-    if (auto* app = qobject_cast<QGuiApplication*>(QCoreApplication::instance())) {
-        connect(app, &QGuiApplication::applicationStateChanged, this,
-                [this](Qt::ApplicationState state) {
-                    if (state == Qt::ApplicationActive)
-                        didBecomeActive();
-                });
-    }
 }
 
 PomodoroConfig* PomodoroService::loadOrCreateConfig(bool saveNew)
 {
-    ModelContext& context = DataStore::shared().mainContext();
+    ModelContext& context = m_with.store.mainContext();
     const QList<PomodoroConfig*> existing = context.fetch<PomodoroConfig>();
     if (!existing.isEmpty())
         return existing.first();
-    PomodoroConfig* cfg = PomodoroConfig::createDefault();
+    PomodoroConfig* cfg = PomodoroConfig::createDefault(m_with.clock.now());
     context.insert(cfg);
     if (saveNew)
         context.save();
@@ -139,23 +135,24 @@ void PomodoroService::applyConfig(const PomodoroConfig& cfg)
         &PomodoroService::shortBreakCountChanged);
     set(m_longBreakCount, clampCount(cfg.longBreakCount()),
         &PomodoroService::longBreakCountChanged);
-    const QString label = cfg.isLongBreak()    ? longBreakLabel
-                          : cfg.isShortBreak() ? shortBreakLabel
-                                               : focusLabel;
-    set(m_phaseLabel, label, &PomodoroService::phaseLabelChanged);
+    set(m_phase,
+        cfg.isLongBreak()    ? Phase::LongBreak
+        : cfg.isShortBreak() ? Phase::ShortBreak
+                             : Phase::Focus,
+        &PomodoroService::phaseChanged);
     set(m_remainingMs, currentPhaseDurationMs(), &PomodoroService::remainingMsChanged);
 }
 
 void PomodoroService::checkDayReset(PomodoroConfig& cfg, bool force)
 {
-    const QDateTime now = Clock::now();
+    const QDateTime now = m_with.clock.now();
     if (!force && cfg.firstPomodoroCountDate().toLocalTime().date() == now.toLocalTime().date())
         return;
     set(m_pomodoroCount, qint64(0), &PomodoroService::pomodoroCountChanged);
     set(m_pomodoroTotalCount, qint64(0), &PomodoroService::pomodoroTotalCountChanged);
     set(m_shortBreakCount, qint64(0), &PomodoroService::shortBreakCountChanged);
     set(m_longBreakCount, qint64(0), &PomodoroService::longBreakCountChanged);
-    set(m_phaseLabel, focusLabel, &PomodoroService::phaseLabelChanged);
+    set(m_phase, Phase::Focus, &PomodoroService::phaseChanged);
     set(m_remainingMs, currentPhaseDurationMs(), &PomodoroService::remainingMsChanged);
     // A running countdown is left alone: the next tick puts its time back.
     cfg.setFirstPomodoroCountDate(now);
@@ -165,7 +162,7 @@ void PomodoroService::checkDayReset(PomodoroConfig& cfg, bool force)
 qint64 PomodoroService::msUntilEnd() const
 {
     // msecsTo already truncates; the clamp keeps a far-away instant in range.
-    return std::clamp<qint64>(Clock::now().msecsTo(*m_endDate), -MaxDurationMinutes * 60'000,
+    return std::clamp<qint64>(m_with.clock.now().msecsTo(*m_endDate), -MaxDurationMinutes * 60'000,
                               MaxDurationMinutes * 60'000);
 }
 
@@ -175,11 +172,11 @@ void PomodoroService::start()
         return;
     const qint64 full = currentPhaseDurationMs();
     const qint64 length = (m_remainingMs >= 1 && m_remainingMs < full) ? m_remainingMs : full;
-    m_endDate = Clock::now().addMSecs(length);
+    m_endDate = m_with.clock.now().addMSecs(length);
     set(m_isActive, true, &PomodoroService::isActiveChanged);
     startTick();
-    if (currentPhase() == Phase::Focus)
-        PowerService::shared().acquire(QStringLiteral("Tidewell focus session"));
+    if (m_phase == Phase::Focus)
+        m_with.power.acquire(QStringLiteral("Tidewell focus session"));
     scheduleEndNotification();
     persistDebounced();
 }
@@ -217,7 +214,7 @@ void PomodoroService::stopCountdown()
     set(m_isActive, false, &PomodoroService::isActiveChanged);
     m_endDate.reset();
     stopTick();
-    PowerService::shared().release();
+    m_with.power.release();
     cancelEndNotification();
 }
 
@@ -225,7 +222,7 @@ void PomodoroService::cancelEndNotification()
 {
     ++m_run;
     if (m_scheduledNotifId) {
-        NotificationService::shared().cancel(*m_scheduledNotifId);
+        m_with.notifications.cancel(*m_scheduledNotifId);
         m_scheduledNotifId.reset();
     }
 }
@@ -269,7 +266,7 @@ void PomodoroService::skip()
 void PomodoroService::handleFinish()
 {
     stopCountdown();
-    AudioService::shared().play(AudioService::Sound::FinishPomodoro);
+    m_with.audio.play(AudioService::Sound::FinishPomodoro);
     advancePhase();
     set(m_remainingMs, currentPhaseDurationMs(), &PomodoroService::remainingMsChanged);
     persistDebounced();
@@ -279,23 +276,23 @@ void PomodoroService::handleFinish()
 
 void PomodoroService::advancePhase()
 {
-    switch (currentPhase()) {
+    switch (m_phase) {
     case Phase::Focus:
         set(m_pomodoroCount, m_pomodoroCount + 1, &PomodoroService::pomodoroCountChanged);
         set(m_pomodoroTotalCount, m_pomodoroTotalCount + 1,
             &PomodoroService::pomodoroTotalCountChanged);
-        set(m_phaseLabel,
-            m_pomodoroCount < m_pomodorosForLongBreak ? shortBreakLabel : longBreakLabel,
-            &PomodoroService::phaseLabelChanged);
+        set(m_phase,
+            m_pomodoroCount < m_pomodorosForLongBreak ? Phase::ShortBreak : Phase::LongBreak,
+            &PomodoroService::phaseChanged);
         break;
     case Phase::ShortBreak:
         set(m_shortBreakCount, m_shortBreakCount + 1, &PomodoroService::shortBreakCountChanged);
-        set(m_phaseLabel, focusLabel, &PomodoroService::phaseLabelChanged);
+        set(m_phase, Phase::Focus, &PomodoroService::phaseChanged);
         break;
     case Phase::LongBreak:
         set(m_longBreakCount, m_longBreakCount + 1, &PomodoroService::longBreakCountChanged);
         set(m_pomodoroCount, qint64(0), &PomodoroService::pomodoroCountChanged);
-        set(m_phaseLabel, focusLabel, &PomodoroService::phaseLabelChanged);
+        set(m_phase, Phase::Focus, &PomodoroService::phaseChanged);
         break;
     }
 }
@@ -313,26 +310,22 @@ void PomodoroService::scheduleEndNotification()
 {
     if (!m_endDate)
         return;
-    const QString title = m_phaseLabel + QStringLiteral(" Complete!");
-    const QString body = m_phaseLabel == focusLabel ? QStringLiteral("Time for a break.")
-                                                    : QStringLiteral("Back to work!");
+    const QString title = label(m_phase) + QStringLiteral(" Complete!");
+    const QString body = m_phase == Phase::Focus ? QStringLiteral("Time for a break.")
+                                                 : QStringLiteral("Back to work!");
     const quint64 run = m_run;
-    auto done = [self = QPointer<PomodoroService>(this), run](std::optional<QString> id) {
+    auto done = [self = QPointer<PomodoroService>(this), run,
+                 &notifications = m_with.notifications](std::optional<QString> id) {
         if (!id)
             return;
         // The phase stopped before the identifier came back: withdraw it now.
         if (!self || run != self->m_run || !self->m_isActive) {
-            NotificationService::shared().cancel(*id);
+            notifications.cancel(*id);
             return;
         }
         self->m_scheduledNotifId = std::move(id);
     };
-    if (m_scheduler) {
-        m_scheduler(title, body, *m_endDate, std::move(done));
-        return;
-    }
-    QCoro::connect(NotificationService::shared().schedule(title, body, *m_endDate), this,
-                   std::move(done));
+    m_with.schedule(title, body, *m_endDate, std::move(done));
 }
 
 void PomodoroService::updateSettings(std::optional<qint64> pomodoro,
@@ -364,7 +357,7 @@ void PomodoroService::updateSettings(std::optional<qint64> pomodoro,
     set(m_pomodoroTotalCount, qint64(0), &PomodoroService::pomodoroTotalCountChanged);
     set(m_shortBreakCount, qint64(0), &PomodoroService::shortBreakCountChanged);
     set(m_longBreakCount, qint64(0), &PomodoroService::longBreakCountChanged);
-    set(m_phaseLabel, focusLabel, &PomodoroService::phaseLabelChanged);
+    set(m_phase, Phase::Focus, &PomodoroService::phaseChanged);
     set(m_remainingMs, currentPhaseDurationMs(), &PomodoroService::remainingMsChanged);
     persistImmediate();
 }
@@ -391,15 +384,12 @@ void PomodoroService::writeToStore()
     cfg->setPomodoroTotalCount(m_pomodoroTotalCount);
     cfg->setShortBreakCount(m_shortBreakCount);
     cfg->setLongBreakCount(m_longBreakCount);
-    const Phase phase = currentPhase();
+    const Phase phase = m_phase;
     cfg->setIsBreak(phase != Phase::Focus);
     cfg->setIsShortBreak(phase == Phase::ShortBreak);
     cfg->setIsLongBreak(phase == Phase::LongBreak);
-    DataStore::shared().mainContext().save();
-    if (m_push)
-        m_push();
-    else
-        QCoro::connect(SyncEngine::shared().pushPomodoro(), this, [] {});
+    m_with.store.mainContext().save();
+    QCoro::connect(m_with.push(), this, [] {});
 }
 
 void PomodoroService::persistDebounced()

@@ -10,7 +10,13 @@
 #include <memory>
 #include <optional>
 
+class AudioService;
+class Clock;
+class DailyResetService;
+class DataStore;
 class Debouncer;
+class NotificationService;
+class PowerService;
 class PomodoroConfig;
 class QTimer;
 
@@ -22,7 +28,8 @@ class PomodoroService final : public QObject
     Q_OBJECT
     Q_PROPERTY(qint64 remainingMs READ remainingMs NOTIFY remainingMsChanged)
     Q_PROPERTY(bool isActive READ isActive NOTIFY isActiveChanged)
-    Q_PROPERTY(QString phaseLabel READ phaseLabel NOTIFY phaseLabelChanged)
+    Q_PROPERTY(Phase phase READ currentPhase NOTIFY phaseChanged)
+    Q_PROPERTY(QString phaseLabel READ phaseLabel NOTIFY phaseChanged)
     Q_PROPERTY(qint64 pomodoroCount READ pomodoroCount NOTIFY pomodoroCountChanged)
     Q_PROPERTY(qint64 pomodoroTotalCount READ pomodoroTotalCount NOTIFY pomodoroTotalCountChanged)
     Q_PROPERTY(qint64 shortBreakCount READ shortBreakCount NOTIFY shortBreakCountChanged)
@@ -44,7 +51,31 @@ public:
     static constexpr int TickIntervalMs = 200;
     static constexpr int AutoStartDelayMs = 5000;
 
+    // Where end notices are scheduled. It calls `done` with the notice's
+    // identifier (or nothing) whenever it has one, possibly long after the call.
+    using Scheduler =
+        std::function<void(const QString& title, const QString& body, const QDateTime& fireAt,
+                           std::function<void(std::optional<QString>)> done)>;
+
+    struct Collaborators
+    {
+        DataStore& store;
+        const Clock& clock;
+        AudioService& audio;
+        PowerService& power;
+        NotificationService& notifications; // withdraws notices
+        DailyResetService& dayReset;
+        Scheduler schedule; // scheduleThrough(notifications) in the app
+        // Runs after each save (the sync engine's timer push in the app).
+        std::function<QCoro::Task<>()> push;
+    };
+
+    // The application's instance, built by its composition root.
     static PomodoroService& shared();
+    explicit PomodoroService(Collaborators with, QObject* parent = nullptr);
+    static Scheduler scheduleThrough(NotificationService& notifications);
+    // The phase's name as the timer shows it: "Pomodoro", "Short Break", "Long Break".
+    static QString label(Phase phase);
 
     void bootstrap();
     void start();
@@ -59,12 +90,12 @@ public:
     // The app became active: a phase that ended meanwhile finishes now, once.
     void didBecomeActive();
 
-    Phase currentPhase() const;
+    Phase currentPhase() const { return m_phase; }
     qint64 currentPhaseDurationMs() const;
 
     qint64 remainingMs() const { return m_remainingMs; }
     bool isActive() const { return m_isActive; }
-    QString phaseLabel() const { return m_phaseLabel; }
+    QString phaseLabel() const { return label(m_phase); }
     qint64 pomodoroCount() const { return m_pomodoroCount; }
     qint64 pomodoroTotalCount() const { return m_pomodoroTotalCount; }
     qint64 shortBreakCount() const { return m_shortBreakCount; }
@@ -78,23 +109,12 @@ public:
     std::optional<QString> scheduledNotificationId() const { return m_scheduledNotifId; }
     bool isAutoStartPending() const;
 
-    // Seams for tests: where end notices are scheduled and what a write pushes.
-    // The scheduler calls `done` with the notice's identifier (or nothing) whenever
-    // it has one, possibly long after the call.
-    using Scheduler =
-        std::function<void(const QString& title, const QString& body, const QDateTime& fireAt,
-                           std::function<void(std::optional<QString>)> done)>;
-    void setScheduler(Scheduler scheduler) { m_scheduler = std::move(scheduler); }
-    void setPushHandler(std::function<void()> push) { m_push = std::move(push); }
-
-    // A fresh engine over the shared store, for tests that simulate a restart.
-    static std::unique_ptr<PomodoroService> createForTesting();
     ~PomodoroService() override;
 
 signals:
     void remainingMsChanged();
     void isActiveChanged();
-    void phaseLabelChanged();
+    void phaseChanged();
     void pomodoroCountChanged();
     void pomodoroTotalCountChanged();
     void shortBreakCountChanged();
@@ -106,8 +126,6 @@ signals:
     void autoStartChanged();
 
 private:
-    explicit PomodoroService(QObject* parent);
-
     PomodoroConfig* loadOrCreateConfig(bool saveNew);
     void applyConfig(const PomodoroConfig& cfg);
     void checkDayReset(PomodoroConfig& cfg, bool force);
@@ -130,7 +148,8 @@ private:
 
     qint64 m_remainingMs = 25 * 60'000;
     bool m_isActive = false;
-    QString m_phaseLabel = QStringLiteral("Pomodoro");
+    Collaborators m_with;
+    Phase m_phase = Phase::Focus;
     qint64 m_pomodoroCount = 0;
     qint64 m_pomodoroTotalCount = 0;
     qint64 m_shortBreakCount = 0;
@@ -150,6 +169,4 @@ private:
     // Bumped whenever the running phase stops, so a notice scheduled for an
     // earlier run is recognised when its identifier arrives late.
     quint64 m_run = 0;
-    Scheduler m_scheduler;
-    std::function<void()> m_push;
 };

@@ -24,11 +24,7 @@ class TestDailyResetService final : public QObject
     Q_OBJECT
 
 private slots:
-    void cleanup()
-    {
-        Clock::setSource({});
-        setZone("UTC");
-    }
+    void cleanup() { setZone("UTC"); }
 
     void nextRollover_data()
     {
@@ -66,8 +62,8 @@ private slots:
     {
         setZone("Europe/Berlin");
         QDateTime now;
-        Clock::setSource([&now] { return now; });
-        DailyResetService service;
+        const Clock clock([&now] { return now; });
+        DailyResetService service(clock);
         QStringList calls;
         service.registerHandler([&] { calls << QStringLiteral("habits"); });
         service.registerHandler([&] {

@@ -85,7 +85,7 @@ private slots:
             milk->setPriority(3);
             milk->setChecked(true);
             list->setHighlightedTaskId(milk->id());
-            PomodoroConfig* config = PomodoroConfig::singleton(ctx);
+            PomodoroConfig* config = PomodoroConfig::singleton(ctx, when);
             config->setPomodoroDuration(50);
             config->setAutoStart(true);
             config->setPomodoroTotalCount(9);
@@ -120,7 +120,8 @@ private slots:
                  written);
         // A null text stays null rather than coming back empty; the timer's one record stays one.
         QVERIFY(ctx.find<WidgetPlacement>(QStringLiteral("habits"))->desktopFrameJSON().isNull());
-        QCOMPARE(PomodoroConfig::singleton(ctx), ctx.fetch<PomodoroConfig>().first());
+        QCOMPARE(PomodoroConfig::singleton(ctx, QDateTime::currentDateTime()),
+                 ctx.fetch<PomodoroConfig>().first());
     }
 
     void unsavedChangesAreVisibleAndDeletesHidden()

@@ -16,11 +16,16 @@ class TestHabitsService final : public QObject
     Q_OBJECT
 
     QDateTime m_now;
+    const Clock m_clock{[this] { return m_now; }};
+    const ModuleLoader m_modules{QStringLiteral(TIDEWELL_TEST_MODULE_DIR)};
+    AudioService m_audio{m_modules};
+    DailyResetService m_dayReset{m_clock};
+    std::unique_ptr<DataStore> m_store;
     std::unique_ptr<HabitsService> m_service;
     int m_pushes = 0;
     int m_saves = 0;
 
-    ModelContext& context() { return DataStore::shared().mainContext(); }
+    ModelContext& context() { return m_store->mainContext(); }
     HabitsService& service() { return *m_service; }
     Habit* add(qint64 m) { return service().createHabit("💧", "Water", "#38BDF8", m, context()); }
     void count(Habit* h, int n = 1)
@@ -38,23 +43,19 @@ class TestHabitsService final : public QObject
     }
 
 private slots:
-    void initTestCase()
-    {
-        ModuleLoader::setSearchDirectory(QStringLiteral(TIDEWELL_TEST_MODULE_DIR));
-        Clock::setSource([this] { return m_now; });
-    }
-
     void init()
     {
         m_now = QDateTime(QDate(2026, 6, 10), QTime(9, 0));
-        DataStore::setShared(DataStore::open(":memory:", nullptr));
+        m_service.reset();
+        m_store = DataStore::open(QStringLiteral(":memory:"), nullptr);
         connect(&context(), &ModelContext::saved, this, [this] { ++m_saves; });
-        m_service = std::make_unique<HabitsService>();
-        m_service->setPushHandler([this] { ++m_pushes; });
+        m_service = std::make_unique<HabitsService>(*m_store, m_clock, m_audio, m_dayReset,
+                                                    [this]() -> QCoro::Task<> {
+                                                        ++m_pushes;
+                                                        co_return;
+                                                    });
         m_pushes = m_saves = 0;
     }
-
-    void cleanupTestCase() { Clock::setSource({}); }
 
     void ordersAndTargets()
     {
@@ -80,7 +81,7 @@ private slots:
     void countingKeepsOneRecordForToday()
     {
         Habit* h = add(3);
-        QSignalSpy played(&AudioService::shared(), &AudioService::played);
+        QSignalSpy played(&m_audio, &AudioService::played);
         QTRY_COMPARE(m_pushes, 1);
         m_now = m_now.addSecs(3600);
         count(h);
@@ -151,7 +152,7 @@ private slots:
         QCOMPARE(today->currentValue(), qint64(1));
         service().bootstrap(); // registers no second midnight handler
 
-        DailyResetService& rollover = DailyResetService::shared();
+        DailyResetService& rollover = m_dayReset;
         rollover.scheduleNext();
         m_now = rollover.nextFireTime();
         const int before = m_saves;

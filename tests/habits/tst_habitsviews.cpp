@@ -6,7 +6,7 @@
 #include "HabitRow.h"
 #include "HabitsService.h"
 #include "HabitsWidgetView.h"
-#include "ModuleLoader.h"
+#include "TestServices.h"
 #include "Theme.h"
 
 #include <QAccessible>
@@ -21,19 +21,16 @@ class TestHabitsViews final : public QObject
 {
     Q_OBJECT
 
-    ModelContext& context() { return DataStore::shared().mainContext(); }
-    HabitsService& service() { return HabitsService::shared(); }
+    std::unique_ptr<AppServices> m_services;
+
+    ModelContext& context() { return m_services->store().mainContext(); }
+    HabitsService& service() { return m_services->habits(); }
 
 private slots:
-    void initTestCase()
-    {
-        ModuleLoader::setSearchDirectory(QStringLiteral(TIDEWELL_TEST_MODULE_DIR));
-    }
-
     void init()
     {
-        DataStore::setShared(DataStore::open(":memory:", nullptr));
-        service().setPushHandler([] {});
+        m_services.reset();
+        m_services = std::make_unique<AppServices>(testParts());
     }
 
     void cleanup()

@@ -1,6 +1,4 @@
 #include "AudioService.h"
-#include "Clock.h"
-#include "DataStore.h"
 #include "DesktopBus.h"
 #include "Habit.h"
 #include "HabitsBusAdaptor.h"
@@ -9,6 +7,7 @@
 #include "StatusLine.h"
 #include "TasksBusAdaptor.h"
 #include "TasksService.h"
+#include "TestServices.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -47,14 +46,15 @@ class TestDesktopBus final : public QObject
     Q_OBJECT
 
     QDateTime m_now = QDateTime(QDate(2026, 3, 2), QTime(9, 0));
-    std::unique_ptr<PomodoroService> m_timer;
-    std::unique_ptr<HabitsService> m_habits;
-    std::unique_ptr<TasksService> m_tasks;
+    std::unique_ptr<AppServices> m_services;
+    PomodoroService* m_timer = nullptr;
+    HabitsService* m_habits = nullptr;
+    TasksService* m_tasks = nullptr;
     std::unique_ptr<DesktopBus> m_bus;
     QDBusConnection m_client{QString()};
     Listener m_listener;
 
-    ModelContext& context() { return DataStore::shared().mainContext(); }
+    ModelContext& context() { return m_services->store().mainContext(); }
 
     // A call from the other program, answered while this thread's loop runs.
     QDBusMessage call(const QString& interface, const QString& method,
@@ -86,17 +86,14 @@ private slots:
         if (!QDBusConnection::sessionBus().isConnected())
             QSKIP("no session bus (run the tests under dbus-run-session)");
         QStandardPaths::setTestModeEnabled(true);
-        Clock::setSource([this] { return m_now; });
-        AudioService::shared().setMuted(true);
-        DataStore::setShared(DataStore::open(u":memory:"_s, nullptr));
-        m_timer = PomodoroService::createForTesting();
-        m_timer->setPushHandler([] {});
-        m_timer->setScheduler([](auto&&...) {});
+        AppServices::Parts parts = testParts();
+        parts.clock = [this] { return m_now; };
+        m_services = std::make_unique<AppServices>(std::move(parts));
+        m_services->audio().setMuted(true);
+        m_timer = &m_services->timer();
         m_timer->bootstrap();
-        m_habits = std::make_unique<HabitsService>();
-        m_habits->setPushHandler([] {});
-        m_tasks = std::make_unique<TasksService>();
-        m_tasks->setPushHandler([] {});
+        m_habits = &m_services->habits();
+        m_tasks = &m_services->tasks();
         m_bus = std::make_unique<DesktopBus>(*m_timer, *m_habits, *m_tasks, context());
         bool registered = false;
         connect(m_bus.get(), &DesktopBus::registered, this,
@@ -115,7 +112,8 @@ private slots:
     void cleanupTestCase()
     {
         QDBusConnection::disconnectFromBus(u"client"_s);
-        Clock::setSource({});
+        m_bus.reset();
+        m_services.reset();
     }
 
     void timerIsDrivenAndAnnounced()

@@ -8,6 +8,7 @@
 #include "PomodoroService.h"
 #include "StatusItemHost.h"
 #include "Switch.h"
+#include "TestServices.h"
 #include "WidgetPlacement.h"
 #include "WidgetTogglesView.h"
 #include "WindowManager.h"
@@ -20,7 +21,9 @@ class TestWindowManager final : public QObject
 {
     Q_OBJECT
 
-    ModelContext& context() { return DataStore::shared().mainContext(); }
+    std::unique_ptr<AppServices> m_services;
+
+    ModelContext& context() { return m_services->store().mainContext(); }
 
     static void addPlacement(ModelContext& ctx, const QString& id, const QString& mode,
                              bool statusBar, bool floating, const QString& frame = {})
@@ -36,8 +39,8 @@ class TestWindowManager final : public QObject
 private slots:
     void init()
     {
-        QString error;
-        DataStore::setShared(DataStore::open(QStringLiteral(":memory:"), &error));
+        m_services.reset();
+        m_services = std::make_unique<AppServices>(testParts());
     }
 
     void restoresStoredPlacements()
@@ -164,8 +167,8 @@ private slots:
     // Asking to quit again while the alert is open does not open a second one.
     void quitAsksOnceWhileTheTimerRuns()
     {
-        PomodoroService::shared().start();
-        AppController controller;
+        m_services->timer().start();
+        AppController controller(*m_services);
         std::function<void(bool)> answer;
         int asked = 0;
         controller.setQuitConfirmation([&](std::function<void(bool)> a) {
@@ -176,10 +179,10 @@ private slots:
         controller.requestQuit();
         QCOMPARE(asked, 1);
         answer(false); // Cancel: nothing changes, and the next request asks again
-        QVERIFY(PomodoroService::shared().isActive());
+        QVERIFY(m_services->timer().isActive());
         controller.requestQuit();
         QCOMPARE(asked, 2);
-        PomodoroService::shared().pause();
+        m_services->timer().pause();
     }
 };
 

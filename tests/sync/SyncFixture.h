@@ -1,14 +1,10 @@
 #pragma once
 
 #include "AuthService.h"
-#include "Clock.h"
-#include "DataStore.h"
-#include "FakeKeychain.h"
 #include "FakeSyncServer.h"
-#include "KeychainStore.h"
-#include "ModuleLoader.h"
 #include "Preferences.h"
 #include "SyncEngine.h"
+#include "TestServices.h"
 
 #include <QSignalSpy>
 #include <QStandardPaths>
@@ -27,6 +23,8 @@ protected:
     std::unique_ptr<FakeSyncServer> m_server;
     std::shared_ptr<FakeKeychain> m_keychain;
     QList<QUrl> m_opened;
+    QString m_storePath = u":memory:"_s;
+    std::unique_ptr<AppServices> m_services;
 
     static QDateTime now() { return QDateTime(QDate(2024, 5, 6), QTime(14, 5)); }
     static AuthService& auth() { return AuthService::shared(); }
@@ -47,33 +45,32 @@ protected:
         m_server->on(method, api(resource), response);
     }
 
-    // Before the service reads its first token: never the user's keychain or settings.
-    void setUpOnce()
-    {
-        ModuleLoader::setSearchDirectory(QStringLiteral(TIDEWELL_TEST_MODULE_DIR));
-        QStandardPaths::setTestModeEnabled(true);
-        Clock::setSource(now);
-        QString error;
-        DataStore::setShared(DataStore::open(u":memory:"_s, &error));
-        KeychainStore::setBackend(std::make_shared<FakeKeychain>());
-        engine(); // as the app makes it at start-up: it pulls after each new sign-in
-        auth().setBrowserOpener([this](const QUrl& url) {
-            m_opened.append(url);
-            return true;
-        });
-    }
+    // Never the user's settings.
+    static void setUpOnce() { QStandardPaths::setTestModeEnabled(true); }
 
     void setUp()
     {
         m_server = std::make_unique<FakeSyncServer>();
         m_server->serveEmptyAccount();
         Preferences::setServerURLOverride(m_server->url().toString());
-        // Signed out first: the keychain item is removed in the background, from
-        // the previous test's keychain, never from this one's.
-        auth().signOut();
         m_keychain = std::make_shared<FakeKeychain>();
-        KeychainStore::setBackend(m_keychain);
         m_opened.clear();
+        start();
+    }
+
+    // The services built afresh over the store at m_storePath and the test's
+    // keychain, as a new process would build them.
+    void start()
+    {
+        m_services.reset();
+        AppServices::Parts parts = testParts(m_storePath);
+        parts.clock = now;
+        parts.keychain = m_keychain;
+        parts.browser = [this](const QUrl& url) {
+            m_opened.append(url);
+            return true;
+        };
+        m_services = std::make_unique<AppServices>(std::move(parts));
     }
 
     static void callback(const QString& url) { QCoro::waitFor(auth().consumeCallback(QUrl(url))); }
@@ -82,7 +79,7 @@ protected:
     void startWithToken(std::optional<QByteArray> token = QByteArray("tok"))
     {
         m_keychain->stored = std::move(token);
-        KeychainStore::setBackend(m_keychain); // forgets what the store had cached
+        start();
         auth().reload();
         QTRY_VERIFY(!auth().isLoading());
     }

@@ -35,6 +35,15 @@ class TestAccountUi final : public QObject, private SyncFixture
         QVERIFY(m_sheet->tokenField()->isVisible());
     }
 
+    // A new window with the section, over the services as they are now.
+    void showSection()
+    {
+        m_window = std::make_unique<QWidget>();
+        m_section = new AccountSection(m_window.get());
+        m_window->show();
+        QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
+    }
+
 private slots:
     void initTestCase() { setUpOnce(); }
 
@@ -43,10 +52,7 @@ private slots:
         setUp();
         m_other = std::make_unique<FakeSyncServer>();
         m_other->serveEmptyAccount();
-        m_window = std::make_unique<QWidget>();
-        m_section = new AccountSection(m_window.get());
-        m_window->show();
-        QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
+        showSection();
         // The account row appears once the section has been on screen.
         QTRY_VERIFY(child(m_section, "signInButton")->isVisible());
         QVERIFY(!m_section->showsSignedIn());
@@ -182,8 +188,10 @@ private slots:
 
     void sectionShowsTheAccountAndSyncs()
     {
+        m_window.reset();
         startWithToken();
-        QVERIFY(m_section->showsSignedIn());
+        showSection();
+        QTRY_VERIFY(m_section->showsSignedIn());
         auto* lastSync = child<QLabel>(m_section, "lastSyncLabel");
         auto* error = child<QLabel>(m_section, "syncError");
         QPushButton* sync = m_section->syncButton();

@@ -219,7 +219,7 @@ private slots:
         // the token arrives.
         m_keychain->stored = QByteArrayLiteral("tok-late");
         m_keychain->silentReads = 2;
-        KeychainStore::setBackend(m_keychain);
+        start();
         auth().reload();
         QVERIFY(auth().isLoading());
         QVERIFY(!auth().isSignedIn());

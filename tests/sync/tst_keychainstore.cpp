@@ -30,12 +30,14 @@ class TestKeychainStore final : public QObject
     Q_OBJECT
 
     std::shared_ptr<FakeKeychain> m_keychain;
+    std::unique_ptr<KeychainStore> m_store;
 
     static std::optional<QString> token(const char* text) { return QString::fromUtf8(text); }
-    static KeychainStore::Lookup fetch() { return QCoro::waitFor(KeychainStore::fetchToken()); }
+    KeychainStore& store() { return *m_store; }
+    KeychainStore::Lookup fetch() { return QCoro::waitFor(store().fetchToken()); }
 
-    // Forgets the cache, as a new process would, keeping what the keychain holds.
-    void restart() { KeychainStore::setBackend(m_keychain); }
+    // A new store over the same keychain, as a new process would make.
+    void restart() { m_store = std::make_unique<KeychainStore>(m_keychain); }
 
 private slots:
     void init()
@@ -47,19 +49,19 @@ private slots:
     void readsTheKeychainOnce()
     {
         m_keychain->stored = QByteArray("tok-é");
-        QCOMPARE(KeychainStore::cachedToken(), std::nullopt); // nothing asked yet
+        QCOMPARE(store().cachedToken(), std::nullopt); // nothing asked yet
         QCOMPARE(fetch().token, token("tok-é"));
         QCOMPARE(fetch().token, token("tok-é"));
-        QCOMPARE(KeychainStore::cachedToken(), token("tok-é"));
+        QCOMPARE(store().cachedToken(), token("tok-é"));
         QCOMPARE(m_keychain->reads, 1);
 
         // Its own writes need no read: a cleared token is gone, a refused save
         // serves this run (the sign-in service decides what to do about it).
-        QCOMPARE(QCoro::waitFor(KeychainStore::clearToken()).outcome, KeychainReply::Outcome::Done);
+        QCOMPARE(QCoro::waitFor(store().clearToken()).outcome, KeychainReply::Outcome::Done);
         QCOMPARE(fetch().token, std::nullopt);
         QVERIFY(!m_keychain->stored);
         m_keychain->refuseWrites = true;
-        const KeychainReply refused = QCoro::waitFor(KeychainStore::saveToken(u"tok"_s));
+        const KeychainReply refused = QCoro::waitFor(store().saveToken(u"tok"_s));
         QCOMPARE(refused.outcome, KeychainReply::Outcome::Failed);
         QCOMPARE(refused.why, u"no keyring is running"_s);
         QCOMPARE(fetch().token, token("tok"));
@@ -77,7 +79,7 @@ private slots:
         m_keychain->silentReads = 2;
         QVERIFY(!fetch().answered);
         QVERIFY(!fetch().answered);
-        QCOMPARE(KeychainStore::cachedToken(), std::nullopt);
+        QCOMPARE(store().cachedToken(), std::nullopt);
         const KeychainStore::Lookup found = fetch();
         QVERIFY(found.answered);
         QCOMPARE(found.token, token("appeared later"));
@@ -92,13 +94,13 @@ private slots:
             entered.release();
             release.acquire();
         };
-        auto reading = KeychainStore::fetchToken();
+        auto reading = store().fetchToken();
         // The read is under way and holds the keychain thread: a call that waited
         // for the keychain would never come back from here.
         entered.acquire();
         // Saving and clearing change what requests see at once, before the keychain does.
-        auto saving = KeychainStore::saveToken(u"new"_s);
-        QCOMPARE(KeychainStore::cachedToken(), token("new"));
+        auto saving = store().saveToken(u"new"_s);
+        QCOMPARE(store().cachedToken(), token("new"));
         QVERIFY(!saving.isReady());
         release.release();
         // A token saved meanwhile outlives what the read found.
@@ -122,16 +124,15 @@ private slots:
         if (!bus.registerService(u"org.freedesktop.secrets"_s))
             QSKIP("a secret service already runs on this bus");
 
-        KeychainStore::setBackend(
+        m_store = std::make_unique<KeychainStore>(
             std::make_shared<SecretServiceKeychain>(std::chrono::milliseconds(700)));
         // Each call gives up after the limit; no answer is not cached as no token.
         QVERIFY(!fetch().answered);
         QVERIFY(!fetch().answered);
-        QCOMPARE(KeychainStore::cachedToken(), std::nullopt);
-        const KeychainReply removed = QCoro::waitFor(KeychainStore::clearToken());
+        QCOMPARE(store().cachedToken(), std::nullopt);
+        const KeychainReply removed = QCoro::waitFor(store().clearToken());
         QCOMPARE(removed.outcome, KeychainReply::Outcome::NoAnswer);
         QCOMPARE(removed.why, u"the keyring did not answer"_s);
-        KeychainStore::setBackend(nullptr);
         bus.unregisterService(u"org.freedesktop.secrets"_s);
         bus.unregisterObject(u"/"_s, QDBusConnection::UnregisterTree);
     }

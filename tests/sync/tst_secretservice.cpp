@@ -65,18 +65,19 @@ private slots:
 
     void savesReloadsAndClearsAcrossProcesses()
     {
-        QCOMPARE(QCoro::waitFor(KeychainStore::saveToken(u"tok-é-123"_s)).outcome,
+        auto store = std::make_unique<KeychainStore>(KeychainStore::system());
+        QCOMPARE(QCoro::waitFor(store->saveToken(u"tok-é-123"_s)).outcome,
                  KeychainReply::Outcome::Done);
         QCOMPARE(probe("load"), u"tok-é-123 +libsecret"_s);
         // Without an item the secret-store library is never loaded.
-        QCOMPARE(QCoro::waitFor(KeychainStore::clearToken()).outcome, KeychainReply::Outcome::Done);
+        QCOMPARE(QCoro::waitFor(store->clearToken()).outcome, KeychainReply::Outcome::Done);
         QCOMPARE(probe("load"), u"<none>"_s);
         // Written by another process, read by this one after a "restart".
         QCOMPARE(probe("save"), u"saved"_s);
-        KeychainStore::setBackend(nullptr);
-        QCOMPARE(QCoro::waitFor(KeychainStore::fetchToken()).token,
+        store = std::make_unique<KeychainStore>(KeychainStore::system());
+        QCOMPARE(QCoro::waitFor(store->fetchToken()).token,
                  std::optional<QString>(u"from-child"_s));
-        QCOMPARE(QCoro::waitFor(KeychainStore::clearToken()).outcome, KeychainReply::Outcome::Done);
+        QCOMPARE(QCoro::waitFor(store->clearToken()).outcome, KeychainReply::Outcome::Done);
     }
 
     // A bus with no secret service and nothing that could start one: a save says
@@ -113,15 +114,16 @@ int main(int argc, char** argv)
         TestSecretService test;
         return QTest::qExec(&test, argc, argv);
     }
+    KeychainStore store(KeychainStore::system());
     if (qstrcmp(argv[2], "save") == 0) {
-        const KeychainReply saved = QCoro::waitFor(KeychainStore::saveToken(u"from-child"_s));
+        const KeychainReply saved = QCoro::waitFor(store.saveToken(u"from-child"_s));
         if (saved.outcome == KeychainReply::Outcome::Done)
             std::puts("saved");
         else
             std::printf("failed: %s\n", saved.why.toUtf8().constData());
         return 0;
     }
-    const auto token = QCoro::waitFor(KeychainStore::fetchToken()).token;
+    const auto token = QCoro::waitFor(store.fetchToken()).token;
     QFile maps(u"/proc/self/maps"_s);
     const bool loaded = maps.open(QIODevice::ReadOnly) && maps.readAll().contains("libsecret");
     std::printf("%s%s\n", token ? token->toUtf8().constData() : "<none>",

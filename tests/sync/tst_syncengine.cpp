@@ -77,9 +77,8 @@ private slots:
 
     void init()
     {
-        QString error;
         m_path = m_dir.filePath(u"store%1.sqlite"_s.arg(m_stores++));
-        DataStore::setShared(DataStore::open(m_path, &error));
+        m_storePath = m_path;
         setUp();
         startWithToken();
     }
@@ -92,7 +91,7 @@ private slots:
         addHabit(u"Gone"_s, 1, {"2026-06-09"});
         addHabit(u"Water"_s, 2, {"2026-06-09", "2026-06-07"}); // same name, later
         context().insert(new TaskList(u"Local"_s, 0));
-        PomodoroConfig* config = PomodoroConfig::createDefault();
+        PomodoroConfig* config = PomodoroConfig::createDefault(now());
         config->setPomodoroDuration(50);
         config->setAutoStart(true);
         const QDateTime started = config->firstPomodoroCountDate();
@@ -193,7 +192,7 @@ private slots:
         habit->setIcon(u"1F4A7"_s);
         habit->setCurrentValue(2);
         habit->setFirstTrackerDate(QDateTime(QDate(2024, 3, 5), QTime(14, 7, 9, 500), Qt::UTC));
-        PomodoroConfig* config = PomodoroConfig::createDefault();
+        PomodoroConfig* config = PomodoroConfig::createDefault(now());
         config->setPomodoroCount(-2);
         config->setIsLongBreak(true);
         config->setFirstPomodoroCountDate(QDateTime(QDate(2026, 1, 2), QTime(3, 4, 5), Qt::UTC));
@@ -284,18 +283,18 @@ private slots:
         QFETCH(QString, error);
         addHabit(u"Local"_s, 0, {"2026-06-09"});
         context().insert(new TaskList(u"Mine"_s, 0));
-        context().insert(PomodoroConfig::createDefault());
+        context().insert(PomodoroConfig::createDefault(now()));
         QVERIFY(context().save());
         on("GET", "pomodoro", Response::json(200, j("{'data':{'pomodoroDuration':'50'}}")));
         on(method, resource, response);
         // A null error: the store cannot be read, and nothing is said about it.
         const bool readable = !error.isNull() && !error.endsWith(u"could not read local data");
-        const QString before = engine().lastError();
         if (!readable) {
             // A fresh context over a store whose tables have gone missing behind it.
-            DataStore::setShared(DataStore::open(m_path, nullptr));
+            startWithToken();
             renameTables(u""_s, u"_away"_s);
         }
+        const QString before = engine().lastError();
         QSignalSpy applying(&engine(), &SyncEngine::isApplyingRemoteChanged);
         if (method == "GET")
             pull();

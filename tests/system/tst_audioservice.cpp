@@ -23,13 +23,11 @@ class TestAudioService final : public QObject
 {
     Q_OBJECT
 
+    const ModuleLoader m_modules{QStringLiteral(TIDEWELL_TEST_MODULE_DIR)};
+    AudioService m_audio{m_modules};
+
 private slots:
     // Qt Multimedia's own warnings vary with the machine's audio; ours must each be expected.
-    void initTestCase()
-    {
-        ModuleLoader::setSearchDirectory(QStringLiteral(TIDEWELL_TEST_MODULE_DIR));
-    }
-
     void init() { QTest::failOnWarning(QRegularExpression(QStringLiteral("^AudioService: "))); }
 
     // Each name is the base name of a shipped file that decodes, so none plays silence.
@@ -47,7 +45,7 @@ private slots:
     {
         QTemporaryDir resources;
         QTemporaryDir bundle;
-        AudioService& audio = AudioService::shared();
+        AudioService& audio = m_audio;
         audio.setResourceDirectory(resources.path());
         audio.setBundleRoot(bundle.path());
         const QString name = QStringLiteral("check");
@@ -73,7 +71,7 @@ private slots:
     void cacheMuteAndMissing()
     {
         QTemporaryDir empty;
-        AudioService& audio = AudioService::shared();
+        AudioService& audio = m_audio;
         audio.setResourceDirectory(empty.path());
         audio.setBundleRoot(empty.path());
         QSignalSpy played(&audio, &AudioService::played);

@@ -1,8 +1,8 @@
 #include "AudioService.h"
 #include "LaunchAtLogin.h"
-#include "ModuleLoader.h"
 #include "SettingsView.h"
 #include "Switch.h"
+#include "TestServices.h"
 
 #include <QDir>
 #include <QFile>
@@ -15,11 +15,12 @@ class TestSettingsView final : public QObject
     Q_OBJECT
 
     QTemporaryDir m_config;
+    std::unique_ptr<AppServices> m_services;
 
 private slots:
     void initTestCase()
     {
-        ModuleLoader::setSearchDirectory(QStringLiteral(TIDEWELL_TEST_MODULE_DIR));
+        m_services = std::make_unique<AppServices>(testParts());
         qputenv("XDG_CONFIG_HOME", m_config.path().toLocal8Bit());
         QSettings(QStringLiteral("com.brenlow.tidewell"), QStringLiteral("Tidewell")).clear();
     }

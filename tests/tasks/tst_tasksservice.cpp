@@ -22,27 +22,32 @@ class TestTasksService final : public QObject
 {
     Q_OBJECT
 
+    const ModuleLoader m_modules{QStringLiteral(TIDEWELL_TEST_MODULE_DIR)};
+    AudioService m_audio{m_modules};
+    std::unique_ptr<DataStore> m_store;
     std::unique_ptr<TasksService> m_service;
     int m_pushes = 0;
     int m_saves = 0;
 
-    ModelContext& context() { return DataStore::shared().mainContext(); }
+    ModelContext& context() { return m_store->mainContext(); }
+    std::unique_ptr<TasksService> makeService()
+    {
+        return std::make_unique<TasksService>(*m_store, m_audio, [this]() -> QCoro::Task<> {
+            ++m_pushes;
+            co_return;
+        });
+    }
     TasksService& service() { return *m_service; }
     TaskList* newList() { return service().createList(QStringLiteral("L"), context()); }
     TaskItem* add(const QString& t, TaskList* l) { return service().addTask(t, l, context()); }
 
 private slots:
-    void initTestCase()
-    {
-        ModuleLoader::setSearchDirectory(QStringLiteral(TIDEWELL_TEST_MODULE_DIR));
-    }
-
     void init()
     {
-        DataStore::setShared(DataStore::open(QStringLiteral(":memory:"), nullptr));
+        m_service.reset();
+        m_store = DataStore::open(QStringLiteral(":memory:"), nullptr);
         connect(&context(), &ModelContext::saved, this, [this] { ++m_saves; });
-        m_service = std::make_unique<TasksService>();
-        m_service->setPushHandler([this] { ++m_pushes; });
+        m_service = makeService();
         m_pushes = m_saves = 0;
     }
 
@@ -58,16 +63,16 @@ private slots:
         QCOMPARE(context().count<TaskList>(), 0);
 
         // A store that has a list gets none.
-        TasksService next;
-        TaskList* mine = next.createList(QStringLiteral("Mine"), context());
-        next.bootstrap();
+        const std::unique_ptr<TasksService> next = makeService();
+        TaskList* mine = next->createList(QStringLiteral("Mine"), context());
+        next->bootstrap();
         QCOMPARE(context().fetch<TaskList>(), QList<TaskList*>{mine});
     }
 
     void addingOrdersAndBlankText()
     {
         TaskList* list = newList();
-        QSignalSpy played(&AudioService::shared(), &AudioService::played);
+        QSignalSpy played(&m_audio, &AudioService::played);
         for (const QString& blank : {QString(), QStringLiteral(" \t ")})
             QVERIFY(!add(blank, list));
         QCOMPARE(played.count(), 2);
@@ -104,7 +109,7 @@ private slots:
         TaskItem* b = add("b", list);
         TaskItem* c = add("c", list);
         const auto focus = [list] { return list->highlightedTaskId(); };
-        QSignalSpy played(&AudioService::shared(), &AudioService::played);
+        QSignalSpy played(&m_audio, &AudioService::played);
 
         service().highlight(a, list, context());
         service().toggleCheck(b, context()); // not the focus: focus stays

@@ -1,7 +1,6 @@
 #include "AudioService.h"
 #include "DataStore.h"
 #include "ListNameDialog.h"
-#include "ModuleLoader.h"
 #include "TaskItem.h"
 #include "TaskList.h"
 #include "TaskListSwitcher.h"
@@ -9,6 +8,7 @@
 #include "TaskRowList.h"
 #include "TasksService.h"
 #include "TasksWidgetView.h"
+#include "TestServices.h"
 #include "Theme.h"
 #include "TooltipPanel.h"
 #include "TooltipPanelService.h"
@@ -52,8 +52,10 @@ class TestTasksWidgetView final : public QObject
 
     std::unique_ptr<TasksWidgetView> m_view;
 
-    ModelContext& context() { return DataStore::shared().mainContext(); }
-    TasksService& service() { return TasksService::shared(); }
+    std::unique_ptr<AppServices> m_services;
+
+    ModelContext& context() { return m_services->store().mainContext(); }
+    TasksService& service() { return m_services->tasks(); }
     template <typename T = QWidget> T* find(const QString& n) { return m_view->findChild<T*>(n); }
     QString switcherText() { return find<QToolButton>("listSwitcherButton")->text(); }
 
@@ -102,22 +104,19 @@ class TestTasksWidgetView final : public QObject
     QWidget* child(const QString& h, const QString& n) { return row(h)->findChild<QWidget*>(n); }
 
 private slots:
-    void initTestCase()
-    {
-        ModuleLoader::setSearchDirectory(QStringLiteral(TIDEWELL_TEST_MODULE_DIR));
-    }
-
     void init()
     {
         QStandardPaths::setTestModeEnabled(true);
         QCursor::setPos(1800, 1000); // keep the real pointer off the rows
-        TasksService::shared().setPushHandler([] {});
-        DataStore::setShared(DataStore::open(":memory:", nullptr));
+        m_services = std::make_unique<AppServices>(testParts());
     }
 
-    void cleanup() { m_view.reset(); }
+    void cleanup()
+    {
+        m_view.reset();
+        m_services.reset();
+    }
 
-    // Runs first: the shared service bootstraps only once per process.
     void switchingAndDeletingLists()
     {
         showView();
@@ -125,7 +124,7 @@ private slots:
         for (const QString name : {"Two", "Three"})
             service().createList(name, context());
         QTRY_VERIFY(menuAction("Three")); // the view follows the store on the next turn
-        QSignalSpy played(&AudioService::shared(), &AudioService::played);
+        QSignalSpy played(&m_services->audio(), &AudioService::played);
         for (const QString name : {"Example Task List", "Two"}) { // the first is current
             menuAction(name)->trigger();
             QVERIFY(menuAction(name)->isChecked());

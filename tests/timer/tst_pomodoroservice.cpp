@@ -7,16 +7,14 @@
 #include "FakeSyncServer.h"
 #include "Habit.h"
 #include "HabitsService.h"
-#include "KeychainStore.h"
-#include "ModuleLoader.h"
 #include "NotificationService.h"
 #include "PomodoroConfig.h"
 #include "PomodoroService.h"
 #include "PowerService.h"
 #include "Preferences.h"
-#include "SleepInhibitor.h"
 #include "TaskList.h"
 #include "TasksService.h"
+#include "TestServices.h"
 
 #include <QSignalSpy>
 #include <QStandardPaths>
@@ -26,16 +24,6 @@
 
 namespace {
 constexpr qint64 focusMs = 1'500'000;
-
-class GrantingInhibitor final : public SleepInhibitor
-{
-public:
-    void inhibit(const QString&, Answer answer) override
-    {
-        QTimer::singleShot(0, [answer = std::move(answer)] { answer(7); });
-    }
-    void uninhibit(quint32) override {}
-};
 } // namespace
 
 class TestPomodoroService final : public QObject
@@ -44,13 +32,15 @@ class TestPomodoroService final : public QObject
 
     QTemporaryDir m_dir;
     QDateTime m_now;
-    std::unique_ptr<PomodoroService> m_engine;
-    QStringList m_notices; // "title: body @ time"
+    std::shared_ptr<FakeKeychain> m_keychain = std::make_shared<FakeKeychain>();
+    std::unique_ptr<AppServices> m_services;
+    std::unique_ptr<PomodoroService> m_engine; // null: the one the services built
+    QStringList m_notices;                     // "title: body @ time"
     int m_pushes = 0;
     std::function<void()> m_release;
     bool m_holdIdentifier = false; // the identifier comes back only on m_release()
 
-    PomodoroService& engine() { return *m_engine; }
+    PomodoroService& engine() { return m_engine ? *m_engine : m_services->timer(); }
     void advance(qint64 ms) { m_now = m_now.addMSecs(ms); }
     void finishPhase()
     {
@@ -58,26 +48,36 @@ class TestPomodoroService final : public QObject
         engine().didBecomeActive();
     }
     // Focus phases towards the long break, all focus phases, short and long breaks.
-    QList<qint64> counts() const
+    QList<qint64> counts()
     {
-        return {m_engine->pomodoroCount(), m_engine->pomodoroTotalCount(),
-                m_engine->shortBreakCount(), m_engine->longBreakCount()};
+        return {engine().pomodoroCount(), engine().pomodoroTotalCount(), engine().shortBreakCount(),
+                engine().longBreakCount()};
     }
     static PomodoroConfig* stored()
     {
         return DataStore::shared().mainContext().fetch<PomodoroConfig>().first();
     }
 
-    // A new process: a fresh store context over the same file and a fresh engine.
-    void relaunch()
+    // A new process: the services built afresh over the same file.
+    void restart()
     {
         m_engine.reset();
-        QString error;
-        DataStore::setShared(DataStore::open(m_dir.filePath(QStringLiteral("s.sqlite")), &error));
-        QVERIFY2(error.isEmpty(), qPrintable(error));
-        m_engine = PomodoroService::createForTesting();
-        m_engine->setPushHandler([this] { ++m_pushes; });
-        m_engine->setScheduler(
+        m_services.reset();
+        AppServices::Parts parts = testParts(m_dir.filePath(QStringLiteral("s.sqlite")));
+        parts.clock = [this] { return m_now; };
+        parts.keychain = m_keychain;
+        m_services = std::make_unique<AppServices>(std::move(parts));
+        m_services->audio().setMuted(false);
+    }
+
+    // A restart with an engine of the test's own, which records its notices and
+    // pushes and can hold back a notice's identifier.
+    void relaunch()
+    {
+        restart();
+        m_engine = std::make_unique<PomodoroService>(PomodoroService::Collaborators{
+            m_services->store(), m_services->clock(), m_services->audio(), m_services->power(),
+            m_services->notifications(), m_services->dayReset(),
             [this](const QString& title, const QString& body, const QDateTime& fireAt, auto done) {
                 m_notices << title + u": " + body + u" @ " + fireAt.toString(u"HH:mm:ss.zzz");
                 m_release = [=] {
@@ -86,24 +86,23 @@ class TestPomodoroService final : public QObject
                 };
                 if (!m_holdIdentifier)
                     m_release();
-            });
+            },
+            [this]() -> QCoro::Task<> {
+                ++m_pushes;
+                co_return;
+            }});
         m_engine->bootstrap();
     }
 
 private slots:
-    void initTestCase()
-    {
-        ModuleLoader::setSearchDirectory(QStringLiteral(TIDEWELL_TEST_MODULE_DIR));
-        QStandardPaths::setTestModeEnabled(true);
-        PowerService::shared().setInhibitor(std::make_unique<GrantingInhibitor>());
-        AudioService::shared().setMuted(false);
-        Clock::setSource([this] { return m_now; });
-    }
+    void initTestCase() { QStandardPaths::setTestModeEnabled(true); }
 
     void init()
     {
         m_now = QDateTime(QDate(2026, 5, 4), QTime(10, 0));
-        DataStore::setShared(nullptr);
+        m_engine.reset();
+        m_services.reset();
+        m_keychain = std::make_shared<FakeKeychain>();
         QFile::remove(m_dir.filePath(QStringLiteral("s.sqlite")));
         m_notices.clear();
         m_pushes = 0;
@@ -114,10 +113,8 @@ private slots:
     void cleanup()
     {
         m_engine.reset();
-        NotificationService::shared().cancelAll();
+        m_services.reset();
     }
-
-    void cleanupTestCase() { Clock::setSource({}); }
 
     void focusSessionEndsOnceAtItsInstant()
     {
@@ -308,23 +305,22 @@ private slots:
         QCOMPARE(*engine().endDate(), m_now.addMSecs(300'000));
     }
 
-    // Last, as it bootstraps the shared services: the three services share one store,
-    // one midnight and one signed-in sync session.
+    // The services as the app wires them: one store, one midnight and one
+    // signed-in sync session.
     void aDayAcrossAllServices()
     {
         FakeSyncServer server;
         server.serveEmptyAccount();
         Preferences::setServerURLOverride(server.url().toString());
-        auto keychain = std::make_shared<FakeKeychain>();
-        keychain->stored = QByteArrayLiteral("day-token");
-        KeychainStore::setBackend(keychain);
+        m_keychain->stored = QByteArrayLiteral("day-token");
+        restart();
+        engine().bootstrap();
         AuthService::shared().reload();
         QTRY_VERIFY(AuthService::shared().isSignedIn());
         const auto lastPut = [&server](const QString& resource) {
             const auto all = server.requestsFor("PUT", u"/api/v1/" + resource);
             return all.isEmpty() ? QByteArray() : all.last().body;
         };
-        engine().setPushHandler({});
         TasksService& tasks = TasksService::shared();
         HabitsService& habits = HabitsService::shared();
         ModelContext& context = DataStore::shared().mainContext();

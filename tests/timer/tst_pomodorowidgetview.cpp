@@ -1,8 +1,8 @@
-#include "DataStore.h"
 #include "LimitedSpinBox.h"
 #include "PomodoroService.h"
 #include "PomodoroSettingsSheet.h"
 #include "PomodoroWidgetView.h"
+#include "TestServices.h"
 
 #include <QCheckBox>
 #include <QLabel>
@@ -19,11 +19,13 @@ class TestPomodoroWidgetView final : public QObject
         return view.findChild<QLabel*>(QString::fromLatin1(name))->text();
     }
 
+    std::unique_ptr<AppServices> m_services;
+
 private slots:
     void initTestCase()
     {
-        DataStore::setShared(DataStore::open(QStringLiteral(":memory:"), nullptr));
-        PomodoroService::shared().bootstrap();
+        m_services = std::make_unique<AppServices>(testParts());
+        m_services->timer().bootstrap();
     }
 
     void interactiveAndViewOnlyForms()
@@ -52,7 +54,7 @@ private slots:
                 !ambient.findChild<QWidget*>("phasePips"));
 
         // Space toggles start and pause in the interactive form only.
-        PomodoroService& timer = PomodoroService::shared();
+        PomodoroService& timer = m_services->timer();
         ambient.activateWindow();
         ambient.setFocus();
         QTest::keyClick(&ambient, Qt::Key_Space);
@@ -105,7 +107,7 @@ private slots:
         // A length stored beyond the fields' limits (set on the web) shows as it is and
         // is saved unchanged.
         saved.clear();
-        PomodoroService::shared().updateSettings(120, std::nullopt, std::nullopt, 12, std::nullopt);
+        m_services->timer().updateSettings(120, std::nullopt, std::nullopt, 12, std::nullopt);
         sheet = open();
         QCOMPARE(sheet->focusField()->value(), 120);
         QCOMPARE(sheet->intervalField()->value(), 12);

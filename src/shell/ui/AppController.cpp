@@ -1,5 +1,6 @@
 #include "AppController.h"
 
+#include "AppServices.h"
 #include "AuthService.h"
 #include "Clock.h"
 #include "ClockJumps.h"
@@ -14,7 +15,6 @@
 #include "SettingsView.h"
 #include "SingleInstance.h"
 #include "StoreHealth.h"
-#include "SyncEngine.h"
 #include "TasksService.h"
 #include "UnixSignalWatcher.h"
 #include "WindowManager.h"
@@ -26,8 +26,9 @@
 
 #include <QCoro/QCoroTask>
 
-AppController::AppController(QObject* parent)
+AppController::AppController(AppServices& services, QObject* parent)
     : QObject(parent)
+    , m_services(services)
     , m_confirmQuit(&AppController::askToQuitDuringFocus)
 {}
 
@@ -42,33 +43,33 @@ void AppController::start()
 
     // A user who turned sounds off expects silence from the first second.
     SettingsView::applySoundsPreference();
-    DailyResetService::shared().scheduleNext();
-    PomodoroService::shared().bootstrap();
-    SyncEngine::shared(); // pulls after every new sign-in; asks the keychain only when needed
-    QTimer::singleShot(0, this, [] {
-        QCoro::connect(NotificationService::shared().checkAuthorization(), qApp, [] {});
+    m_services.dayReset().scheduleNext();
+    m_services.timer().bootstrap();
+    QTimer::singleShot(0, this, [this] {
+        QCoro::connect(m_services.notifications().checkAuthorization(), qApp, [] {});
     });
     WindowManager& windows = WindowManager::shared();
 
     connect(&windows, &WindowManager::openHubRequested, this, [this] { m_hub->bringForward(); });
     connect(&windows, &WindowManager::quitRequested, this, &AppController::requestQuit);
-    connect(qApp, &QGuiApplication::applicationStateChanged, this, [](Qt::ApplicationState state) {
-        if (state == Qt::ApplicationActive)
-            PomodoroService::shared().didBecomeActive();
-    });
+    connect(qApp, &QGuiApplication::applicationStateChanged, this,
+            [this](Qt::ApplicationState state) {
+                if (state == Qt::ApplicationActive)
+                    m_services.timer().didBecomeActive();
+            });
     // After a suspend or a change of the system time, whatever fell due by the
     // wall clock happens now, not when a monotonic timer next runs.
     QTimer::singleShot(0, this, [this] {
         ClockJumps* jumps = ClockJumps::create().release();
         jumps->setParent(this);
-        connect(jumps, &ClockJumps::jumped, this, [] {
-            DailyResetService::shared().fireIfDue();
-            NotificationService::shared().deliverDue();
-            PomodoroService::shared().didBecomeActive();
+        connect(jumps, &ClockJumps::jumped, this, [this] {
+            m_services.dayReset().fireIfDue();
+            m_services.notifications().deliverDue();
+            m_services.timer().didBecomeActive();
         });
         // Shortcuts, status bars and `tidewell ctl` reach the app here.
-        auto* bus = new DesktopBus(PomodoroService::shared(), HabitsService::shared(),
-                                   TasksService::shared(), DataStore::shared().mainContext(), this);
+        auto* bus = new DesktopBus(m_services.timer(), m_services.habits(), m_services.tasks(),
+                                   m_services.store().mainContext(), this);
         connect(bus, &DesktopBus::registered, this, [](bool ok, const QString& why) {
             if (!ok)
                 qWarning("AppController: not on the session bus (%s)", qPrintable(why));
@@ -78,7 +79,7 @@ void AppController::start()
     connect(qApp, &QCoreApplication::aboutToQuit, this, &AppController::shutDown);
     // Logging out ends the session without asking: keep what the user did.
     connect(qApp, &QGuiApplication::commitDataRequest, this,
-            [](QSessionManager&) { DataStore::shared().mainContext().save(); });
+            [this](QSessionManager&) { m_services.store().mainContext().save(); });
     auto* signals_ = new UnixSignalWatcher(this);
     connect(signals_, &UnixSignalWatcher::terminationRequested, this, &AppController::quitNow);
 
@@ -86,14 +87,15 @@ void AppController::start()
     connect(m_hub, &HubWindow::quitRequested, this, &AppController::requestQuit);
     // A save that fails is said where the user looks: the hub, and a notification
     // for someone who only uses the widgets.
-    auto* health = new StoreHealth(DataStore::shared().mainContext(), this);
+    auto* health = new StoreHealth(m_services.store().mainContext(), this);
     connect(health, &StoreHealth::problemChanged, m_hub,
             [this, health] { m_hub->setStoreProblem(health->problem()); });
-    connect(health, &StoreHealth::announced, this, [](const QString& title, const QString& body) {
-        QCoro::connect(
-            NotificationService::shared().schedule(title, body, Clock::now().addMSecs(1)), qApp,
-            [](auto) {});
-    });
+    connect(health, &StoreHealth::announced, this,
+            [this](const QString& title, const QString& body) {
+                NotificationService& notices = m_services.notifications();
+                auto posted = notices.schedule(title, body, m_services.clock().now().addMSecs(1));
+                QCoro::connect(std::move(posted), qApp, [](auto) {});
+            });
     m_hub->bringForward();
     // Panels and tray items after the hub: the window the user asked for comes first.
     windows.restoreFromPersistence();
@@ -115,7 +117,7 @@ void AppController::openUrl(const QUrl& url, const QString& activation)
         m_hub->bringForward(activation);
     emit urlReceived(url);
     // Sign-in decides whether the URL is its callback; anything else is ignored.
-    QCoro::connect(AuthService::shared().consumeCallback(url), this, [] {});
+    QCoro::connect(m_services.auth().consumeCallback(url), this, [] {});
 }
 
 void AppController::askToQuitDuringFocus(std::function<void(bool)> answer)
@@ -137,7 +139,7 @@ void AppController::askToQuitDuringFocus(std::function<void(bool)> answer)
 
 void AppController::requestQuit()
 {
-    if (!PomodoroService::shared().isActive()) {
+    if (!m_services.timer().isActive()) {
         pauseSaveAndQuit();
         return;
     }
@@ -164,16 +166,16 @@ void AppController::requestQuit()
 
 void AppController::pauseSaveAndQuit()
 {
-    PomodoroService& timer = PomodoroService::shared();
+    PomodoroService& timer = m_services.timer();
     if (timer.isActive())
         timer.pause();
-    DataStore::shared().mainContext().save();
+    m_services.store().mainContext().save();
     QCoreApplication::quit();
 }
 
 void AppController::quitNow()
 {
-    DataStore::shared().mainContext().save();
+    m_services.store().mainContext().save();
     QCoreApplication::quit();
 }
 
@@ -182,9 +184,9 @@ void AppController::shutDown()
     if (m_shutDown)
         return;
     m_shutDown = true;
-    PowerService::shared().release();
-    NotificationService::shared().cancelAll();
-    DailyResetService::shared().stop();
+    m_services.power().release();
+    m_services.notifications().cancelAll();
+    m_services.dayReset().stop();
 }
 
 HubWindow* AppController::hub() const

@@ -6,6 +6,7 @@
 
 #include <functional>
 
+class AppServices;
 class HubWindow;
 class SingleInstance;
 
@@ -20,7 +21,7 @@ public:
     // "Quit anyway". Tests replace it.
     using QuitConfirmation = std::function<void(std::function<void(bool)> answer)>;
 
-    explicit AppController(QObject* parent = nullptr);
+    explicit AppController(AppServices& services, QObject* parent = nullptr);
     ~AppController() override;
 
     // Runs the start-up sequence and shows the hub window.
@@ -48,6 +49,7 @@ private:
     void shutDown();
     void pauseSaveAndQuit();
 
+    AppServices& m_services;
     QPointer<HubWindow> m_hub;
     QuitConfirmation m_confirmQuit;
     bool m_askingToQuit = false; // the quit alert is open

@@ -105,7 +105,7 @@ StatusItemHost::StatusItemHost(const QString& widgetId, ContentFactory content, 
                 &StatusItemHost::refreshPomodoroTitle);
         connect(&timer, &PomodoroService::isActiveChanged, this,
                 &StatusItemHost::refreshPomodoroTitle);
-        connect(&timer, &PomodoroService::phaseLabelChanged, this,
+        connect(&timer, &PomodoroService::phaseChanged, this,
                 &StatusItemHost::refreshPomodoroTitle);
         refreshPomodoroTitle();
     }

@@ -140,7 +140,7 @@ PomodoroWidgetView::PomodoroWidgetView(bool viewOnly, QWidget* parent)
         m_time->setAccessibleName(t.phaseLabel() + u' ' + shown);
     });
     for (auto signal :
-         {&PomodoroService::isActiveChanged, &PomodoroService::phaseLabelChanged,
+         {&PomodoroService::isActiveChanged, &PomodoroService::phaseChanged,
           &PomodoroService::pomodoroCountChanged, &PomodoroService::pomodoroTotalCountChanged,
           &PomodoroService::shortBreakCountChanged, &PomodoroService::longBreakCountChanged,
           &PomodoroService::pomodorosForLongBreakChanged})

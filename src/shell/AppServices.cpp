@@ -1,0 +1,96 @@
+#include "AppServices.h"
+
+#include "APIClient.h"
+#include "AudioService.h"
+#include "DailyResetService.h"
+#include "DataStore.h"
+#include "HabitsService.h"
+#include "KeychainStore.h"
+#include "NotificationBackend.h"
+#include "NotificationService.h"
+#include "PomodoroService.h"
+#include "PowerService.h"
+#include "SharedInstance.h"
+#include "SleepInhibitor.h"
+#include "SyncEngine.h"
+#include "TasksService.h"
+
+#include <QDesktopServices>
+
+namespace {
+ModuleLoader modulesIn(const QString& directory)
+{
+    return directory.isEmpty() ? ModuleLoader() : ModuleLoader(directory);
+}
+} // namespace
+
+template <typename T> void AppServices::install(T* instance)
+{
+    SharedInstance<T>::s_instance = instance;
+}
+
+template <typename T> void AppServices::uninstall(T* instance)
+{
+    if (SharedInstance<T>::s_instance == instance)
+        SharedInstance<T>::s_instance = nullptr;
+}
+
+AppServices::AppServices(Parts parts)
+    : m_clock(std::move(parts.clock))
+    , m_modules(modulesIn(parts.moduleDirectory))
+    , m_store(std::move(parts.store))
+{
+    Q_ASSERT(m_store);
+    m_dayReset = std::make_unique<DailyResetService>(m_clock);
+    m_audio = std::make_unique<AudioService>(m_modules);
+    m_notifications = std::make_unique<NotificationService>(
+        m_clock,
+        parts.notifications ? std::move(parts.notifications) : NotificationBackend::create());
+    m_power = std::make_unique<PowerService>(parts.inhibitor ? std::move(parts.inhibitor)
+                                                             : SleepInhibitor::create());
+    m_keychain =
+        std::make_unique<KeychainStore>(parts.keychain ? parts.keychain : KeychainStore::system());
+    m_client = std::make_unique<APIClient>(*m_keychain, m_modules);
+    m_auth = std::make_unique<AuthService>(
+        *m_client, *m_keychain, parts.browser ? std::move(parts.browser) : [](const QUrl& url) {
+            return QDesktopServices::openUrl(url);
+        });
+    m_sync = std::make_unique<SyncEngine>(*m_store, *m_client, *m_auth, m_clock);
+
+    SyncEngine* sync = m_sync.get();
+    m_habits = std::make_unique<HabitsService>(*m_store, m_clock, *m_audio, *m_dayReset,
+                                               [sync] { return sync->pushHabits(); });
+    m_tasks =
+        std::make_unique<TasksService>(*m_store, *m_audio, [sync] { return sync->pushTasks(); });
+    m_timer = std::make_unique<PomodoroService>(PomodoroService::Collaborators{
+        *m_store, m_clock, *m_audio, *m_power, *m_notifications, *m_dayReset,
+        PomodoroService::scheduleThrough(*m_notifications),
+        [sync] { return sync->pushPomodoro(); }});
+
+    install(m_store.get());
+    install(m_dayReset.get());
+    install(m_audio.get());
+    install(m_notifications.get());
+    install(m_power.get());
+    install(m_client.get());
+    install(m_auth.get());
+    install(m_sync.get());
+    install(m_habits.get());
+    install(m_tasks.get());
+    install(m_timer.get());
+}
+
+AppServices::~AppServices()
+{
+    uninstall(m_timer.get());
+    uninstall(m_tasks.get());
+    uninstall(m_habits.get());
+    uninstall(m_sync.get());
+    uninstall(m_auth.get());
+    uninstall(m_client.get());
+    uninstall(m_power.get());
+    uninstall(m_notifications.get());
+    uninstall(m_audio.get());
+    uninstall(m_dayReset.get());
+    uninstall(m_store.get());
+}
