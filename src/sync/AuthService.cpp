@@ -71,6 +71,16 @@ void AuthService::takeOver()
     setLoading(false);
 }
 
+AuthService::~AuthService()
+{
+    // Whoever waits in settled() gets no answer now: let them go rather than
+    // leave them waiting for a signal that never comes.
+    if (m_isLoading) {
+        m_isLoading = false;
+        emit isLoadingChanged();
+    }
+}
+
 QCoro::Task<> AuthService::settled()
 {
     load();

@@ -31,6 +31,7 @@ public:
     // connect page with `openBrowser` (the desktop's web browser in the app).
     AuthService(APIClient& client, KeychainStore& keychain, BrowserOpener openBrowser,
                 QObject* parent = nullptr);
+    ~AuthService() override;
 
     // Trims the token, stores it, and keeps it only when the server accepts it
     // and the keychain has stored it.

@@ -25,3 +25,10 @@ inline AppServices::Parts testParts(const QString& storePath = QStringLiteral(":
     parts.moduleDirectory = QStringLiteral(TIDEWELL_TEST_MODULE_DIR);
     return parts;
 }
+
+// Lets pushes that wait for the keyring's first answer finish before the
+// services go, so no coroutine is left waiting on them.
+inline void settle(AppServices& services)
+{
+    QTRY_VERIFY(!services.auth().isLoading());
+}

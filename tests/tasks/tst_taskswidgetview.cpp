@@ -114,6 +114,7 @@ private slots:
     void cleanup()
     {
         m_view.reset();
+        settle(*m_services);
         m_services.reset();
     }
 

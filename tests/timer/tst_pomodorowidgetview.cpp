@@ -28,6 +28,12 @@ private slots:
         m_services->timer().bootstrap();
     }
 
+    void cleanupTestCase()
+    {
+        settle(*m_services);
+        m_services.reset();
+    }
+
     void interactiveAndViewOnlyForms()
     {
         QStringList times;
