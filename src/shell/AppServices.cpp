@@ -24,15 +24,23 @@ ModuleLoader modulesIn(const QString& directory)
 }
 } // namespace
 
-template <typename T> void AppServices::install(T* instance)
+template <typename... T> void AppServices::setInstalled(bool on, T*... instances)
 {
-    SharedInstance<T>::s_instance = instance;
+    // Going, each gives its place back only if it still holds it.
+    const auto set = [on](auto*& slot, auto* instance) {
+        if (on)
+            slot = instance;
+        else if (slot == instance)
+            slot = nullptr;
+    };
+    (set(SharedInstance<T>::s_instance, instances), ...);
 }
 
-template <typename T> void AppServices::uninstall(T* instance)
+void AppServices::installAll(bool on)
 {
-    if (SharedInstance<T>::s_instance == instance)
-        SharedInstance<T>::s_instance = nullptr;
+    setInstalled(on, m_store.get(), m_dayReset.get(), m_audio.get(), m_notifications.get(),
+                 m_power.get(), m_client.get(), m_auth.get(), m_sync.get(), m_habits.get(),
+                 m_tasks.get(), m_timer.get());
 }
 
 AppServices::AppServices(Parts parts)
@@ -67,30 +75,10 @@ AppServices::AppServices(Parts parts)
         PomodoroService::scheduleThrough(*m_notifications),
         [sync] { return sync->pushPomodoro(); }});
 
-    install(m_store.get());
-    install(m_dayReset.get());
-    install(m_audio.get());
-    install(m_notifications.get());
-    install(m_power.get());
-    install(m_client.get());
-    install(m_auth.get());
-    install(m_sync.get());
-    install(m_habits.get());
-    install(m_tasks.get());
-    install(m_timer.get());
+    installAll(true);
 }
 
 AppServices::~AppServices()
 {
-    uninstall(m_timer.get());
-    uninstall(m_tasks.get());
-    uninstall(m_habits.get());
-    uninstall(m_sync.get());
-    uninstall(m_auth.get());
-    uninstall(m_client.get());
-    uninstall(m_power.get());
-    uninstall(m_notifications.get());
-    uninstall(m_audio.get());
-    uninstall(m_dayReset.get());
-    uninstall(m_store.get());
+    installAll(false);
 }

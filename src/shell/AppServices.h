@@ -63,8 +63,9 @@ public:
     PomodoroService& timer() const { return *m_timer; }
 
 private:
-    template <typename T> void install(T* instance);
-    template <typename T> void uninstall(T* instance);
+    // Makes the services the ones shared() returns, or takes them back.
+    void installAll(bool on);
+    template <typename... T> static void setInstalled(bool on, T*... instances);
 
     // In layer order; destroyed the other way round.
     Clock m_clock;
