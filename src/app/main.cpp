@@ -2,6 +2,7 @@
 #include "AppServices.h"
 #include "BundleInfo.h"
 #include "ControlCommand.h"
+#include "DataCommand.h"
 #include "DataStore.h"
 #include "ShellStyle.h"
 #include "SingleInstance.h"
@@ -108,11 +109,13 @@ std::optional<int> runCommand(int argc, char* argv[])
         QTextStream(stdout) << "tidewell " << BundleInfo::current().version << '\n';
         return 0;
     }
-    if (!ControlCommand::handles(args))
+    const bool data = DataCommand::handles(args);
+    if (!data && !ControlCommand::handles(args))
         return std::nullopt;
     QCoreApplication app(argc, argv);
     QTextStream out(stdout), err(stderr);
-    const int status = ControlCommand::run(args, out, err);
+    const int status =
+        data ? DataCommand::run(args, out, err) : ControlCommand::run(args, out, err);
     out.flush();
     err.flush();
     return status;

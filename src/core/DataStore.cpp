@@ -100,6 +100,11 @@ DataStore::DataStore(const QString& path, const QString& connection)
     , m_connection(connection)
 {}
 
+QSqlDatabase DataStore::database() const
+{
+    return QSqlDatabase::database(m_connection, false);
+}
+
 DataStore::~DataStore()
 {
     delete m_context;
@@ -132,20 +137,29 @@ bool DataStore::initialise(QString* error)
         !exec(db, QStringLiteral("PRAGMA journal_mode = WAL"), error) ||
         !exec(db, QStringLiteral("PRAGMA synchronous = FULL"), error))
         return false;
-    if (examined.verdict == StoreProbe::Verdict::Empty && !createSchema(error))
+    if (examined.verdict == StoreProbe::Verdict::Empty &&
+        !migrate(StoreSchema::statements(), error))
         return false;
+    if (examined.verdict == StoreProbe::Verdict::Older &&
+        !migrate(StoreSchema::upgrade(examined.version), error)) {
+        *error = QStringLiteral("the store could not be upgraded from schema %1: %2")
+                     .arg(examined.version)
+                     .arg(*error);
+        return false;
+    }
     m_context = new ModelContext(db);
     return true;
 }
 
-bool DataStore::createSchema(QString* error)
+bool DataStore::migrate(const QList<const char*>& statements, QString* error)
 {
+    // All or nothing: an upgrade cut short leaves the store at its old version, whole.
     QSqlDatabase db = QSqlDatabase::database(m_connection, false);
     if (!db.transaction()) {
         *error = db.lastError().text();
         return false;
     }
-    for (const char* statement : StoreSchema::statements()) {
+    for (const char* statement : statements) {
         if (!exec(db, QString::fromUtf8(statement), error)) {
             db.rollback();
             return false;
@@ -153,6 +167,8 @@ bool DataStore::createSchema(QString* error)
     }
     if (!exec(db, QStringLiteral("PRAGMA user_version = %1").arg(StoreSchema::Version), error) ||
         !db.commit()) {
+        if (error->isEmpty())
+            *error = db.lastError().text();
         db.rollback();
         return false;
     }

@@ -4,6 +4,7 @@
 #include "StoreSchema.h"
 
 #include <QObject>
+#include <QSqlDatabase>
 #include <QString>
 
 #include <memory>
@@ -19,7 +20,8 @@ public:
     // The app's store, opened by its composition root.
     static DataStore& shared();
 
-    // Opens or creates the store at `path` (":memory:" for a throwaway one). Refuses
+    // Opens or creates the store at `path` (":memory:" for a throwaway one), upgrading
+    // a store of an earlier version in place. Refuses
     // (null, and the reason) a file that is not ours, newer, damaged or read-only;
     // nothing is written then.
     static std::unique_ptr<DataStore> open(const QString& path, QString* error);
@@ -35,12 +37,16 @@ public:
     ~DataStore() override;
 
     ModelContext& mainContext() { return *m_context; }
+    // The connection, for read-only queries too large to go through records (years
+    // of history). Everything written goes through the context.
+    QSqlDatabase database() const;
     QString path() const { return m_path; }
 
 private:
     DataStore(const QString& path, const QString& connection);
     bool initialise(QString* error);
-    bool createSchema(QString* error);
+    // Runs `statements` and sets the schema version, in one transaction.
+    bool migrate(const QList<const char*>& statements, QString* error);
 
     QString m_path;
     QString m_connection;

@@ -49,6 +49,10 @@ public:
         return static_cast<T*>(findRecord(T::Kind, key));
     }
 
+    // The same, for code that handles every kind alike (export and import).
+    QList<Record*> records(RecordKind kind) { return fetchRecords(kind, {}); }
+    Record* find(RecordKind kind, const QString& key) { return findRecord(kind, key); }
+
     // Takes ownership. Inserting a record whose key is already live is refused.
     bool insert(Record* record);
     // Deletes the record and, by cascade, a habit's history or a list's tasks.

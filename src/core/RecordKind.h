@@ -10,6 +10,7 @@ enum class RecordKind : quint8 {
     Habit,
     HabitHistory,
     WidgetPlacement,
+    FocusSession,
 };
 
-inline constexpr int RecordKindCount = 6;
+inline constexpr int RecordKindCount = 7;

@@ -32,6 +32,10 @@ public:
     const QMetaObject* metaObject() const { return m_meta; }
     std::optional<Cascade> cascade() const { return m_cascade; }
     QStringList fields() const;
+    // The type's own properties, in declaration order.
+    const QList<QMetaProperty>& properties() const { return m_properties; }
+    // A new, empty, unowned record of this type.
+    Record* create() const { return m_create(); }
 
     // Rows matching `field = value` (all rows when field is empty), in rowid order,
     // as new unowned records.

@@ -86,21 +86,25 @@ bool shapesOf(const Connection& db, Shapes* shapes, QString* error)
     return true;
 }
 
-// The tables this version creates, read back from an in-memory database so that
-// the schema statements stay the one description of them.
-const Shapes& expectedShapes()
+// The tables each version has, read back from an in-memory database so that the
+// schema statements stay the one description of them.
+const Shapes& expectedShapes(int version)
 {
     // Never destroyed: a look may still run on its thread while the process exits.
-    static const Shapes* shapes = [] {
-        auto* out = new Shapes;
-        Connection db(QStringLiteral(":memory:"), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
-        for (const char* statement : StoreSchema::statements())
-            sqlite3_exec(db.handle(), statement, nullptr, nullptr, nullptr);
-        QString ignored;
-        shapesOf(db, out, &ignored);
+    static const QList<Shapes>* shapes = [] {
+        auto* out = new QList<Shapes>;
+        for (int v = 1; v <= StoreSchema::Version; ++v) {
+            Connection db(QStringLiteral(":memory:"), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+            for (const char* statement : StoreSchema::statements(v))
+                sqlite3_exec(db.handle(), statement, nullptr, nullptr, nullptr);
+            Shapes tables;
+            QString ignored;
+            shapesOf(db, &tables, &ignored);
+            out->append(tables);
+        }
         return out;
     }();
-    return *shapes;
+    return shapes->at(version - 1);
 }
 
 StoreProbe::Result refused(const QString& reason)
@@ -149,8 +153,8 @@ StoreProbe::Result StoreProbe::examine(const QString& path)
         return refused(QStringLiteral("the file holds tables of another program, not a "
                                       "Tidewell store"));
 
-    if (version == StoreSchema::Version) {
-        const Shapes& expected = expectedShapes();
+    if (version > 0) {
+        const Shapes& expected = expectedShapes(version);
         for (auto table = expected.begin(); table != expected.end(); ++table) {
             if (!shapes.contains(table.key()))
                 return refused(u"the store lacks the table " + table.key() +
@@ -176,5 +180,7 @@ StoreProbe::Result StoreProbe::examine(const QString& path)
         return refused(writer.error());
     if (sqlite3_db_readonly(writer.handle(), "main") != 0)
         return refused(QStringLiteral("the file is read-only, so nothing could be saved"));
-    return {version == 0 ? Verdict::Empty : Verdict::Current, {}};
+    if (version == 0)
+        return {Verdict::Empty, {}, 0};
+    return {version == StoreSchema::Version ? Verdict::Current : Verdict::Older, {}, version};
 }

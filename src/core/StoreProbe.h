@@ -14,6 +14,7 @@ public:
     enum class Verdict {
         Empty,   // no file, or one without any table: create the schema
         Current, // our tables at the current version
+        Older,   // our tables at an earlier version (`version`): upgrade them
         Refused, // anything else; `reason` says why
     };
 
@@ -21,6 +22,7 @@ public:
     {
         Verdict verdict = Verdict::Refused;
         QString reason;
+        int version = 0;
     };
 
     static Result examine(const QString& path);

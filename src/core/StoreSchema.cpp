@@ -1,6 +1,10 @@
 #include "StoreSchema.h"
 
-const QList<const char*>& StoreSchema::statements()
+#include <algorithm>
+
+namespace {
+// The first schema.
+const QList<const char*>& initial()
 {
     // Tables mirror the record types field by field (see RecordTable); foreign keys
     // back the cascades the context performs, and the history indexes keep "today"
@@ -64,4 +68,46 @@ const QList<const char*>& StoreSchema::statements()
         "alwaysOnTop" INTEGER NOT NULL))",
     };
     return all;
+}
+
+// What each later version adds, by the version it makes. Steps only add: a store is
+// upgraded in place, and an older Tidewell refuses the result rather than misread it.
+const QList<QList<const char*>>& steps()
+{
+    static const QList<QList<const char*>> all = {
+        {}, // version 1 is the initial schema
+        {
+            // Focus sessions: the timer's history, local only.
+            R"(CREATE TABLE focus_session (
+        "id" TEXT PRIMARY KEY NOT NULL,
+        "phase" TEXT,
+        "startedAt" REAL,
+        "endedAt" REAL,
+        "plannedSeconds" INTEGER NOT NULL,
+        "elapsedSeconds" INTEGER NOT NULL,
+        "outcome" TEXT))",
+            R"(CREATE INDEX focus_session_started ON focus_session("startedAt"))",
+        },
+    };
+    return all;
+}
+
+QList<const char*> between(int from, int to)
+{
+    Q_ASSERT(steps().size() == StoreSchema::Version);
+    QList<const char*> added;
+    for (int v = std::max(from, 1) + 1; v <= std::min(to, StoreSchema::Version); ++v)
+        added += steps().at(v - 1);
+    return added;
+}
+} // namespace
+
+QList<const char*> StoreSchema::statements(int version)
+{
+    return initial() + between(1, version);
+}
+
+QList<const char*> StoreSchema::upgrade(int fromVersion)
+{
+    return between(fromVersion, Version);
 }

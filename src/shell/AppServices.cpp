@@ -4,6 +4,7 @@
 #include "AudioService.h"
 #include "DailyResetService.h"
 #include "DataStore.h"
+#include "DataTransfer.h"
 #include "HabitsService.h"
 #include "KeychainStore.h"
 #include "NotificationBackend.h"
@@ -74,6 +75,7 @@ AppServices::AppServices(Parts parts)
         *m_store, m_clock, *m_audio, *m_power, *m_notifications, *m_dayReset,
         PomodoroService::scheduleThrough(*m_notifications),
         [sync] { return sync->pushPomodoro(); }});
+    m_transfer = std::make_unique<DataTransfer>(*m_store, m_clock, m_timer.get(), sync);
 
     installAll(true);
 }

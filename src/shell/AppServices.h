@@ -14,6 +14,7 @@
 
 class APIClient;
 class AudioService;
+class DataTransfer;
 class DailyResetService;
 class HabitsService;
 class KeychainStore;
@@ -61,6 +62,7 @@ public:
     HabitsService& habits() const { return *m_habits; }
     TasksService& tasks() const { return *m_tasks; }
     PomodoroService& timer() const { return *m_timer; }
+    DataTransfer& transfer() const { return *m_transfer; }
 
 private:
     // Makes the services the ones shared() returns, or takes them back.
@@ -82,4 +84,5 @@ private:
     std::unique_ptr<HabitsService> m_habits;
     std::unique_ptr<TasksService> m_tasks;
     std::unique_ptr<PomodoroService> m_timer;
+    std::unique_ptr<DataTransfer> m_transfer;
 };

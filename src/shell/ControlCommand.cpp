@@ -273,9 +273,16 @@ QString ControlCommand::help()
        tidewell ctl status [--json] [--follow] [--format TEMPLATE|waybar]
        tidewell habit list | habit count NAME | habit reset NAME
        tidewell task add [--list NAME] TEXT | task list [--list NAME] | task lists
+       tidewell export FILE.json [--csv DIR]
+       tidewell import --replace|--merge FILE.json
 
 Without a command, starts Tidewell, or brings the running one forward.
 The commands talk to the running Tidewell over the session bus and never start it.
+export writes every record as one JSON document (--csv also writes habit_history.csv
+and focus_sessions.csv into DIR); import checks the whole file first, then either
+replaces all data with it or merges it in (records matched by id; of two records of
+the same habit and day, the larger count stays). Both work whether or not Tidewell
+runs; with it running they go through it.
 
 Status templates: {phase} {phase_icon} {remaining} {state} {focus_count} {percentage}
   default: '{phase} {remaining} {state}'; 'waybar' prints the JSON a waybar custom
@@ -289,7 +296,8 @@ Exit status:
   0  done
   1  Tidewell is not running (or quit while following)
   2  the command line is wrong
-  3  Tidewell refused the request (no such habit, list or task; empty text)
+  3  Tidewell refused the request (no such habit, list or task; empty text;
+     a file that is not a valid export)
 )");
 }
 

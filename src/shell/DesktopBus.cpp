@@ -1,5 +1,6 @@
 #include "DesktopBus.h"
 
+#include "DataBusAdaptor.h"
 #include "HabitsBusAdaptor.h"
 #include "TasksBusAdaptor.h"
 #include "TimerBusAdaptor.h"
@@ -11,12 +12,13 @@
 #include <QThread>
 
 DesktopBus::DesktopBus(PomodoroService& timer, HabitsService& habits, TasksService& tasks,
-                       ModelContext& context, QObject* parent)
+                       ModelContext& context, DataTransfer& transfer, QObject* parent)
     : QObject(parent)
 {
     new TimerBusAdaptor(this, timer);
     new HabitsBusAdaptor(this, habits, context);
     new TasksBusAdaptor(this, tasks, context);
+    new DataBusAdaptor(this, transfer);
 }
 
 void DesktopBus::publish()

@@ -5,13 +5,14 @@
 #include <QString>
 #include <QVariantMap>
 
+class DataTransfer;
 class HabitsService;
 class ModelContext;
 class PomodoroService;
 class TasksService;
 
 // Tidewell on the session bus: name com.brenlow.tidewell, object
-// /com/brenlow/tidewell with the Timer, Habits and Tasks interfaces, for
+// /com/brenlow/tidewell with the Timer, Habits, Tasks and Data interfaces, for
 // shortcuts, status bars and scripts (`tidewell ctl` among them). Documented in
 // docs/com.brenlow.tidewell.xml.
 class DesktopBus final : public QObject, public QDBusContext
@@ -24,9 +25,10 @@ public:
     static inline const QString TimerInterface = QStringLiteral("com.brenlow.tidewell.Timer");
     static inline const QString HabitsInterface = QStringLiteral("com.brenlow.tidewell.Habits");
     static inline const QString TasksInterface = QStringLiteral("com.brenlow.tidewell.Tasks");
+    static inline const QString DataInterface = QStringLiteral("com.brenlow.tidewell.Data");
 
     DesktopBus(PomodoroService& timer, HabitsService& habits, TasksService& tasks,
-               ModelContext& context, QObject* parent = nullptr);
+               ModelContext& context, DataTransfer& transfer, QObject* parent = nullptr);
 
     // Registers the object and asks for the name from a short-lived thread: both
     // wait for the bus daemon, and the GUI thread never waits for D-Bus. Emits
@@ -38,4 +40,6 @@ public:
 
 signals:
     void registered(bool ok, const QString& why);
+    // A caller asked for the history window.
+    void historyRequested();
 };

@@ -5,6 +5,8 @@
 #include "DailyResetService.h"
 #include "DataStore.h"
 #include "Debouncer.h"
+#include "FocusSession.h"
+#include "ModelContext.h"
 #include "NotificationService.h"
 #include "PomodoroConfig.h"
 #include "PowerService.h"
@@ -62,7 +64,44 @@ QString PomodoroService::label(Phase phase)
     return QStringLiteral("Pomodoro");
 }
 
-PomodoroService::~PomodoroService() = default;
+PomodoroService::~PomodoroService()
+{
+    // Quitting ends the phase: the app does not resume it on the next start.
+    if (m_session)
+        closeSession(FocusSession::Abandoned, m_with.clock.now());
+}
+
+void PomodoroService::openSession()
+{
+    const QDateTime now = m_with.clock.now();
+    if (!m_session)
+        m_session = Session{m_phase, now, currentPhaseDurationMs(), 0, std::nullopt};
+    m_session->resumed = now;
+}
+
+void PomodoroService::accrueSession(const QDateTime& until)
+{
+    if (!m_session || !m_session->resumed)
+        return;
+    m_session->ranMs += std::max<qint64>(0, m_session->resumed->msecsTo(until));
+    m_session->resumed.reset();
+}
+
+void PomodoroService::closeSession(const QString& outcome, const QDateTime& at)
+{
+    if (!m_session)
+        return;
+    accrueSession(at);
+    const Session run = *m_session;
+    m_session.reset();
+    const QString phase = run.phase == Phase::ShortBreak  ? FocusSession::ShortBreak
+                          : run.phase == Phase::LongBreak ? FocusSession::LongBreak
+                                                          : FocusSession::Focus;
+    ModelContext& context = m_with.store.mainContext();
+    context.insert(new FocusSession(phase, run.startedAt, std::max(at, run.startedAt),
+                                    run.plannedMs / 1000, run.ranMs / 1000, outcome));
+    context.save();
+}
 
 template <typename T>
 void PomodoroService::set(T& field, const T& value, void (PomodoroService::*signal)())
@@ -173,6 +212,7 @@ void PomodoroService::start()
     const qint64 full = currentPhaseDurationMs();
     const qint64 length = (m_remainingMs >= 1 && m_remainingMs < full) ? m_remainingMs : full;
     m_endDate = m_with.clock.now().addMSecs(length);
+    openSession();
     set(m_isActive, true, &PomodoroService::isActiveChanged);
     startTick();
     if (m_phase == Phase::Focus)
@@ -211,6 +251,9 @@ void PomodoroService::tick()
 
 void PomodoroService::stopCountdown()
 {
+    // A phase handled late (a suspended machine) ran only until its end instant.
+    const QDateTime now = m_with.clock.now();
+    accrueSession(m_endDate ? std::min(now, *m_endDate) : now);
     set(m_isActive, false, &PomodoroService::isActiveChanged);
     m_endDate.reset();
     stopTick();
@@ -250,6 +293,7 @@ void PomodoroService::pause()
 void PomodoroService::reset()
 {
     pause();
+    closeSession(FocusSession::Reset, m_with.clock.now());
     set(m_remainingMs, currentPhaseDurationMs(), &PomodoroService::remainingMsChanged);
     persistDebounced();
 }
@@ -258,6 +302,7 @@ void PomodoroService::skip()
 {
     if (m_isActive)
         pause();
+    closeSession(FocusSession::Skipped, m_with.clock.now());
     advancePhase();
     set(m_remainingMs, currentPhaseDurationMs(), &PomodoroService::remainingMsChanged);
     persistDebounced();
@@ -265,7 +310,9 @@ void PomodoroService::skip()
 
 void PomodoroService::handleFinish()
 {
+    const QDateTime end = m_endDate ? std::min(*m_endDate, m_with.clock.now()) : m_with.clock.now();
     stopCountdown();
+    closeSession(FocusSession::Completed, end);
     m_with.audio.play(AudioService::Sound::FinishPomodoro);
     advancePhase();
     set(m_remainingMs, currentPhaseDurationMs(), &PomodoroService::remainingMsChanged);
@@ -342,6 +389,7 @@ void PomodoroService::updateSettings(std::optional<qint64> pomodoro,
         delete m_autoStartTimer;
         m_autoStartTimer = nullptr;
     }
+    closeSession(FocusSession::Reset, m_with.clock.now());
     set(m_pomodoroDuration, clampMinutes(pomodoro.value_or(m_pomodoroDuration), 1),
         &PomodoroService::pomodoroDurationChanged);
     set(m_shortBreakDuration, clampMinutes(shortBreak.value_or(m_shortBreakDuration), 1),
@@ -360,6 +408,13 @@ void PomodoroService::updateSettings(std::optional<qint64> pomodoro,
     set(m_phase, Phase::Focus, &PomodoroService::phaseChanged);
     set(m_remainingMs, currentPhaseDurationMs(), &PomodoroService::remainingMsChanged);
     persistImmediate();
+}
+
+void PomodoroService::reloadFromStore()
+{
+    reset();
+    m_debouncer->cancel(debounceKey);
+    applyConfig(*loadOrCreateConfig(true));
 }
 
 void PomodoroService::didBecomeActive()

@@ -87,6 +87,9 @@ public:
     void updateSettings(std::optional<qint64> pomodoro, std::optional<qint64> shortBreak,
                         std::optional<qint64> longBreak, std::optional<qint64> pomodorosForLong,
                         std::optional<bool> autoStart);
+    // The settings and counters were replaced in the store (an import): a running
+    // phase stops and the timer takes them up.
+    void reloadFromStore();
     // The app became active: a phase that ended meanwhile finishes now, once.
     void didBecomeActive();
 
@@ -136,6 +139,11 @@ private:
     void advancePhase();
     void scheduleAutoStart();
     void scheduleEndNotification();
+    // The run of the current phase: opened by its first start, closed (and written
+    // as a focus session) when it finishes, is skipped, reset or abandoned.
+    void openSession();
+    void accrueSession(const QDateTime& until);
+    void closeSession(const QString& outcome, const QDateTime& at);
     void cancelEndNotification();
     void stopCountdown();
     void writeToStore();
@@ -160,6 +168,16 @@ private:
     qint64 m_pomodorosForLongBreak = 4;
     bool m_autoStart = false;
     std::optional<QDateTime> m_endDate;
+
+    struct Session
+    {
+        Phase phase;
+        QDateTime startedAt;
+        qint64 plannedMs = 0;
+        qint64 ranMs = 0;                 // while counting down; pauses excluded
+        std::optional<QDateTime> resumed; // set while counting down
+    };
+    std::optional<Session> m_session;
 
     QTimer* m_tickTimer = nullptr;
     QTimer* m_autoStartTimer = nullptr;

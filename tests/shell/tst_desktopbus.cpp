@@ -94,7 +94,8 @@ private slots:
         m_timer->bootstrap();
         m_habits = &m_services->habits();
         m_tasks = &m_services->tasks();
-        m_bus = std::make_unique<DesktopBus>(*m_timer, *m_habits, *m_tasks, context());
+        m_bus = std::make_unique<DesktopBus>(*m_timer, *m_habits, *m_tasks, context(),
+                                             m_services->transfer());
         bool registered = false;
         connect(m_bus.get(), &DesktopBus::registered, this,
                 [&registered](bool ok, const QString& why) { registered = ok || !why.isEmpty(); });

@@ -6,9 +6,12 @@
 #include "ClockJumps.h"
 #include "DailyResetService.h"
 #include "DataStore.h"
+#include "DataTransfer.h"
 #include "DesktopBus.h"
 #include "HabitsService.h"
+#include "HistoryWindow.h"
 #include "HubWindow.h"
+#include "ImportDialog.h"
 #include "NotificationService.h"
 #include "PomodoroService.h"
 #include "PowerService.h"
@@ -20,6 +23,8 @@
 #include "WindowManager.h"
 
 #include <QApplication>
+#include <QFileDialog>
+#include <QFileInfo>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QSessionManager>
@@ -34,6 +39,7 @@ AppController::AppController(AppServices& services, QObject* parent)
 
 AppController::~AppController()
 {
+    delete m_history;
     delete m_hub;
 }
 
@@ -52,6 +58,7 @@ void AppController::start()
 
     connect(&windows, &WindowManager::openHubRequested, this, [this] { m_hub->bringForward(); });
     connect(&windows, &WindowManager::quitRequested, this, &AppController::requestQuit);
+    connect(&windows, &WindowManager::historyRequested, this, &AppController::showHistory);
     connect(qApp, &QGuiApplication::applicationStateChanged, this,
             [this](Qt::ApplicationState state) {
                 if (state == Qt::ApplicationActive)
@@ -69,7 +76,8 @@ void AppController::start()
         });
         // Shortcuts, status bars and `tidewell ctl` reach the app here.
         auto* bus = new DesktopBus(m_services.timer(), m_services.habits(), m_services.tasks(),
-                                   m_services.store().mainContext(), this);
+                                   m_services.store().mainContext(), m_services.transfer(), this);
+        connect(bus, &DesktopBus::historyRequested, this, &AppController::showHistory);
         connect(bus, &DesktopBus::registered, this, [](bool ok, const QString& why) {
             if (!ok)
                 qWarning("AppController: not on the session bus (%s)", qPrintable(why));
@@ -85,6 +93,9 @@ void AppController::start()
 
     m_hub = new HubWindow;
     connect(m_hub, &HubWindow::quitRequested, this, &AppController::requestQuit);
+    connect(m_hub, &HubWindow::historyRequested, this, &AppController::showHistory);
+    connect(m_hub, &HubWindow::exportRequested, this, &AppController::exportWithDialog);
+    connect(m_hub, &HubWindow::importRequested, this, &AppController::importWithDialog);
     // A save that fails is said where the user looks: the hub, and a notification
     // for someone who only uses the widgets.
     auto* health = new StoreHealth(m_services.store().mainContext(), this);
@@ -192,4 +203,78 @@ void AppController::shutDown()
 HubWindow* AppController::hub() const
 {
     return m_hub;
+}
+
+HistoryWindow* AppController::showHistory()
+{
+    if (!m_history)
+        m_history = new HistoryWindow(m_services.store(), m_services.clock());
+    m_history->show();
+    m_history->raise();
+    m_history->activateWindow();
+    return m_history;
+}
+
+namespace {
+void tell(QWidget* parent, QMessageBox::Icon icon, const QString& title, const QString& detail)
+{
+    auto* box = new QMessageBox(icon, title, title, QMessageBox::Ok, parent);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setInformativeText(detail);
+    box->open();
+}
+} // namespace
+
+void AppController::exportWithDialog()
+{
+    const QString name = QStringLiteral("tidewell-%1.json")
+                             .arg(m_services.clock().now().toLocalTime().date().toString(Qt::ISODate));
+    auto* dialog = new QFileDialog(m_hub, QStringLiteral("Export"), name,
+                                   QStringLiteral("Tidewell export (*.json)"));
+    dialog->setObjectName(QStringLiteral("exportDialog"));
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setAcceptMode(QFileDialog::AcceptSave);
+    dialog->setDefaultSuffix(QStringLiteral("json"));
+    connect(dialog, &QFileDialog::fileSelected, this, [this](const QString& path) {
+        QString error;
+        if (!m_services.transfer().exportTo(path, {}, &error))
+            tell(m_hub, QMessageBox::Warning, QStringLiteral("Export failed"), error);
+    });
+    dialog->open();
+}
+
+void AppController::importWithDialog()
+{
+    auto* dialog = new QFileDialog(m_hub, QStringLiteral("Import"), QString(),
+                                   QStringLiteral("Tidewell export (*.json)"));
+    dialog->setObjectName(QStringLiteral("importFileDialog"));
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setFileMode(QFileDialog::ExistingFile);
+    connect(dialog, &QFileDialog::fileSelected, this, &AppController::offerImport);
+    dialog->open();
+}
+
+void AppController::offerImport(const QString& path)
+{
+    QString error;
+    const std::optional<ExportDocument> document = DataTransfer::readFile(path, &error);
+    if (!document) {
+        tell(m_hub, QMessageBox::Warning, QStringLiteral("The file cannot be imported"), error);
+        return;
+    }
+    ModelContext& context = m_services.store().mainContext();
+    auto* ask = new ImportDialog(QFileInfo(path).fileName(),
+                                 document->plan(context, ExportDocument::Mode::Replace),
+                                 document->plan(context, ExportDocument::Mode::Merge), m_hub);
+    ask->setAttribute(Qt::WA_DeleteOnClose);
+    connect(ask, &QDialog::accepted, this, [this, ask, document] {
+        QString why;
+        QStringList summary;
+        if (m_services.transfer().importDocument(*document, ask->mode(), &summary, &why))
+            tell(m_hub, QMessageBox::Information, QStringLiteral("Import complete"),
+                 summary.join(u'\n'));
+        else
+            tell(m_hub, QMessageBox::Warning, QStringLiteral("Import failed"), why);
+    });
+    ask->open();
 }

@@ -7,6 +7,7 @@
 #include <functional>
 
 class AppServices;
+class HistoryWindow;
 class HubWindow;
 class SingleInstance;
 
@@ -38,6 +39,13 @@ public:
     void openUrl(const QUrl& url, const QString& activation = {});
 
     HubWindow* hub() const;
+    // The history window, built the first time it is asked for, shown and raised.
+    HistoryWindow* showHistory();
+    // The hub's File menu: a file dialog, then export or (after asking how) import.
+    void exportWithDialog();
+    void importWithDialog();
+    // Checks `path`, then asks how to import it; an error box when it cannot be.
+    void offerImport(const QString& path);
     void setQuitConfirmation(QuitConfirmation confirm) { m_confirmQuit = std::move(confirm); }
     static void askToQuitDuringFocus(std::function<void(bool)> answer);
 
@@ -51,6 +59,7 @@ private:
 
     AppServices& m_services;
     QPointer<HubWindow> m_hub;
+    QPointer<HistoryWindow> m_history;
     QuitConfirmation m_confirmQuit;
     bool m_askingToQuit = false; // the quit alert is open
     bool m_shutDown = false;

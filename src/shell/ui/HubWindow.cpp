@@ -24,6 +24,18 @@ HubWindow::HubWindow(QWidget* parent)
     resize(440, 600);
 
     QMenu* file = menuBar()->addMenu(QStringLiteral("&File"));
+    QAction* history = file->addAction(QStringLiteral("History…"));
+    history->setObjectName(QStringLiteral("historyAction"));
+    history->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_H));
+    connect(history, &QAction::triggered, this, &HubWindow::historyRequested);
+    file->addSeparator();
+    QAction* exportAll = file->addAction(QStringLiteral("Export…"));
+    exportAll->setObjectName(QStringLiteral("exportAction"));
+    connect(exportAll, &QAction::triggered, this, &HubWindow::exportRequested);
+    QAction* import = file->addAction(QStringLiteral("Import…"));
+    import->setObjectName(QStringLiteral("importAction"));
+    connect(import, &QAction::triggered, this, &HubWindow::importRequested);
+    file->addSeparator();
     QAction* quit = file->addAction(QStringLiteral("Quit"));
     quit->setObjectName(QStringLiteral("quitAction"));
     quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));

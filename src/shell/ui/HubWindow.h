@@ -30,6 +30,9 @@ public:
 
 signals:
     void quitRequested();
+    void historyRequested();
+    void exportRequested();
+    void importRequested();
 
 private:
     QVBoxLayout* m_column = nullptr;

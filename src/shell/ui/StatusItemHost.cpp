@@ -68,6 +68,8 @@ StatusItemHost::StatusItemHost(const QString& widgetId, ContentFactory content, 
     m_tray = new QSystemTrayIcon(this);
     m_menu = new QMenu;
     QAction* show = m_menu->addAction(QStringLiteral("Show ") + name);
+    QAction* history = m_menu->addAction(QStringLiteral("History…"));
+    connect(history, &QAction::triggered, this, &StatusItemHost::historyRequested);
     m_menu->addSeparator();
     QAction* open = m_menu->addAction(QStringLiteral("Open Tidewell"));
     QAction* quit = m_menu->addAction(QStringLiteral("Quit Tidewell"));

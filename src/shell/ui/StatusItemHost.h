@@ -45,6 +45,7 @@ public:
 
 signals:
     void openHubRequested();
+    void historyRequested();
     void quitRequested();
 
 private:

@@ -69,6 +69,7 @@ void WindowManager::sync(const QString& widgetId, bool inStatusBar, bool inFloat
         auto* host = new StatusItemHost(
             widgetId, [this, widgetId] { return widgetView(widgetId, false); }, this);
         connect(host, &StatusItemHost::openHubRequested, this, &WindowManager::openHubRequested);
+        connect(host, &StatusItemHost::historyRequested, this, &WindowManager::historyRequested);
         connect(host, &StatusItemHost::quitRequested, this, &WindowManager::quitRequested);
         m_statusHosts.insert(widgetId, host);
     } else if (!inStatusBar) {

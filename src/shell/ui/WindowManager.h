@@ -46,6 +46,7 @@ public:
 
 signals:
     void openHubRequested();
+    void historyRequested();
     void quitRequested();
     // Placements changed outside the toggles (a panel closed by the user).
     void placementsChanged();
