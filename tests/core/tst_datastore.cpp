@@ -238,7 +238,7 @@ private slots:
         // A store from a newer version is refused rather than misread.
         store.reset();
         onSecondConnection(
-            path, [](QSqlQuery& q) { QVERIFY(q.exec(QStringLiteral("PRAGMA user_version = 2"))); });
+            path, [](QSqlQuery& q) { QVERIFY(q.exec(QStringLiteral("PRAGMA user_version = 3"))); });
         QString error;
         QVERIFY(!DataStore::open(path, &error));
         QVERIFY(error.contains(QStringLiteral("newer")));
