@@ -3,6 +3,7 @@
 #include "Clock.h"
 #include "DailyResetService.h"
 #include "DataStore.h"
+#include "FocusSession.h"
 #include "FakeKeychain.h"
 #include "FakeSyncServer.h"
 #include "Habit.h"
@@ -164,6 +165,52 @@ private slots:
         QCOMPARE(*engine().endDate(), m_now.addMSecs(focusMs - 10'250));
         engine().reset();
         QCOMPARE(engine().remainingMs(), focusMs);
+    }
+
+    void everyRunOfAPhaseIsRecordedOnce()
+    {
+        const auto sessions = [] {
+            QStringList out;
+            for (const FocusSession* s : DataStore::shared().mainContext().fetch<FocusSession>(
+                     FetchRequest::sortedBy(QStringLiteral("startedAt"))))
+                out << QStringLiteral("%1 %2 %3-%4 %5/%6")
+                           .arg(s->phase(), s->outcome(),
+                                s->startedAt().toLocalTime().toString(u"HH:mm:ss"),
+                                s->endedAt().toLocalTime().toString(u"HH:mm:ss"))
+                           .arg(s->elapsedSeconds())
+                           .arg(s->plannedSeconds());
+            return out;
+        };
+        // Paused for an hour midway; the tick arrives late, but the run ended on time.
+        engine().start();
+        advance(600'000);
+        engine().pause();
+        advance(3'600'000);
+        engine().start();
+        advance(900'000 + 42'000);
+        engine().didBecomeActive();
+        QCOMPARE(sessions(), QStringList{"focus completed 10:00:00-11:25:00 1500/1500"});
+
+        // Skipped and reset runs say so; a phase skipped before it started is no run.
+        engine().start();
+        advance(60'000);
+        engine().skip();
+        engine().start();
+        advance(5'000);
+        engine().reset();
+        QCOMPARE(sessions().mid(1), (QStringList{"shortBreak skipped 11:25:42-11:26:42 60/300",
+                                                 "focus reset 11:26:42-11:26:47 5/1500"}));
+        engine().skip();
+        engine().skip();
+        QCOMPARE(sessions().size(), 3);
+
+        // A run still open when the app goes (paused, here) is abandoned, once.
+        engine().start();
+        advance(20'000);
+        engine().pause();
+        relaunch();
+        QCOMPARE(sessions().last(), "focus abandoned 11:26:47-11:27:07 20/1500");
+        QCOMPARE(sessions().size(), 4);
     }
 
     void phaseSequenceAndLongBreakRule()

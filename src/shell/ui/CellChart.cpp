@@ -161,7 +161,9 @@ int CellChart::cellAt(const QPoint& point) const
 
 void CellChart::setCurrentCell(int cell)
 {
-    cell = std::clamp(cell, cellCount() > 0 ? 0 : -1, cellCount() - 1);
+    // -1 leaves no cell current; anything else lands on a cell.
+    if (cell != -1)
+        cell = std::clamp(cell, cellCount() > 0 ? 0 : -1, cellCount() - 1);
     if (cell == m_current)
         return;
     m_current = cell;

@@ -23,12 +23,14 @@ HeatMapView::HeatMapView(QWidget* parent)
 
 void HeatMapView::setHabit(const HistoryReader::HabitDays& habit, QDate today)
 {
+    // The keyboard stays on its day unless the days themselves moved (a new day began).
+    const QDate current = currentCell() >= 0 ? dateOf(currentCell()) : QDate();
     m_habit = habit;
     m_today = today;
     m_first = today.addDays(1 - today.dayOfWeek() - 7 * (Weeks - 1));
     setAccessibleName(habit.name + QStringLiteral(", last 12 months"));
     setAccessibleDescription(QStringLiteral("One cell a day; arrow keys move by day and week"));
-    setCurrentCell(-1);
+    setCurrentCell(current.isValid() ? cellOf(current) : -1);
     updateGeometry();
     update();
 }

@@ -186,40 +186,51 @@ HeatMapView* HistoryWindow::heatMap(const QString& habitName) const
 
 void HistoryWindow::reloadHabits(QDate today)
 {
-    // Rebuilt whole: a handful of labels and one chart per habit.
-    while (QLayoutItem* item = m_habitsLayout->takeAt(0)) {
-        delete item->widget();
-        delete item;
-    }
     const QList<HistoryReader::HabitDays> habits = HistoryReader::habits(m_store);
-    if (habits.isEmpty()) {
-        auto* none = line(m_habitsColumn, QStringLiteral("noHabits"));
-        say(none, QStringLiteral("No habits yet. Add one in the Habits widget, and its days "
-                                 "show here."));
-        m_habitsLayout->addWidget(none);
+    bool same = habits.size() == m_sections.size() && !habits.isEmpty();
+    for (qsizetype i = 0; same && i < habits.size(); ++i)
+        same = habits[i].id == m_sections[i].id;
+    if (!same) {
+        m_sections.clear();
+        while (QLayoutItem* item = m_habitsLayout->takeAt(0)) {
+            delete item->widget();
+            delete item;
+        }
+        if (habits.isEmpty()) {
+            auto* none = line(m_habitsColumn, QStringLiteral("noHabits"));
+            say(none, QStringLiteral("No habits yet. Add one in the Habits widget, and its days "
+                                     "show here."));
+            m_habitsLayout->addWidget(none);
+        }
+        for (const HistoryReader::HabitDays& habit : habits) {
+            HabitSection section{habit.id, heading(QString(), m_habitsColumn),
+                                 line(m_habitsColumn, QStringLiteral("streaks")),
+                                 line(m_habitsColumn, QStringLiteral("rates")),
+                                 new HeatMapView(m_habitsColumn)};
+            m_habitsLayout->addWidget(section.title);
+            m_habitsLayout->addWidget(section.streaks);
+            m_habitsLayout->addWidget(section.rates);
+            m_habitsLayout->addWidget(section.map);
+            m_habitsLayout->addSpacing(14);
+            m_sections.append(section);
+        }
+        m_habitsLayout->addStretch();
     }
-    for (const HistoryReader::HabitDays& habit : habits) {
-        const QString name = habit.icon.isEmpty() ? habit.name : habit.icon + u' ' + habit.name;
-        m_habitsLayout->addWidget(heading(name, m_habitsColumn));
-        auto* streaks = line(m_habitsColumn, QStringLiteral("streaks"));
-        say(streaks, QStringLiteral("Current streak: %1 · Best streak: %2")
-                         .arg(days(HistoryStats::currentStreak(habit.days, today)),
-                              days(HistoryStats::bestStreak(habit.days))));
-        m_habitsLayout->addWidget(streaks);
-        auto* rates = line(m_habitsColumn, QStringLiteral("rates"));
-        say(rates,
+    for (qsizetype i = 0; i < habits.size(); ++i) {
+        const HistoryReader::HabitDays& habit = habits[i];
+        const HabitSection& section = m_sections[i];
+        section.title->setText(habit.icon.isEmpty() ? habit.name : habit.icon + u' ' + habit.name);
+        say(section.streaks, QStringLiteral("Current streak: %1 · Best streak: %2")
+                                 .arg(days(HistoryStats::currentStreak(habit.days, today)),
+                                      days(HistoryStats::bestStreak(habit.days))));
+        say(section.rates,
             QStringLiteral("Target reached: %1 of the last 7 days · %2 of 30 · %3 of 365")
                 .arg(percent(HistoryStats::completionRate(habit.days, today, 7, habit.since)),
                      percent(HistoryStats::completionRate(habit.days, today, 30, habit.since)),
                      percent(HistoryStats::completionRate(habit.days, today, 365, habit.since))));
-        m_habitsLayout->addWidget(rates);
-        auto* map = new HeatMapView(m_habitsColumn);
-        map->setProperty("habitName", habit.name);
-        map->setHabit(habit, today);
-        m_habitsLayout->addWidget(map);
-        m_habitsLayout->addSpacing(14);
+        section.map->setProperty("habitName", habit.name);
+        section.map->setHabit(habit, today);
     }
-    m_habitsLayout->addStretch();
 }
 
 void HistoryWindow::reloadFocus(QDate today)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QUuid>
 #include <QWidget>
 
 class BarChartView;
@@ -48,6 +49,17 @@ private:
     QTabWidget* m_tabs = nullptr;
     QWidget* m_habitsColumn = nullptr;
     QVBoxLayout* m_habitsLayout = nullptr;
+    // What the Habits tab shows for each habit, in order; updated in place while the
+    // habits stay the same, so the keyboard and assistive technology keep their place.
+    struct HabitSection
+    {
+        QUuid id;
+        QLabel* title;
+        QLabel* streaks;
+        QLabel* rates;
+        HeatMapView* map;
+    };
+    QList<HabitSection> m_sections;
     QLabel* m_thisWeek = nullptr;
     QLabel* m_bestDay = nullptr;
     QLabel* m_average = nullptr;
