@@ -135,7 +135,10 @@ bool DataStore::initialise(QString* error)
     }
     if (!exec(db, QStringLiteral("PRAGMA foreign_keys = ON"), error) ||
         !exec(db, QStringLiteral("PRAGMA journal_mode = WAL"), error) ||
-        !exec(db, QStringLiteral("PRAGMA synchronous = FULL"), error))
+        !exec(db, QStringLiteral("PRAGMA synchronous = FULL"), error) ||
+        // Reads through a mapping instead of a system call per page: years of history
+        // are read in a few milliseconds. Writes still go through the journal.
+        !exec(db, QStringLiteral("PRAGMA mmap_size = 268435456"), error))
         return false;
     if (examined.verdict == StoreProbe::Verdict::Empty &&
         !migrate(StoreSchema::statements(), error))

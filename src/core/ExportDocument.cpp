@@ -420,6 +420,9 @@ std::optional<ExportDocument> ExportDocument::read(const QByteArray& json, QStri
                 break;
             }
             case RecordKind::FocusSession:
+                if (const QString day = text(record, "day");
+                    day.size() != 10 || !QDate::fromString(day, Qt::ISODate).isValid())
+                    reader.fail(QStringLiteral("day"), QStringLiteral("expected a day as yyyy-MM-dd"));
                 if (!FocusSession::isPhase(text(record, "phase")))
                     reader.fail(QStringLiteral("phase"),
                                 QStringLiteral("expected \"focus\", \"shortBreak\" or \"longBreak\""));

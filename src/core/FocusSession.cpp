@@ -6,6 +6,7 @@ FocusSession::FocusSession(const QString& phase, const QDateTime& startedAt,
     : m_id(QUuid::createUuid())
     , m_phase(phase)
     , m_startedAt(startedAt)
+    , m_day(startedAt.toLocalTime().date().toString(Qt::ISODate))
     , m_endedAt(endedAt)
     , m_plannedSeconds(plannedSeconds)
     , m_elapsedSeconds(elapsedSeconds)

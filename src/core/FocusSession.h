@@ -14,6 +14,9 @@ class FocusSession final : public Record
     // "focus", "shortBreak" or "longBreak".
     Q_PROPERTY(QString phase READ phase WRITE setPhase NOTIFY phaseChanged)
     Q_PROPERTY(QDateTime startedAt READ startedAt WRITE setStartedAt NOTIFY startedAtChanged)
+    // The local day it started on ("yyyy-MM-dd"), kept as it was then: statistics
+    // group by it, and a later change of time zone does not move past sessions.
+    Q_PROPERTY(QString day READ day WRITE setDay NOTIFY dayChanged)
     Q_PROPERTY(QDateTime endedAt READ endedAt WRITE setEndedAt NOTIFY endedAtChanged)
     // The phase's length when it started, and how long it actually ran (pauses excluded).
     Q_PROPERTY(qint64 plannedSeconds READ plannedSeconds WRITE setPlannedSeconds NOTIFY
@@ -37,6 +40,7 @@ public:
     static bool isPhase(const QString& text);
     static bool isOutcome(const QString& text);
 
+    // A new record, of the local day `startedAt` falls on.
     FocusSession(const QString& phase, const QDateTime& startedAt, const QDateTime& endedAt,
                  qint64 plannedSeconds, qint64 elapsedSeconds, const QString& outcome);
     FocusSession() = default;
@@ -47,6 +51,7 @@ public:
     QUuid id() const { return m_id; }
     QString phase() const { return m_phase; }
     QDateTime startedAt() const { return m_startedAt; }
+    QString day() const { return m_day; }
     QDateTime endedAt() const { return m_endedAt; }
     qint64 plannedSeconds() const { return m_plannedSeconds; }
     qint64 elapsedSeconds() const { return m_elapsedSeconds; }
@@ -56,6 +61,7 @@ public:
     void setId(const QUuid& v) { assign(m_id, v, &FocusSession::idChanged); }
     void setPhase(const QString& v) { assign(m_phase, v, &FocusSession::phaseChanged); }
     void setStartedAt(const QDateTime& v) { assign(m_startedAt, v, &FocusSession::startedAtChanged); }
+    void setDay(const QString& v) { assign(m_day, v, &FocusSession::dayChanged); }
     void setEndedAt(const QDateTime& v) { assign(m_endedAt, v, &FocusSession::endedAtChanged); }
     void setPlannedSeconds(qint64 v)
     {
@@ -71,6 +77,7 @@ signals:
     void idChanged();
     void phaseChanged();
     void startedAtChanged();
+    void dayChanged();
     void endedAtChanged();
     void plannedSecondsChanged();
     void elapsedSecondsChanged();
@@ -80,6 +87,7 @@ private:
     QUuid m_id;
     QString m_phase;
     QDateTime m_startedAt;
+    QString m_day;
     QDateTime m_endedAt;
     qint64 m_plannedSeconds = 0;
     qint64 m_elapsedSeconds = 0;

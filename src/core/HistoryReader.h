@@ -8,8 +8,9 @@
 
 class DataStore;
 
-// Reads years of history straight from the store, as plain values: making a record
-// object of every day would take longer than the window it feeds may.
+// Reads years of history straight from the store's tables as plain values, and
+// only what the statistics need: a record object per day, or every day of ten
+// years, would take longer than opening the window they feed may.
 class HistoryReader
 {
 public:
@@ -23,12 +24,20 @@ public:
         QString colorHex;
         qint64 maxValue = 0;
         QDate since; // the first day tracked
+        // Every day of the `recentDays` before today and today, and of the days
+        // before those, the ones that reached their target: enough for the year
+        // shown, the rates and both streaks.
         HistoryStats::Days days;
     };
 
-    // The habits in the widget's order, each with every recorded day. Pending changes
-    // are saved first, so what is read is what the widgets show.
-    static QList<HabitDays> habits(DataStore& store);
-    // Every focus session, oldest first.
-    static QList<HistoryStats::Session> sessions(DataStore& store);
+    // The habits in the widget's order. Pending changes are saved first, so what is
+    // read is what the widgets show.
+    static QList<HabitDays> habits(DataStore& store, QDate today, int recentDays = 400);
+
+    struct Focus
+    {
+        HistoryStats::FocusDays days;
+        qint64 averageSeconds = 0; // of completed focus sessions; 0 when none
+    };
+    static Focus focus(DataStore& store);
 };

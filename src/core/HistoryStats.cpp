@@ -56,19 +56,6 @@ double HistoryStats::completionRate(const Days& days, QDate today, int span, QDa
     return counted == 0 ? 0.0 : double(reached) / counted;
 }
 
-HistoryStats::FocusDays HistoryStats::focusByDay(const QList<Session>& sessions)
-{
-    FocusDays days;
-    for (const Session& s : sessions) {
-        if (!s.focus)
-            continue;
-        FocusDay& day = days[s.startedAt.toLocalTime().date()];
-        day.focusSeconds += s.elapsedSeconds;
-        day.sessions += s.completed ? 1 : 0;
-    }
-    return days;
-}
-
 QList<int> HistoryStats::sessionsPerDay(const FocusDays& days, QDate today, int count)
 {
     QList<int> out;
@@ -109,16 +96,4 @@ QDate HistoryStats::bestDay(const FocusDays& days)
         }
     }
     return best;
-}
-
-qint64 HistoryStats::averageSessionSeconds(const QList<Session>& sessions)
-{
-    qint64 total = 0, count = 0;
-    for (const Session& s : sessions) {
-        if (s.focus && s.completed) {
-            total += s.elapsedSeconds;
-            ++count;
-        }
-    }
-    return count == 0 ? 0 : total / count;
 }

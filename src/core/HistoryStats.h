@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QDate>
-#include <QDateTime>
 #include <QList>
 #include <QMap>
 
@@ -30,14 +29,6 @@ public:
     // until it is reached; no day to count gives 0.
     static double completionRate(const Days& days, QDate today, int span, QDate since);
 
-    // One run of a timer phase, as the statistics need it.
-    struct Session
-    {
-        QDateTime startedAt;
-        qint64 elapsedSeconds = 0;
-        bool focus = false;
-        bool completed = false;
-    };
     struct FocusDay
     {
         int sessions = 0;         // completed focus sessions
@@ -45,8 +36,6 @@ public:
     };
     using FocusDays = QMap<QDate, FocusDay>;
 
-    // Focus by the local day each session started on.
-    static FocusDays focusByDay(const QList<Session>& sessions);
     // Completed focus sessions per day for the `count` days ending `today`, oldest first.
     static QList<int> sessionsPerDay(const FocusDays& days, QDate today, int count);
     // Completed focus sessions per calendar month, for the `count` months ending with
@@ -57,6 +46,4 @@ public:
     static QList<qint64> focusSecondsPerWeek(const FocusDays& days, QDate today, int count);
     // The day with the most completed sessions (the latest of equals); invalid when none.
     static QDate bestDay(const FocusDays& days);
-    // The mean length of completed focus sessions, in seconds; 0 when there is none.
-    static qint64 averageSessionSeconds(const QList<Session>& sessions);
 };

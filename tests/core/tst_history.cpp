@@ -152,25 +152,25 @@ private slots:
         QCOMPARE(HistoryStats::currentStreak(spring, today), 5);
         QCOMPARE(HistoryStats::completionRate(spring, today, 7, QDate(2026, 3, 27)), 1.0);
 
-        // Focus sessions go to the local day they started on: 23:30 UTC on 28 March is
+        // A session belongs to the local day it started on: 23:30 UTC on 28 March is
         // already the 29th in Berlin.
-        const QList<HistoryStats::Session> sessions{
-            {QDateTime(QDate(2026, 3, 28), QTime(23, 30), Qt::UTC), 1500, true, true},
-            {QDateTime(QDate(2026, 3, 29), QTime(8, 0), Qt::UTC), 1500, true, true},
-            {QDateTime(QDate(2026, 3, 29), QTime(9, 0), Qt::UTC), 600, true, false},
-            {QDateTime(QDate(2026, 3, 29), QTime(9, 30), Qt::UTC), 300, false, true},
-        };
-        const HistoryStats::FocusDays byDay = HistoryStats::focusByDay(sessions);
-        QCOMPARE(byDay.value(QDate(2026, 3, 29)).sessions, 2);
-        QCOMPARE(byDay.value(QDate(2026, 3, 29)).focusSeconds, 3600);
+        const FocusSession late(FocusSession::Focus,
+                                QDateTime(QDate(2026, 3, 28), QTime(23, 30), Qt::UTC),
+                                QDateTime(QDate(2026, 3, 28), QTime(23, 55), Qt::UTC), 1500, 1500,
+                                FocusSession::Completed);
+        QCOMPARE(late.day(), QStringLiteral("2026-03-29"));
+        HistoryStats::FocusDays byDay;
+        byDay.insert(QDate(2026, 3, 29), {2, 3600});
+        byDay.insert(QDate(2026, 1, 31), {2, 3000});
         QCOMPARE(HistoryStats::sessionsPerDay(byDay, QDate(2026, 3, 30), 3), (QList<int>{0, 2, 0}));
-        QCOMPARE(HistoryStats::sessionsPerMonth(byDay, QDate(2026, 4, 2), 3), (QList<int>{0, 2, 0}));
+        QCOMPARE(HistoryStats::sessionsPerMonth(byDay, QDate(2026, 4, 2), 4),
+                 (QList<int>{2, 0, 2, 0}));
         // Weeks start on Monday: the 29th is a Sunday, so it belongs to the week before
         // the 30th's.
         QCOMPARE(HistoryStats::focusSecondsPerWeek(byDay, QDate(2026, 3, 30), 2),
                  (QList<qint64>{3600, 0}));
+        // Of equal days the later is the best.
         QCOMPARE(HistoryStats::bestDay(byDay), QDate(2026, 3, 29));
-        QCOMPARE(HistoryStats::averageSessionSeconds(sessions), 1500);
         qunsetenv("TZ");
         tzset();
     }

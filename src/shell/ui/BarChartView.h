@@ -14,6 +14,7 @@ public:
         qint64 value = 0;
         QString label; // under the axis; empty for none
         QString text;  // "12 March 2026: 3 sessions"
+        QString shown; // above the bar; the value when empty
     };
 
     explicit BarChartView(QWidget* parent = nullptr);

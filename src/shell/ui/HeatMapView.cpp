@@ -1,13 +1,16 @@
 #include "HeatMapView.h"
 
 #include <QLocale>
+#include "Theme.h"
+
+#include <QEvent>
 #include <QPainter>
 
 namespace {
 constexpr int Cell = 11;
 constexpr int Step = 13;
 constexpr int Left = 30; // weekday labels
-constexpr int Top = 16;  // month labels
+constexpr int Months = 16; // month labels
 
 QString longDate(QDate date)
 {
@@ -21,15 +24,33 @@ HeatMapView::HeatMapView(QWidget* parent)
     setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
 }
 
-void HeatMapView::setHabit(const HistoryReader::HabitDays& habit, QDate today)
+void HeatMapView::measureTop()
+{
+    const int title = QFontMetrics(Theme::font(Theme::Font::Headline)).height();
+    m_top = title + 4 + int(m_figures.size()) * fontMetrics().height() + 8 + Months;
+}
+
+void HeatMapView::changeEvent(QEvent* event)
+{
+    if (event->type() == QEvent::FontChange) {
+        measureTop();
+        updateGeometry();
+    }
+    CellChart::changeEvent(event);
+}
+
+void HeatMapView::setHabit(const HistoryReader::HabitDays& habit, QDate today,
+                           const QStringList& figures)
 {
     // The keyboard stays on its day unless the days themselves moved (a new day began).
     const QDate current = currentCell() >= 0 ? dateOf(currentCell()) : QDate();
     m_habit = habit;
+    m_figures = figures;
     m_today = today;
+    measureTop();
     m_first = today.addDays(1 - today.dayOfWeek() - 7 * (Weeks - 1));
     setAccessibleName(habit.name + QStringLiteral(", last 12 months"));
-    setAccessibleDescription(QStringLiteral("One cell a day; arrow keys move by day and week"));
+    setAccessibleDescription(figures.join(u". "));
     setCurrentCell(current.isValid() ? cellOf(current) : -1);
     updateGeometry();
     update();
@@ -48,7 +69,7 @@ int HeatMapView::cellOf(QDate date) const
 
 QRect HeatMapView::cellRect(int cell) const
 {
-    return QRect(Left + (cell / 7) * Step, Top + (cell % 7) * Step, Cell, Cell);
+    return QRect(Left + (cell / 7) * Step, m_top + (cell % 7) * Step, Cell, Cell);
 }
 
 QString HeatMapView::cellText(int cell) const
@@ -65,7 +86,7 @@ QString HeatMapView::cellText(int cell) const
 
 QSize HeatMapView::sizeHint() const
 {
-    return QSize(Left + Weeks * Step, Top + 7 * Step);
+    return QSize(Left + Weeks * Step, m_top + 7 * Step);
 }
 
 int HeatMapView::neighbour(int cell, int key) const
@@ -88,6 +109,19 @@ void HeatMapView::paintEvent(QPaintEvent*)
 {
     QPainter p(this);
     p.setRenderHint(QPainter::Antialiasing, false);
+    const QFont headline = Theme::font(Theme::Font::Headline);
+    const int titleHeight = QFontMetrics(headline).height();
+    p.setFont(headline);
+    p.setPen(palette().color(QPalette::WindowText));
+    p.drawText(QRect(0, 0, width(), titleHeight), Qt::AlignLeft | Qt::AlignVCenter,
+               m_habit.icon.isEmpty() ? m_habit.name : m_habit.icon + u' ' + m_habit.name);
+    p.setFont(font());
+    const int lineHeight = fontMetrics().height();
+    for (qsizetype i = 0; i < m_figures.size(); ++i)
+        p.drawText(QRect(0, titleHeight + 4 + int(i) * lineHeight, width(), lineHeight),
+                   Qt::AlignLeft | Qt::AlignVCenter, m_figures[i]);
+
+    const int Top = m_top;
     const QColor text = palette().color(QPalette::PlaceholderText);
     QFont small = font();
     small.setPointSizeF(small.pointSizeF() * 0.8);

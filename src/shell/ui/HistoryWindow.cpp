@@ -59,7 +59,6 @@ QLabel* line(QWidget* parent, const QString& objectName)
     auto* label = new QLabel(parent);
     label->setObjectName(objectName);
     label->setTextFormat(Qt::PlainText);
-    label->setWordWrap(true);
     return label;
 }
 
@@ -100,6 +99,7 @@ HistoryWindow::HistoryWindow(DataStore& store, const Clock& clock, QWidget* pare
     scroll->setWidget(m_habitsColumn);
     m_tabs->addTab(scroll, QStringLiteral("Habits"));
     m_tabs->addTab(buildFocusTab(), QStringLiteral("Focus"));
+    connect(m_tabs, &QTabWidget::currentChanged, this, &HistoryWindow::refreshShownTab);
 
     // Records saved while the window is open show within a moment, once per burst.
     m_refresh = new QTimer(this);
@@ -170,9 +170,22 @@ void HistoryWindow::keyPressEvent(QKeyEvent* event)
 
 void HistoryWindow::reload()
 {
+    m_habitsStale = m_focusStale = true;
+    refreshShownTab();
+}
+
+void HistoryWindow::refreshShownTab()
+{
+    // Each tab reads the store when it is shown, not before: the Focus tab costs
+    // nothing to someone who only looks at habits.
     const QDate today = m_clock.now().toLocalTime().date();
-    reloadHabits(today);
-    reloadFocus(today);
+    if (m_tabs->currentIndex() == 0 && m_habitsStale) {
+        m_habitsStale = false;
+        reloadHabits(today);
+    } else if (m_tabs->currentIndex() == 1 && m_focusStale) {
+        m_focusStale = false;
+        reloadFocus(today);
+    }
 }
 
 HeatMapView* HistoryWindow::heatMap(const QString& habitName) const
@@ -186,7 +199,7 @@ HeatMapView* HistoryWindow::heatMap(const QString& habitName) const
 
 void HistoryWindow::reloadHabits(QDate today)
 {
-    const QList<HistoryReader::HabitDays> habits = HistoryReader::habits(m_store);
+    const QList<HistoryReader::HabitDays> habits = HistoryReader::habits(m_store, today);
     bool same = habits.size() == m_sections.size() && !habits.isEmpty();
     for (qsizetype i = 0; same && i < habits.size(); ++i)
         same = habits[i].id == m_sections[i].id;
@@ -203,15 +216,9 @@ void HistoryWindow::reloadHabits(QDate today)
             m_habitsLayout->addWidget(none);
         }
         for (const HistoryReader::HabitDays& habit : habits) {
-            HabitSection section{habit.id, heading(QString(), m_habitsColumn),
-                                 line(m_habitsColumn, QStringLiteral("streaks")),
-                                 line(m_habitsColumn, QStringLiteral("rates")),
-                                 new HeatMapView(m_habitsColumn)};
-            m_habitsLayout->addWidget(section.title);
-            m_habitsLayout->addWidget(section.streaks);
-            m_habitsLayout->addWidget(section.rates);
+            HabitSection section{habit.id, new HeatMapView(m_habitsColumn)};
             m_habitsLayout->addWidget(section.map);
-            m_habitsLayout->addSpacing(14);
+            m_habitsLayout->addSpacing(18);
             m_sections.append(section);
         }
         m_habitsLayout->addStretch();
@@ -219,24 +226,23 @@ void HistoryWindow::reloadHabits(QDate today)
     for (qsizetype i = 0; i < habits.size(); ++i) {
         const HistoryReader::HabitDays& habit = habits[i];
         const HabitSection& section = m_sections[i];
-        section.title->setText(habit.icon.isEmpty() ? habit.name : habit.icon + u' ' + habit.name);
-        say(section.streaks, QStringLiteral("Current streak: %1 · Best streak: %2")
-                                 .arg(days(HistoryStats::currentStreak(habit.days, today)),
-                                      days(HistoryStats::bestStreak(habit.days))));
-        say(section.rates,
+        const QStringList figures{
+            QStringLiteral("Current streak: %1 · Best streak: %2")
+                .arg(days(HistoryStats::currentStreak(habit.days, today)),
+                     days(HistoryStats::bestStreak(habit.days))),
             QStringLiteral("Target reached: %1 of the last 7 days · %2 of 30 · %3 of 365")
                 .arg(percent(HistoryStats::completionRate(habit.days, today, 7, habit.since)),
                      percent(HistoryStats::completionRate(habit.days, today, 30, habit.since)),
-                     percent(HistoryStats::completionRate(habit.days, today, 365, habit.since))));
+                     percent(HistoryStats::completionRate(habit.days, today, 365, habit.since)))};
         section.map->setProperty("habitName", habit.name);
-        section.map->setHabit(habit, today);
+        section.map->setHabit(habit, today, figures);
     }
 }
 
 void HistoryWindow::reloadFocus(QDate today)
 {
-    const QList<HistoryStats::Session> all = HistoryReader::sessions(m_store);
-    const HistoryStats::FocusDays byDay = HistoryStats::focusByDay(all);
+    const HistoryReader::Focus focus = HistoryReader::focus(m_store);
+    const HistoryStats::FocusDays& byDay = focus.days;
 
     const QList<qint64> weeks = HistoryStats::focusSecondsPerWeek(byDay, today, 12);
     say(m_thisWeek, u"This week: " + duration(weeks.last()) + u" of focus");
@@ -244,7 +250,7 @@ void HistoryWindow::reloadFocus(QDate today)
     say(m_bestDay, best.isValid() ? u"Best day: " + longDate(best) + u" (" +
                                         sessions(byDay.value(best).sessions) + u')'
                                   : QStringLiteral("Best day: none yet"));
-    const qint64 average = HistoryStats::averageSessionSeconds(all);
+    const qint64 average = focus.averageSeconds;
     say(m_average, average > 0 ? u"Average session: " + duration(average)
                                : QStringLiteral("Average session: none yet"));
 
@@ -253,7 +259,7 @@ void HistoryWindow::reloadFocus(QDate today)
     for (int i = 0; i < daily.size(); ++i) {
         const QDate day = today.addDays(i - daily.size() + 1);
         perDay.append({daily[i], day.dayOfWeek() == 1 ? english.toString(day, u"d MMM") : QString(),
-                       longDate(day) + u": " + sessions(daily[i])});
+                       longDate(day) + u": " + sessions(daily[i]), {}});
     }
     m_perDay->setBars(perDay);
 
@@ -262,7 +268,8 @@ void HistoryWindow::reloadFocus(QDate today)
     for (int i = 0; i < monthly.size(); ++i) {
         const QDate month = QDate(today.year(), today.month(), 1).addMonths(i - 11);
         perMonth.append({monthly[i], english.monthName(month.month(), QLocale::ShortFormat),
-                         english.toString(month, u"MMMM yyyy") + u": " + sessions(monthly[i])});
+                         english.toString(month, u"MMMM yyyy") + u": " + sessions(monthly[i]),
+                         {}});
     }
     m_perMonth->setBars(perMonth);
 
@@ -271,7 +278,10 @@ void HistoryWindow::reloadFocus(QDate today)
     for (int i = 0; i < weeks.size(); ++i) {
         const QDate monday = thisMonday.addDays(7 * (i - weeks.size() + 1));
         perWeek.append({weeks[i] / 60, i % 2 == 0 ? english.toString(monday, u"d MMM") : QString(),
-                        u"Week of " + longDate(monday) + u": " + duration(weeks[i])});
+                        u"Week of " + longDate(monday) + u": " + duration(weeks[i]),
+                        weeks[i] >= 3600 ? QStringLiteral("%1h%2").arg(weeks[i] / 3600).arg(
+                                               weeks[i] / 60 % 60, 2, 10, QChar(u'0'))
+                                         : QStringLiteral("%1m").arg(weeks[i] / 60)});
     }
     m_perWeek->setBars(perWeek);
 }

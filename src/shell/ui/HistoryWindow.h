@@ -26,7 +26,7 @@ public:
     HistoryWindow(DataStore& store, const Clock& clock, QWidget* parent = nullptr);
 
     void showTab(Tab tab);
-    // Reads the store and redraws both tabs.
+    // Reads the store again for the tab shown now, and for the other when it is shown.
     void reload();
 
     // The heat map of the habit with that name (the first of equals), or null.
@@ -41,6 +41,7 @@ protected:
 
 private:
     QWidget* buildFocusTab();
+    void refreshShownTab();
     void reloadHabits(QDate today);
     void reloadFocus(QDate today);
 
@@ -49,14 +50,11 @@ private:
     QTabWidget* m_tabs = nullptr;
     QWidget* m_habitsColumn = nullptr;
     QVBoxLayout* m_habitsLayout = nullptr;
-    // What the Habits tab shows for each habit, in order; updated in place while the
+    // The Habits tab's chart for each habit, in order; updated in place while the
     // habits stay the same, so the keyboard and assistive technology keep their place.
     struct HabitSection
     {
         QUuid id;
-        QLabel* title;
-        QLabel* streaks;
-        QLabel* rates;
         HeatMapView* map;
     };
     QList<HabitSection> m_sections;
@@ -67,4 +65,6 @@ private:
     BarChartView* m_perMonth = nullptr;
     BarChartView* m_perWeek = nullptr;
     QTimer* m_refresh = nullptr;
+    bool m_habitsStale = true;
+    bool m_focusStale = true;
 };
