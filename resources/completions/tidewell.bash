@@ -27,8 +27,18 @@ _tidewell()
         else
             COMPREPLY=($(compgen -W '--list' -- "$cur"))
         fi ;;
+    export)
+        if [[ $prev == --csv ]]; then
+            _filedir -d
+        elif [[ $cur == -* ]]; then
+            COMPREPLY=($(compgen -W '--csv' -- "$cur"))
+        else
+            _filedir json
+        fi ;;
+    import)
+        [[ $cur == -* ]] && COMPREPLY=($(compgen -W '--replace --merge' -- "$cur")) || _filedir json ;;
     *)
-        [[ $cword -eq 1 ]] && COMPREPLY=($(compgen -W 'ctl habit task --help --version' -- "$cur")) ;;
+        [[ $cword -eq 1 ]] && COMPREPLY=($(compgen -W 'ctl habit task export import --help --version' -- "$cur")) ;;
     esac
 }
 complete -F _tidewell tidewell

@@ -1,8 +1,13 @@
 # fish completion for tidewell
-complete -c tidewell -f
+complete -c tidewell -n 'not __fish_seen_subcommand_from export import' -f
 complete -c tidewell -n __fish_use_subcommand -a ctl -d 'Drive the focus timer'
 complete -c tidewell -n __fish_use_subcommand -a habit -d 'Count or list habits'
 complete -c tidewell -n __fish_use_subcommand -a task -d 'Add or list tasks'
+complete -c tidewell -n __fish_use_subcommand -a export -d 'Write every record to a JSON file'
+complete -c tidewell -n __fish_use_subcommand -a import -d 'Read a JSON export back'
+complete -c tidewell -n '__fish_seen_subcommand_from export' -l csv -r -a '(__fish_complete_directories)' -d 'Also write CSV files there'
+complete -c tidewell -n '__fish_seen_subcommand_from import' -l replace -d 'Make the store the file'
+complete -c tidewell -n '__fish_seen_subcommand_from import' -l merge -d 'Add the file to the store'
 complete -c tidewell -n __fish_use_subcommand -s h -l help -d 'Show help'
 complete -c tidewell -n __fish_use_subcommand -s v -l version -d 'Show version'
 complete -c tidewell -n '__fish_seen_subcommand_from ctl; and not __fish_seen_subcommand_from toggle start pause skip reset status' -a 'toggle start pause skip reset status'

@@ -47,9 +47,9 @@ QByteArray CsvExport::habitHistory(ModelContext& context)
     for (const Habit* habit : std::as_const(habits)) {
         QList<HabitHistory*> days = context.fetch<HabitHistory>(
             FetchRequest::where(QStringLiteral("habitId"), habit->id()));
-        std::stable_sort(days.begin(), days.end(), [](const HabitHistory* a, const HabitHistory* b) {
-            return a->date() < b->date();
-        });
+        std::stable_sort(
+            days.begin(), days.end(),
+            [](const HabitHistory* a, const HabitHistory* b) { return a->date() < b->date(); });
         for (const HabitHistory* day : std::as_const(days))
             row(out, {habit->name(), habit->id().toString(QUuid::WithoutBraces), day->date(),
                       QString::number(day->value()), QString::number(day->maxValue()),

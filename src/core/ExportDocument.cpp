@@ -18,8 +18,8 @@
 namespace {
 // The kinds in the order they are read and applied: owners before what they own.
 constexpr std::array<RecordKind, RecordKindCount> allKinds{
-    RecordKind::PomodoroConfig, RecordKind::TaskList,        RecordKind::TaskItem,
-    RecordKind::Habit,          RecordKind::HabitHistory,    RecordKind::WidgetPlacement,
+    RecordKind::PomodoroConfig, RecordKind::TaskList,     RecordKind::TaskItem,
+    RecordKind::Habit,          RecordKind::HabitHistory, RecordKind::WidgetPlacement,
     RecordKind::FocusSession,
 };
 
@@ -339,13 +339,13 @@ std::optional<ExportDocument> ExportDocument::read(const QByteArray& json, QStri
     }
     const QJsonValue version = root.value(QStringLiteral("version"));
     if (!version.isDouble() || version.toDouble() != Version) {
-        *error = version.isDouble()
-                     ? QStringLiteral("$.version: version %1 is not one this Tidewell reads "
-                                      "(it reads version %2)")
-                           .arg(version.toDouble())
-                           .arg(Version)
-                     : QStringLiteral("$.version: expected a number, found ") +
-                           jsonTypeName(version);
+        *error =
+            version.isDouble()
+                ? QStringLiteral("$.version: version %1 is not one this Tidewell reads "
+                                 "(it reads version %2)")
+                      .arg(version.toDouble())
+                      .arg(Version)
+                : QStringLiteral("$.version: expected a number, found ") + jsonTypeName(version);
         return std::nullopt;
     }
 
@@ -398,8 +398,8 @@ std::optional<ExportDocument> ExportDocument::read(const QByteArray& json, QStri
                      {"pomodoroDuration", "shortBreakDuration", "longBreakDuration"})
                     reader.range(record, minutes, 1, 525'600);
                 reader.range(record, "pomodorosForLongBreak", 1, 1000);
-                for (const char* count : {"pomodoroCount", "pomodoroTotalCount",
-                                          "shortBreakCount", "longBreakCount"})
+                for (const char* count :
+                     {"pomodoroCount", "pomodoroTotalCount", "shortBreakCount", "longBreakCount"})
                     reader.range(record, count, 0, qint64(1) << 40);
                 break;
             case RecordKind::Habit:
@@ -422,10 +422,12 @@ std::optional<ExportDocument> ExportDocument::read(const QByteArray& json, QStri
             case RecordKind::FocusSession:
                 if (const QString day = text(record, "day");
                     day.size() != 10 || !QDate::fromString(day, Qt::ISODate).isValid())
-                    reader.fail(QStringLiteral("day"), QStringLiteral("expected a day as yyyy-MM-dd"));
+                    reader.fail(QStringLiteral("day"),
+                                QStringLiteral("expected a day as yyyy-MM-dd"));
                 if (!FocusSession::isPhase(text(record, "phase")))
-                    reader.fail(QStringLiteral("phase"),
-                                QStringLiteral("expected \"focus\", \"shortBreak\" or \"longBreak\""));
+                    reader.fail(
+                        QStringLiteral("phase"),
+                        QStringLiteral("expected \"focus\", \"shortBreak\" or \"longBreak\""));
                 if (!FocusSession::isOutcome(text(record, "outcome")))
                     reader.fail(QStringLiteral("outcome"),
                                 QStringLiteral("expected \"completed\", \"skipped\", \"reset\" or "
@@ -480,8 +482,9 @@ ExportDocument::Plan ExportDocument::plan(ModelContext& context, Mode mode) cons
     const auto step = [&plan](RecordKind kind, Plan::Op op, const QString& key,
                               QVariantHash fields = {}) {
         Tally& tally = plan.m_tally[int(kind)];
-        (op == Plan::Op::Insert ? tally.added
-                                : op == Plan::Op::Update ? tally.changed : tally.removed)++;
+        (op == Plan::Op::Insert   ? tally.added
+         : op == Plan::Op::Update ? tally.changed
+                                  : tally.removed)++;
         plan.m_steps.append({kind, op, key, std::move(fields)});
     };
 
@@ -562,8 +565,8 @@ bool ExportDocument::apply(ModelContext& context, const Plan& plan, QString* err
 {
     for (const Plan::Step& step : plan.m_steps) {
         const RecordTable& table = RecordTable::of(step.kind);
-        Record* record = step.op == Plan::Op::Insert ? table.create()
-                                                     : context.find(step.kind, step.key);
+        Record* record =
+            step.op == Plan::Op::Insert ? table.create() : context.find(step.kind, step.key);
         if (!record)
             continue; // already gone with its owner
         if (step.op == Plan::Op::Remove) {

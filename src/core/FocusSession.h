@@ -60,7 +60,10 @@ public:
 
     void setId(const QUuid& v) { assign(m_id, v, &FocusSession::idChanged); }
     void setPhase(const QString& v) { assign(m_phase, v, &FocusSession::phaseChanged); }
-    void setStartedAt(const QDateTime& v) { assign(m_startedAt, v, &FocusSession::startedAtChanged); }
+    void setStartedAt(const QDateTime& v)
+    {
+        assign(m_startedAt, v, &FocusSession::startedAtChanged);
+    }
     void setDay(const QString& v) { assign(m_day, v, &FocusSession::dayChanged); }
     void setEndedAt(const QDateTime& v) { assign(m_endedAt, v, &FocusSession::endedAtChanged); }
     void setPlannedSeconds(qint64 v)

@@ -37,7 +37,10 @@ public:
     bool next() { return m_statement && sqlite3_step(m_statement) == SQLITE_ROW; }
     qint64 integer(int column) const { return sqlite3_column_int64(m_statement, column); }
     double real(int column) const { return sqlite3_column_double(m_statement, column); }
-    bool isNull(int column) const { return sqlite3_column_type(m_statement, column) == SQLITE_NULL; }
+    bool isNull(int column) const
+    {
+        return sqlite3_column_type(m_statement, column) == SQLITE_NULL;
+    }
     QByteArrayView bytes(int column) const
     {
         const auto* data = reinterpret_cast<const char*>(sqlite3_column_text(m_statement, column));
@@ -74,8 +77,7 @@ void saveFirst(DataStore& store)
 }
 } // namespace
 
-QList<HistoryReader::HabitDays> HistoryReader::habits(DataStore& store, QDate today,
-                                                      int recentDays)
+QList<HistoryReader::HabitDays> HistoryReader::habits(DataStore& store, QDate today, int recentDays)
 {
     saveFirst(store);
     QList<HabitDays> out;

@@ -69,8 +69,8 @@ QList<int> HistoryStats::sessionsPerMonth(const FocusDays& days, QDate today, in
     const QDate firstMonth = QDate(today.year(), today.month(), 1).addMonths(1 - count);
     QList<int> out(count, 0);
     for (auto it = days.lowerBound(firstMonth); it != days.cend() && it.key() <= today; ++it) {
-        const int index = (it.key().year() - firstMonth.year()) * 12 + it.key().month() -
-                          firstMonth.month();
+        const int index =
+            (it.key().year() - firstMonth.year()) * 12 + it.key().month() - firstMonth.month();
         out[index] += it->sessions;
     }
     return out;

@@ -31,7 +31,7 @@ public:
 
     struct FocusDay
     {
-        int sessions = 0;         // completed focus sessions
+        int sessions = 0;        // completed focus sessions
         qint64 focusSeconds = 0; // time spent in focus phases, finished or not
     };
     using FocusDays = QMap<QDate, FocusDay>;

@@ -1,7 +1,7 @@
 #include "RecordTable.h"
 
-#include "Habit.h"
 #include "FocusSession.h"
+#include "Habit.h"
 #include "HabitHistory.h"
 #include "PomodoroConfig.h"
 #include "TaskItem.h"
@@ -68,9 +68,8 @@ const RecordTable& RecordTable::of(RecordKind kind)
         RecordTable(RecordKind::WidgetPlacement, QStringLiteral("widget_placement"),
                     QStringLiteral("widgetId"), &WidgetPlacement::staticMetaObject,
                     make<WidgetPlacement>, std::nullopt),
-        RecordTable(RecordKind::FocusSession, QStringLiteral("focus_session"),
-                    QStringLiteral("id"), &FocusSession::staticMetaObject, make<FocusSession>,
-                    std::nullopt),
+        RecordTable(RecordKind::FocusSession, QStringLiteral("focus_session"), QStringLiteral("id"),
+                    &FocusSession::staticMetaObject, make<FocusSession>, std::nullopt),
     };
     return tables[static_cast<int>(kind)];
 }

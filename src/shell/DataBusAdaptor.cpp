@@ -46,11 +46,10 @@ QStringList DataBusAdaptor::Import(const QString& path, const QString& mode)
     QString error;
     const auto document = DataTransfer::readFile(path, &error);
     QStringList summary;
-    if (!document ||
-        !m_transfer.importDocument(*document,
-                                   mode == u"replace" ? ExportDocument::Mode::Replace
-                                                      : ExportDocument::Mode::Merge,
-                                   &summary, &error)) {
+    if (!document || !m_transfer.importDocument(*document,
+                                                mode == u"replace" ? ExportDocument::Mode::Replace
+                                                                   : ExportDocument::Mode::Merge,
+                                                &summary, &error)) {
         refuse(failed, error);
         return {};
     }

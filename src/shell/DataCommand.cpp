@@ -36,8 +36,8 @@ std::optional<Request> parse(QStringList args, QString* problem)
                 return std::nullopt;
             }
             modeGiven = true;
-            request.mode = arg == u"--replace" ? ExportDocument::Mode::Replace
-                                               : ExportDocument::Mode::Merge;
+            request.mode =
+                arg == u"--replace" ? ExportDocument::Mode::Replace : ExportDocument::Mode::Merge;
         } else if (!request.isImport && arg == u"--csv" && !args.isEmpty()) {
             request.csvDirectory = QFileInfo(args.takeFirst()).absoluteFilePath();
         } else if (arg.startsWith(u'-') || !request.file.isEmpty()) {
@@ -91,7 +91,8 @@ int throughRunningApp(const Request& request, QTextStream& out, QTextStream& err
     else
         call << request.file << request.csvDirectory;
     call.setAutoStartService(false);
-    const QDBusMessage reply = QDBusConnection::sessionBus().call(call, QDBus::Block, CallTimeoutMs);
+    const QDBusMessage reply =
+        QDBusConnection::sessionBus().call(call, QDBus::Block, CallTimeoutMs);
     if (reply.type() != QDBusMessage::ReplyMessage) {
         err << "tidewell: " << reply.errorMessage() << '\n';
         return reply.errorName().startsWith(u"com.brenlow.tidewell.Error.") ? DataCommand::Refused

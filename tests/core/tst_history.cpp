@@ -69,8 +69,8 @@ class TestHistory final : public QObject
         water->setCurrentValue(5);
         ctx.insert(water);
         for (int d = 1; d <= 30; ++d)
-            ctx.insert(new HabitHistory(now.date().addDays(-d).toString(Qt::ISODate), d % 9, 8,
-                                        water));
+            ctx.insert(
+                new HabitHistory(now.date().addDays(-d).toString(Qt::ISODate), d % 9, 8, water));
         ctx.insert(new Habit(QString(), QStringLiteral("Read"), QString(), 1, 1, QDateTime()));
         auto* placement = new WidgetPlacement(QStringLiteral("habits"), true);
         placement->setDesktopFrameJSON(QStringLiteral("{\"x\":10,\"y\":20}"));
@@ -179,7 +179,8 @@ private slots:
     {
         const QString path = freshPath();
         {
-            QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("v1"));
+            QSqlDatabase db =
+                QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("v1"));
             db.setDatabaseName(path);
             QVERIFY(db.open());
             QSqlQuery q(db);
@@ -205,8 +206,8 @@ private slots:
         QCOMPARE(habits[0]->firstTrackerDate().toMSecsSinceEpoch(), 1770000000500);
         QCOMPARE(habits[0]->history().size(), 1);
         // The new table takes records at once, and the version is the current one.
-        ctx.insert(new FocusSession(FocusSession::Focus, m_now, m_now, 60, 60,
-                                    FocusSession::Completed));
+        ctx.insert(
+            new FocusSession(FocusSession::Focus, m_now, m_now, 60, 60, FocusSession::Completed));
         QVERIFY(ctx.save());
         QSqlQuery q(store->database());
         QVERIFY(q.exec(QStringLiteral("PRAGMA user_version")) && q.next());
@@ -228,7 +229,8 @@ private slots:
         auto target = open(targetPath);
         const auto doc = ExportDocument::read(json, &error);
         QVERIFY2(doc, qPrintable(error));
-        const ExportDocument::Plan plan = doc->plan(target->mainContext(), ExportDocument::Mode::Replace);
+        const ExportDocument::Plan plan =
+            doc->plan(target->mainContext(), ExportDocument::Mode::Replace);
         QCOMPARE(plan.tally(RecordKind::HabitHistory).added, 30);
         QVERIFY(ExportDocument::apply(target->mainContext(), plan, &error));
         target.reset();
@@ -237,9 +239,10 @@ private slots:
 
         // Replacing a store with different data leaves exactly the document's records.
         auto other = open(freshPath());
-        other->mainContext().insert(new Habit(QString(), QStringLiteral("Stray"), QString(), 2, 0, m_now));
-        other->mainContext().insert(new FocusSession(FocusSession::Focus, m_now, m_now, 1, 1,
-                                                     FocusSession::Reset));
+        other->mainContext().insert(
+            new Habit(QString(), QStringLiteral("Stray"), QString(), 2, 0, m_now));
+        other->mainContext().insert(
+            new FocusSession(FocusSession::Focus, m_now, m_now, 1, 1, FocusSession::Reset));
         QVERIFY(other->mainContext().save());
         const auto replace = doc->plan(other->mainContext(), ExportDocument::Mode::Replace);
         QCOMPARE(replace.tally(RecordKind::Habit).removed, 1);
@@ -266,7 +269,8 @@ private slots:
         QVERIFY(ctx.save());
 
         // The other side: the same habit renamed, with other records of the same days.
-        QJsonObject theirs = QJsonDocument::fromJson(ExportDocument::write(ctx, m_now, nullptr)).object();
+        QJsonObject theirs =
+            QJsonDocument::fromJson(ExportDocument::write(ctx, m_now, nullptr)).object();
         QJsonArray habits = theirs[u"habits"].toArray();
         QJsonObject h = habits[0].toObject();
         h[u"name"] = u"Water (renamed)"_s;
@@ -276,12 +280,14 @@ private slots:
         const QString waterId = water->id().toString(QUuid::WithoutBraces);
         const auto day = [&](const char* date, int value) {
             return QJsonObject{{u"id"_s, QUuid::createUuid().toString(QUuid::WithoutBraces)},
-                               {u"date"_s, QString::fromLatin1(date)}, {u"value"_s, value},
-                               {u"maxValue"_s, 8}, {u"completed"_s, value >= 8},
+                               {u"date"_s, QString::fromLatin1(date)},
+                               {u"value"_s, value},
+                               {u"maxValue"_s, 8},
+                               {u"completed"_s, value >= 8},
                                {u"habitId"_s, waterId}};
         };
-        theirs[u"habitHistory"] = QJsonArray{day("2026-03-10", 3), day("2026-03-11", 7),
-                                             day("2026-03-09", 8)};
+        theirs[u"habitHistory"] =
+            QJsonArray{day("2026-03-10", 3), day("2026-03-11", 7), day("2026-03-09", 8)};
         QJsonObject timer = theirs[u"timer"].toArray()[0].toObject();
         timer[u"id"] = QUuid::createUuid().toString(QUuid::WithoutBraces);
         timer[u"pomodoroDuration"] = 20;
@@ -362,10 +368,13 @@ private slots:
             {edited([](QJsonObject& d) { d[u"version"] = 2; }), u"version 2"_s},
             {edited([](QJsonObject& d) { d[u"version"] = u"1"_s; }), u"$.version"_s},
             {edited([](QJsonObject& d) { d[u"format"] = u"notes"_s; }), u"$.format"_s},
-            {edited([](QJsonObject& d) { d.remove(u"habits"_s); }), u"$.habits: expected an array"_s},
+            {edited([](QJsonObject& d) { d.remove(u"habits"_s); }),
+             u"$.habits: expected an array"_s},
             {edited([](QJsonObject& d) { d[u"tasks"] = QJsonObject(); }), u"$.tasks"_s},
-            {edited([](QJsonObject& d) { d[u"habits"] = QJsonArray{1}; }), u"$.habits[0]: expected an object"_s},
-            {inRecord(u"habits"_s, 0, u"maxValue"_s, u"8"_s), u"$.habits[0].maxValue: expected an integer"_s},
+            {edited([](QJsonObject& d) { d[u"habits"] = QJsonArray{1}; }),
+             u"$.habits[0]: expected an object"_s},
+            {inRecord(u"habits"_s, 0, u"maxValue"_s, u"8"_s),
+             u"$.habits[0].maxValue: expected an integer"_s},
             {inRecord(u"habits"_s, 0, u"maxValue"_s, 2.5), u"$.habits[0].maxValue"_s},
             {inRecord(u"habits"_s, 0, u"maxValue"_s, 0), u"out of range"_s},
             {inRecord(u"habits"_s, 0, u"maxValue"_s, 1e300), u"$.habits[0].maxValue"_s},
@@ -411,15 +420,16 @@ private slots:
     {
         auto store = open(freshPath());
         populate(store->mainContext(), m_now);
-        auto* odd = new Habit(QString(), QStringLiteral("Say \"hi\", twice"), QString(), 2, 5, m_now);
+        auto* odd =
+            new Habit(QString(), QStringLiteral("Say \"hi\", twice"), QString(), 2, 5, m_now);
         store->mainContext().insert(odd);
         store->mainContext().insert(new HabitHistory(QStringLiteral("2026-03-01"), 2, 2, odd));
         const QByteArray csv = CsvExport::habitHistory(store->mainContext());
         const QList<QByteArray> rows = csv.split('\n');
         QCOMPARE(rows.first(), QByteArray("habit,habit_id,date,value,target,completed\r"));
         QCOMPARE(csv.count("\r\n"), 1 + 30 + 1);
-        const QByteArray quoted = "\"Say \"\"hi\"\", twice\"," + odd->key().toUtf8() +
-                                  ",2026-03-01,2,2,true\r\n";
+        const QByteArray quoted =
+            "\"Say \"\"hi\"\", twice\"," + odd->key().toUtf8() + ",2026-03-01,2,2,true\r\n";
         QVERIFY(csv.contains(quoted));
         // Water's days come in date order, before the odd habit (by widget order).
         QVERIFY(rows[1].startsWith("Water,") && rows[1].contains(",2026-02-10,"));

@@ -14,9 +14,13 @@
 #include <QDBusPendingCall>
 #include <QDBusVariant>
 #include <QDeadlineTimer>
+#include <QFile>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QSignalSpy>
 #include <QStandardPaths>
+#include <QTemporaryDir>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -225,6 +229,67 @@ private slots:
             "(it has 2)"_s);
         QCOMPARE(call(tasks, u"Check"_s, {QString(), -1}).type(), QDBusMessage::ErrorMessage);
         QCOMPARE(call(tasks, u"Tasks"_s, {QString()}).arguments().value(0).isValid(), true);
+    }
+
+    void exportAndImportThroughTheApp()
+    {
+        const QString data = DesktopBus::DataInterface;
+        QTemporaryDir dir;
+        const QString file = dir.filePath(u"backup.json"_s);
+        m_habits->createHabit(u"🧘"_s, u"Stretch"_s, u"#30D158"_s, 1, context());
+        const qsizetype habits = context().count<Habit>();
+
+        // Paths are the caller's: relative ones would land in the app's folder.
+        QCOMPARE(call(data, u"Export"_s, {u"backup.json"_s, QString()}).errorName(),
+                 u"com.brenlow.tidewell.Error.InvalidArgs"_s);
+        QVERIFY(call(data, u"Export"_s, {file, dir.filePath(u"csv"_s)}).type() ==
+                QDBusMessage::ReplyMessage);
+        QVERIFY(QFile::exists(dir.filePath(u"csv/habit_history.csv"_s)));
+        QVERIFY(QFile::exists(dir.filePath(u"csv/focus_sessions.csv"_s)));
+
+        // A damaged file is refused with its name and fault; nothing changes.
+        QFile broken(dir.filePath(u"broken.json"_s));
+        QVERIFY(broken.open(QIODevice::WriteOnly));
+        QFile whole(file);
+        QVERIFY(whole.open(QIODevice::ReadOnly));
+        const QByteArray json = whole.readAll();
+        whole.close();
+        broken.write(json.left(json.size() / 2));
+        broken.close();
+        const QDBusMessage refused = call(data, u"Import"_s, {broken.fileName(), u"merge"_s});
+        QCOMPARE(refused.errorName(), u"com.brenlow.tidewell.Error.Failed"_s);
+        QVERIFY2(
+            refused.errorMessage().startsWith(broken.fileName() + u": the file is not valid JSON"),
+            qPrintable(refused.errorMessage()));
+        QCOMPARE(call(data, u"Import"_s, {file, u"sideways"_s}).errorName(),
+                 u"com.brenlow.tidewell.Error.InvalidArgs"_s);
+        QCOMPARE(context().count<Habit>(), habits);
+
+        // A merge brings back what was deleted since; a replace also brings the timer's
+        // settings, and the running timer takes them up at once.
+        m_habits->deleteHabit(HabitsService::findByName(u"Stretch"_s, context()), context());
+        const QDBusMessage merged = call(data, u"Import"_s, {file, u"merge"_s});
+        QCOMPARE(merged.arguments().value(0).toStringList(),
+                 QStringList{u"Habits: 1 added, 0 changed, 0 removed"_s});
+        QVERIFY(HabitsService::findByName(u"Stretch"_s, context()));
+        QJsonObject doc = QJsonDocument::fromJson(json).object();
+        QJsonArray timer = doc[u"timer"].toArray();
+        QJsonObject settings = timer[0].toObject();
+        settings[u"pomodoroDuration"] = 50;
+        for (const QString& flag : {u"isBreak"_s, u"isShortBreak"_s, u"isLongBreak"_s})
+            settings[flag] = false;
+        timer[0] = settings;
+        doc[u"timer"] = timer;
+        QVERIFY(whole.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        whole.write(QJsonDocument(doc).toJson());
+        whole.close();
+        QVERIFY(call(data, u"Import"_s, {file, u"replace"_s}).type() == QDBusMessage::ReplyMessage);
+        QCOMPARE(m_timer->pomodoroDuration(), 50);
+        QCOMPARE(property(u"DurationMs"_s).toLongLong(), 50 * 60'000);
+
+        QSignalSpy asked(m_bus.get(), &DesktopBus::historyRequested);
+        QVERIFY(call(data, u"ShowHistory"_s).type() == QDBusMessage::ReplyMessage);
+        QCOMPARE(asked.count(), 1);
     }
 
     void statusLines()

@@ -6,10 +6,12 @@
 #include "HabitsService.h"
 #include "HeatMapView.h"
 #include "HistoryWindow.h"
+#include "ImportDialog.h"
 #include "TestServices.h"
 
 #include <QAccessible>
 #include <QLabel>
+#include <QRadioButton>
 #include <QTabWidget>
 #include <QTest>
 
@@ -75,7 +77,8 @@ private slots:
         QCOMPARE(spoken(QDate(2026, 3, 12)), QStringLiteral("Water, 12 March 2026: 6 of 8"));
         QCOMPARE(spoken(QDate(2026, 3, 19)), QStringLiteral("Water, 19 March 2026: 8 of 8"));
         QCOMPARE(spoken(QDate(2026, 3, 20)), QStringLiteral("Water, 20 March 2026: 0 of 8"));
-        QCOMPARE(spoken(QDate(2026, 1, 2)), QStringLiteral("Water, 2 January 2026: not tracked yet"));
+        QCOMPARE(spoken(QDate(2026, 1, 2)),
+                 QStringLiteral("Water, 2 January 2026: not tracked yet"));
         // The last cell is today (a Friday: the grid ends there), the first a Monday.
         QCOMPARE(map->dateOf(map->cellCount() - 1), QDate(2026, 3, 20));
         QCOMPARE(map->firstDay().dayOfWeek(), 1);
@@ -118,7 +121,7 @@ private slots:
         const QDateTime today = m_now.addSecs(-4 * 3600);
         session(today, 1500, FocusSession::Completed);
         session(today.addSecs(1800), 1500, FocusSession::Completed);
-        session(today.addSecs(3600), 400, FocusSession::Reset);       // time, not a session
+        session(today.addSecs(3600), 400, FocusSession::Reset); // time, not a session
         session(today.addSecs(4000), 300, FocusSession::Completed, FocusSession::ShortBreak);
         session(today.addDays(-1), 1200, FocusSession::Completed);
         for (int i = 0; i < 3; ++i)
@@ -132,17 +135,52 @@ private slots:
         QCOMPARE(std::accumulate(daily.begin(), daily.end(), qint64(0)), 3);
         QCOMPARE(window.sessionsPerMonth()->values(),
                  (QList<qint64>{0, 0, 0, 0, 0, 0, 0, 0, 0, 3, 0, 3}));
-        QCOMPARE(window.sessionsPerDay()->cellText(27), QStringLiteral("20 March 2026: 2 sessions"));
+        QCOMPARE(window.sessionsPerDay()->cellText(27),
+                 QStringLiteral("20 March 2026: 2 sessions"));
         QCOMPARE(window.sessionsPerMonth()->cellText(9),
                  QStringLiteral("January 2026: 3 sessions"));
         // This week (from Monday the 16th): 25 + 25 + 6 min 40 s today, 20 min yesterday.
         QCOMPARE(window.focusPerWeek()->values().last(), 76);
-        QCOMPARE(labelText(&window, "focusThisWeek"), QStringLiteral("This week: 1 h 16 min of focus"));
+        QCOMPARE(labelText(&window, "focusThisWeek"),
+                 QStringLiteral("This week: 1 h 16 min of focus"));
         QCOMPARE(labelText(&window, "focusBestDay"),
                  QStringLiteral("Best day: 20 March 2026 (2 sessions)"));
         QCOMPARE(labelText(&window, "focusAverage"), QStringLiteral("Average session: 24 min"));
         QAccessibleInterface* bars = QAccessible::queryAccessibleInterface(window.sessionsPerDay());
-        QCOMPARE(bars->child(27)->text(QAccessible::Name), QStringLiteral("20 March 2026: 2 sessions"));
+        QCOMPARE(bars->child(27)->text(QAccessible::Name),
+                 QStringLiteral("20 March 2026: 2 sessions"));
+    }
+
+    void importDialogShowsWhatEachChoiceChanges()
+    {
+        context().insert(new Habit(QString(), QStringLiteral("Mine"), QString(), 1, 0, m_now));
+        QVERIFY(context().save());
+        const QByteArray json = QByteArrayLiteral(
+            R"({"format": "tidewell-export", "version": 1, "timer": [], "taskLists": [],
+                "tasks": [], "habitHistory": [], "placements": [], "focusSessions": [],
+                "habits": [{"id": "8f6c1f0e-3b2a-4d7e-9c1a-5e2f3a4b5c6d", "icon": null,
+                            "name": "Theirs", "colorHex": null, "maxValue": 3,
+                            "currentValue": 0, "firstTrackerDate": null, "order": 0}]})");
+        QString error;
+        const auto doc = ExportDocument::read(json, &error);
+        QVERIFY2(doc, qPrintable(error));
+        ImportDialog dialog(QStringLiteral("backup.json"),
+                            doc->plan(context(), ExportDocument::Mode::Replace),
+                            doc->plan(context(), ExportDocument::Mode::Merge));
+        dialog.show();
+        auto* changes = dialog.findChild<QLabel*>(QStringLiteral("importChanges"));
+        // Merge is chosen first: it loses nothing.
+        QCOMPARE(dialog.mode(), ExportDocument::Mode::Merge);
+        QCOMPARE(changes->text(),
+                 QStringLiteral("What changes:\nHabits: 1 added, 0 changed, 0 removed"));
+        QTest::mouseClick(dialog.findChild<QRadioButton*>(QStringLiteral("replaceAllData")),
+                          Qt::LeftButton);
+        QCOMPARE(dialog.mode(), ExportDocument::Mode::Replace);
+        QCOMPARE(changes->text(),
+                 QStringLiteral("What changes:\nHabits: 1 added, 0 changed, 1 removed"));
+        QCOMPARE(changes->accessibleName(), changes->text());
+        // Nothing was written by looking.
+        QCOMPARE(context().count<Habit>(), 1);
     }
 };
 

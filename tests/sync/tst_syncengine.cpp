@@ -1,5 +1,8 @@
+#include "DataTransfer.h"
+#include "ExportDocument.h"
 #include "Habit.h"
 #include "HabitHistory.h"
+#include "HabitsService.h"
 #include "PomodoroConfig.h"
 #include "SyncFixture.h"
 #include "TaskItem.h"
@@ -216,6 +219,34 @@ private slots:
                         "'shortBreakCount':'0','longBreakCount':'0','isBreak':'false',"
                         "'isShortBreak':'false','isLongBreak':'true',"
                         "'firstPomodoroCountDate':'2026-01-02T03:04:05Z'}"));
+    }
+
+    void anImportIsPushedOnceLikeAnEdit()
+    {
+        addHabit(u"Tea"_s, 0, {"2024-05-05"});
+        QVERIFY(context().save());
+        QString error;
+        const auto doc =
+            ExportDocument::read(ExportDocument::write(context(), now(), &error), &error);
+        QVERIFY2(doc, qPrintable(error));
+        context().remove(HabitsService::findByName(u"Tea"_s, context()));
+        QVERIFY(context().save());
+        QCOMPARE(m_server->requests().size(), 0);
+
+        QStringList summary;
+        QVERIFY(m_services->transfer().importDocument(*doc, ExportDocument::Mode::Merge, &summary,
+                                                      &error));
+        QTRY_COMPARE(count(*m_server, "PUT", "pomodoro"), 1);
+        QTRY_COMPARE(count(*m_server, "PUT", "habits"), 1);
+        QTRY_COMPARE(count(*m_server, "PUT", "tasks"), 1);
+        QVERIFY(QJsonDocument(lastBody("habits").toArray()).toJson().contains("\"Tea\""));
+
+        // Signed out, an import stays local.
+        auth().signOut();
+        QVERIFY(m_services->transfer().importDocument(*doc, ExportDocument::Mode::Replace, &summary,
+                                                      &error));
+        QTest::qWait(100);
+        QCOMPARE(m_server->requests().size(), 3);
     }
 
     void dropsPushesWhileApplyingOrSignedOut()

@@ -227,8 +227,9 @@ void tell(QWidget* parent, QMessageBox::Icon icon, const QString& title, const Q
 
 void AppController::exportWithDialog()
 {
-    const QString name = QStringLiteral("tidewell-%1.json")
-                             .arg(m_services.clock().now().toLocalTime().date().toString(Qt::ISODate));
+    const QString name =
+        QStringLiteral("tidewell-%1.json")
+            .arg(m_services.clock().now().toLocalTime().date().toString(Qt::ISODate));
     auto* dialog = new QFileDialog(m_hub, QStringLiteral("Export"), name,
                                    QStringLiteral("Tidewell export (*.json)"));
     dialog->setObjectName(QStringLiteral("exportDialog"));

@@ -3,7 +3,7 @@
 #include <QPainter>
 
 namespace {
-constexpr int Top = 16;   // room for the tallest bar's value
+constexpr int Top = 16;    // room for the tallest bar's value
 constexpr int Bottom = 18; // labels
 constexpr int Side = 4;
 } // namespace
@@ -76,10 +76,9 @@ void BarChartView::paintEvent(QPaintEvent*)
         const QRect s = slot(i);
         p.setPen(text);
         if (m_bars[i].value > 0 && s.width() >= 16 + 4 * m_bars[i].shown.size())
-            p.drawText(QRect(s.left(), r.top() - 15, s.width(), 14),
-                       Qt::AlignHCenter | Qt::AlignBottom,
-                       m_bars[i].shown.isEmpty() ? QString::number(m_bars[i].value)
-                                                 : m_bars[i].shown);
+            p.drawText(
+                QRect(s.left(), r.top() - 15, s.width(), 14), Qt::AlignHCenter | Qt::AlignBottom,
+                m_bars[i].shown.isEmpty() ? QString::number(m_bars[i].value) : m_bars[i].shown);
         if (!m_bars[i].label.isEmpty())
             p.drawText(QRect(s.left() - 10, height() - Bottom + 2, s.width() + 20, Bottom - 2),
                        Qt::AlignHCenter | Qt::AlignTop, m_bars[i].label);

@@ -61,9 +61,8 @@ public:
         if (index < 0 || index >= childCount())
             return nullptr;
         if (!m_ids.contains(index))
-            m_ids.insert(index, QAccessible::registerAccessibleInterface(
-                                    new CellAccessible(const_cast<CellChartAccessible*>(this),
-                                                       index)));
+            m_ids.insert(index, QAccessible::registerAccessibleInterface(new CellAccessible(
+                                    const_cast<CellChartAccessible*>(this), index)));
         return QAccessible::accessibleInterface(m_ids.value(index));
     }
     int indexOfChild(const QAccessibleInterface* child) const override

@@ -1,7 +1,7 @@
 #include "HeatMapView.h"
 
-#include <QLocale>
 #include "Theme.h"
+#include <QLocale>
 
 #include <QEvent>
 #include <QPainter>
@@ -9,7 +9,7 @@
 namespace {
 constexpr int Cell = 11;
 constexpr int Step = 13;
-constexpr int Left = 30; // weekday labels
+constexpr int Left = 30;   // weekday labels
 constexpr int Months = 16; // month labels
 
 QString longDate(QDate date)
@@ -129,7 +129,8 @@ void HeatMapView::paintEvent(QPaintEvent*)
     p.setPen(text);
     const QLocale english(QLocale::English);
     for (int row : {0, 2, 4})
-        p.drawText(QRect(0, Top + row * Step - 2, Left - 4, Step), Qt::AlignRight | Qt::AlignVCenter,
+        p.drawText(QRect(0, Top + row * Step - 2, Left - 4, Step),
+                   Qt::AlignRight | Qt::AlignVCenter,
                    english.dayName(row + 1, QLocale::ShortFormat));
     for (int week = 0; week < Weeks; ++week) {
         const QDate monday = m_first.addDays(7 * week);

@@ -138,12 +138,12 @@ QWidget* HistoryWindow::buildFocusTab()
         column->addWidget(view);
         return view;
     };
-    m_perDay = chart(QStringLiteral("Sessions per day, last 4 weeks"),
-                     QStringLiteral("sessionsPerDay"));
+    m_perDay =
+        chart(QStringLiteral("Sessions per day, last 4 weeks"), QStringLiteral("sessionsPerDay"));
     m_perMonth = chart(QStringLiteral("Sessions per month, last 12 months"),
                        QStringLiteral("sessionsPerMonth"));
-    m_perWeek = chart(QStringLiteral("Focus time per week, last 12 weeks"),
-                      QStringLiteral("focusPerWeek"));
+    m_perWeek =
+        chart(QStringLiteral("Focus time per week, last 12 weeks"), QStringLiteral("focusPerWeek"));
     column->addStretch();
     scroll->setWidget(page);
     return scroll;
@@ -258,8 +258,10 @@ void HistoryWindow::reloadFocus(QDate today)
     const QList<int> daily = HistoryStats::sessionsPerDay(byDay, today, 28);
     for (int i = 0; i < daily.size(); ++i) {
         const QDate day = today.addDays(i - daily.size() + 1);
-        perDay.append({daily[i], day.dayOfWeek() == 1 ? english.toString(day, u"d MMM") : QString(),
-                       longDate(day) + u": " + sessions(daily[i]), {}});
+        perDay.append({daily[i],
+                       day.dayOfWeek() == 1 ? english.toString(day, u"d MMM") : QString(),
+                       longDate(day) + u": " + sessions(daily[i]),
+                       {}});
     }
     m_perDay->setBars(perDay);
 
@@ -267,7 +269,8 @@ void HistoryWindow::reloadFocus(QDate today)
     const QList<int> monthly = HistoryStats::sessionsPerMonth(byDay, today, 12);
     for (int i = 0; i < monthly.size(); ++i) {
         const QDate month = QDate(today.year(), today.month(), 1).addMonths(i - 11);
-        perMonth.append({monthly[i], english.monthName(month.month(), QLocale::ShortFormat),
+        perMonth.append({monthly[i],
+                         english.monthName(month.month(), QLocale::ShortFormat),
                          english.toString(month, u"MMMM yyyy") + u": " + sessions(monthly[i]),
                          {}});
     }
@@ -279,8 +282,9 @@ void HistoryWindow::reloadFocus(QDate today)
         const QDate monday = thisMonday.addDays(7 * (i - weeks.size() + 1));
         perWeek.append({weeks[i] / 60, i % 2 == 0 ? english.toString(monday, u"d MMM") : QString(),
                         u"Week of " + longDate(monday) + u": " + duration(weeks[i]),
-                        weeks[i] >= 3600 ? QStringLiteral("%1h%2").arg(weeks[i] / 3600).arg(
-                                               weeks[i] / 60 % 60, 2, 10, QChar(u'0'))
+                        weeks[i] >= 3600 ? QStringLiteral("%1h%2")
+                                               .arg(weeks[i] / 3600)
+                                               .arg(weeks[i] / 60 % 60, 2, 10, QChar(u'0'))
                                          : QStringLiteral("%1m").arg(weeks[i] / 60)});
     }
     m_perWeek->setBars(perWeek);

@@ -39,7 +39,8 @@ ImportDialog::ImportDialog(const QString& fileName, ExportDocument::Plan replace
     layout->addWidget(m_changes);
 
     auto* buttons = new QDialogButtonBox(this);
-    QPushButton* import = buttons->addButton(QStringLiteral("Import"), QDialogButtonBox::AcceptRole);
+    QPushButton* import =
+        buttons->addButton(QStringLiteral("Import"), QDialogButtonBox::AcceptRole);
     import->setObjectName(QStringLiteral("importButton"));
     buttons->addButton(QStringLiteral("Cancel"), QDialogButtonBox::RejectRole);
     import->setDefault(true);
@@ -59,7 +60,8 @@ ExportDocument::Mode ImportDialog::mode() const
 
 void ImportDialog::showChanges()
 {
-    const ExportDocument::Plan& plan = mode() == ExportDocument::Mode::Replace ? m_replace : m_merge;
+    const ExportDocument::Plan& plan =
+        mode() == ExportDocument::Mode::Replace ? m_replace : m_merge;
     const QStringList lines = plan.summary();
     const QString text = lines.isEmpty() ? QStringLiteral("Nothing would change.")
                                          : u"What changes:\n" + lines.join(u'\n');
