@@ -151,6 +151,7 @@ class HistoryOnTheDesktop(TidewellCase):
                 start = datetime.datetime(day.year, day.month, day.day, 8 + k, 0)
                 sessions.append({"id": str(uuid.uuid4()), "phase": "focus",
                                  "startedAt": start.isoformat() + ".000Z",
+                                 "day": day.isoformat(),
                                  "endedAt": (start + datetime.timedelta(minutes=25)).isoformat()
                                  + ".000Z", "plannedSeconds": 1500, "elapsedSeconds": 1500,
                                  "outcome": "completed"})
