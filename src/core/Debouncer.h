@@ -27,5 +27,11 @@ public:
     bool isPending(const QString& key) const;
 
 private:
-    QHash<QString, QTimer*> m_timers;
+    // One timer per key, restarted by each call: a burst allocates nothing.
+    struct Pending
+    {
+        QTimer* timer = nullptr;
+        std::function<void()> action;
+    };
+    QHash<QString, Pending> m_pending;
 };

@@ -124,6 +124,21 @@ bool ModelContext::insert(Record* record)
     return true;
 }
 
+bool ModelContext::release(Record* record)
+{
+    if (!record || record->m_context != this || m_inserted.contains(record) ||
+        m_updated.contains(record))
+        return false;
+    Slot& slot = m_slots[static_cast<int>(record->kind())];
+    slot.live.remove(record->key());
+    slot.sequence.remove(record);
+    // What was loaded is no longer all in memory: the next fetch asks the store.
+    slot.fullyLoaded = false;
+    slot.loadedFilters.clear();
+    delete record;
+    return true;
+}
+
 void ModelContext::remove(Record* record)
 {
     if (!record || record->m_context != this)

@@ -57,6 +57,10 @@ public:
     bool insert(Record* record);
     // Deletes the record and, by cascade, a habit's history or a list's tasks.
     void remove(Record* record);
+    // Lets go of a saved record that nothing keeps in memory (an entry of an
+    // append-only log); a later fetch loads it again. A record with unsaved
+    // changes is kept. True when it was let go (the pointer is then dangling).
+    bool release(Record* record);
 
     // Writes every pending change in one transaction. On failure nothing is
     // written, the changes stay pending and `error` says why.

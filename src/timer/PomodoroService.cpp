@@ -98,9 +98,13 @@ void PomodoroService::closeSession(const QString& outcome, const QDateTime& at)
                           : run.phase == Phase::LongBreak ? FocusSession::LongBreak
                                                           : FocusSession::Focus;
     ModelContext& context = m_with.store.mainContext();
-    context.insert(new FocusSession(phase, run.startedAt, std::max(at, run.startedAt),
-                                    run.plannedMs / 1000, run.ranMs / 1000, outcome));
-    context.save();
+    auto* session = new FocusSession(phase, run.startedAt, std::max(at, run.startedAt),
+                                     run.plannedMs / 1000, run.ranMs / 1000, outcome);
+    context.insert(session);
+    // Written once and read back only by history and export, which ask the store:
+    // a long-running timer need not keep every past phase in memory.
+    if (context.save())
+        context.release(session);
 }
 
 template <typename T>
