@@ -2,6 +2,7 @@
 
 #include "APIClient.h"
 #include "BundleInfo.h"
+#include "CallbackUrl.h"
 #include "KeychainStore.h"
 #include "Preferences.h"
 #include "SharedInstance.h"
@@ -61,6 +62,13 @@ void AuthService::lookUp(quint64 generation)
                        }
                        setSignedIn(found.token && !found.token->isEmpty());
                        setLoading(false);
+                       // A keyring that starts later (after log-in, or by hand) may
+                       // hold the token: look again then.
+                       if (found.keyringMissing)
+                           m_keychain.whenKeyringStarts(this, [this, generation] {
+                               if (generation == m_generation)
+                                   reload();
+                           });
                    });
 }
 
@@ -204,28 +212,25 @@ void AuthService::beginBrowserSignIn(const QString& serverBase)
 
 QCoro::Task<> AuthService::consumeCallback(QUrl url)
 {
-    // QUrl already lower-cases scheme and host, so this compares normalised forms.
-    if (url.scheme().isEmpty() || url.scheme() != appURLScheme())
+    const CallbackUrl callback = CallbackUrl::parse(url, appURLScheme());
+    switch (callback.verdict) {
+    case CallbackUrl::Verdict::NotOurs:
         co_return;
-    if (url.host() != u"auth")
-        co_return;
-    if (!url.isValid()) {
+    case CallbackUrl::Verdict::Malformed:
         setLastError(QStringLiteral("Malformed callback URL"));
         co_return;
-    }
-    const QUrlQuery query(url);
-    const QString token = query.queryItemValue(QStringLiteral("token"), QUrl::FullyDecoded);
-    const QString state = query.queryItemValue(QStringLiteral("state"), QUrl::FullyDecoded);
-    if (token.isEmpty()) {
+    case CallbackUrl::Verdict::MissingToken:
         setLastError(QStringLiteral("Callback missing token"));
         co_return;
+    case CallbackUrl::Verdict::Usable:
+        break;
     }
-    if (m_pendingNonce.isEmpty() || state != m_pendingNonce) {
+    if (m_pendingNonce.isEmpty() || callback.state != m_pendingNonce) {
         setLastError(QStringLiteral("Rejected unexpected sign-in callback"));
         co_return;
     }
     m_pendingNonce.clear();
-    co_await signIn(token);
+    co_await signIn(callback.token);
 }
 
 void AuthService::signOut()

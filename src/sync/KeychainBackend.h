@@ -3,11 +3,16 @@
 #include <QByteArray>
 #include <QString>
 
+#include <functional>
+
+class QObject;
+
 // What a keychain call came to. A call that got no answer in time is not an
 // answer: the item may well be there once the secret store wakes up.
 struct KeychainReply
 {
-    enum class Outcome { Done, Missing, Failed, NoAnswer };
+    // NotRunning: no secret store runs, so nothing is there now; one may start later.
+    enum class Outcome { Done, Missing, NotRunning, Failed, NoAnswer };
     Outcome outcome = Outcome::Failed;
     QByteArray data; // a read's item data, when Done
     QString why;     // a short reason, when Failed or NoAnswer
@@ -30,4 +35,12 @@ public:
                                 const QByteArray& data) = 0;
     // Done (or Missing) when no such item is left.
     virtual KeychainReply remove(const QString& service, const QString& account) = 0;
+    // After a read found no secret store running: runs `started` once, on the
+    // calling thread, when one starts. What watches for it is a child of `owner`,
+    // which lives on that thread. Backends that cannot tell never run it.
+    virtual void whenKeyringStarts(QObject* owner, std::function<void()> started)
+    {
+        (void)owner;
+        (void)started;
+    }
 };

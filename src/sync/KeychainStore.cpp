@@ -7,6 +7,7 @@
 #include <QCoro/QCoroFuture>
 #include <QDeadlineTimer>
 #include <QMutex>
+#include <QPointer>
 #include <QPromise>
 #include <QStringDecoder>
 #include <QThread>
@@ -126,7 +127,7 @@ QCoro::Task<KeychainStore::Lookup> KeychainStore::fetchToken()
     {
         QMutexLocker locker(&c.lock);
         if (c.loaded)
-            co_return Lookup{true, c.token};
+            co_return Lookup{true, c.token, false};
         changesBefore = c.changes;
     }
     // No temporaries inside a co_await: GCC 12 destroys some of them twice.
@@ -146,12 +147,30 @@ QCoro::Task<KeychainStore::Lookup> KeychainStore::fetchToken()
     QMutexLocker locker(&c.lock);
     // A token saved or cleared while this read was under way is newer than what it found.
     if (c.changes != changesBefore)
-        co_return c.loaded ? Lookup{true, c.token} : Lookup{reply.answered(), token};
+        co_return c.loaded ? Lookup{true, c.token, false} : Lookup{reply.answered(), token, false};
     if (!reply.answered())
-        co_return Lookup{false, std::nullopt};
+        co_return Lookup{false, std::nullopt, false};
+    // Not cached: the item may be there once a secret store starts.
+    if (reply.outcome == KeychainReply::Outcome::NotRunning)
+        co_return Lookup{true, std::nullopt, true};
     c.token = token;
     c.loaded = true;
-    co_return Lookup{true, token};
+    co_return Lookup{true, token, false};
+}
+
+void KeychainStore::whenKeyringStarts(QObject* receiver, std::function<void()> started)
+{
+    QObject* calls = callsObject();
+    QMetaObject::invokeMethod(
+        calls,
+        [calls, backend = m_state->backend, receiver = QPointer<QObject>(receiver),
+         started = std::move(started)] {
+            backend->whenKeyringStarts(calls, [receiver, started] {
+                if (receiver)
+                    QMetaObject::invokeMethod(receiver, started, Qt::QueuedConnection);
+            });
+        },
+        Qt::QueuedConnection);
 }
 
 QCoro::Task<KeychainReply> KeychainStore::saveToken(const QString& token)

@@ -33,11 +33,15 @@ public:
     {
         bool answered = false; // false: the keychain did not answer; ask again later
         std::optional<QString> token;
+        bool keyringMissing = false; // no secret store runs; see whenKeyringStarts()
     };
 
     // The cached token, or the keychain's when nothing is cached yet. A found or
     // missing item is cached for the store's life; no answer is not.
     QCoro::Task<Lookup> fetchToken();
+    // After a lookup found no secret store running: runs `started` on `receiver`'s
+    // thread once one starts (never when the backend cannot tell).
+    void whenKeyringStarts(QObject* receiver, std::function<void()> started);
     // What requests use: the cached token, never a keychain call.
     std::optional<QString> cachedToken() const;
 

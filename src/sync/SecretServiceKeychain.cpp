@@ -2,13 +2,18 @@
 
 #include <QCoreApplication>
 #include <QDBusConnection>
+#include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusMetaType>
 #include <QDBusObjectPath>
+#include <QDBusServiceWatcher>
 #include <QDeadlineTimer>
 #include <QThread>
 #include <QWaitCondition>
 #include <qt6keychain/keychain.h>
+
+#include <memory>
+#include <utility>
 
 struct SecretServiceKeychain::Outcome
 {
@@ -124,8 +129,9 @@ KeychainReply SecretServiceKeychain::read(const QString& service, const QString&
 {
     switch (probe(service, account)) {
     case Presence::Absent:
-    case Presence::NoKeyring:
         return {KeychainReply::Outcome::Missing, {}, {}};
+    case Presence::NoKeyring:
+        return {KeychainReply::Outcome::NotRunning, {}, QStringLiteral("no keyring is running")};
     case Presence::NoAnswer:
         return noAnswer();
     case Presence::MayHold:
@@ -136,6 +142,25 @@ KeychainReply SecretServiceKeychain::read(const QString& service, const QString&
         job->setKey(account);
         return job;
     });
+}
+
+void SecretServiceKeychain::whenKeyringStarts(QObject* owner, std::function<void()> started)
+{
+    const QString name = QStringLiteral("org.freedesktop.secrets");
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    auto* watcher =
+        new QDBusServiceWatcher(name, bus, QDBusServiceWatcher::WatchForRegistration, owner);
+    auto fired = std::make_shared<bool>(false);
+    auto fire = [watcher, fired, started = std::move(started)] {
+        if (std::exchange(*fired, true))
+            return;
+        watcher->deleteLater();
+        started();
+    };
+    QObject::connect(watcher, &QDBusServiceWatcher::serviceRegistered, watcher, fire);
+    // It may have started between the read and now; this thread may block.
+    if (bus.interface() && bus.interface()->isServiceRegistered(name).value())
+        fire();
 }
 
 namespace {

@@ -28,6 +28,7 @@ public:
     KeychainReply write(const QString& service, const QString& account,
                         const QByteArray& data) override;
     KeychainReply remove(const QString& service, const QString& account) override;
+    void whenKeyringStarts(QObject* owner, std::function<void()> started) override;
 
     struct Outcome;
 

@@ -17,6 +17,9 @@ public:
             return {
                 KeychainReply::Outcome::NoAnswer, {}, QStringLiteral("the keyring did not answer")};
         }
+        if (notRunning)
+            return {
+                KeychainReply::Outcome::NotRunning, {}, QStringLiteral("no keyring is running")};
         const std::optional<QByteArray> found = stored;
         if (duringRead)
             duringRead();
@@ -42,7 +45,14 @@ public:
         return {KeychainReply::Outcome::Done, {}, {}};
     }
 
+    void whenKeyringStarts(QObject*, std::function<void()> started) override
+    {
+        onStart = std::move(started);
+    }
+
     std::optional<QByteArray> stored;
+    bool notRunning = false;       // reads find no secret store running
+    std::function<void()> onStart; // what to run when one starts
     bool refuseWrites = false;
     bool refuseRemoves = false;
     int silentReads = 0; // this many reads get no answer before one does

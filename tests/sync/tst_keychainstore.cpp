@@ -86,6 +86,25 @@ private slots:
         QCOMPARE(m_keychain->reads, 5);
     }
 
+    void aKeyringThatStartsLaterIsAskedAgain()
+    {
+        m_keychain->stored = QByteArrayLiteral("tok");
+        m_keychain->notRunning = true;
+        const KeychainStore::Lookup none = fetch();
+        QVERIFY(none.answered && none.keyringMissing);
+        QCOMPARE(none.token, std::nullopt);
+        QCOMPARE(fetch().token, std::nullopt);
+        QCOMPARE(m_keychain->reads, 2); // no keyring is not remembered as no token
+
+        bool started = false;
+        store().whenKeyringStarts(this, [&] { started = true; });
+        QTRY_VERIFY(m_keychain->onStart);
+        m_keychain->notRunning = false;
+        m_keychain->onStart();
+        QTRY_VERIFY(started);
+        QCOMPARE(fetch().token, token("tok"));
+    }
+
     void neverWaitsForTheKeychain()
     {
         m_keychain->stored = QByteArrayLiteral("old");
