@@ -7,8 +7,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QSocketNotifier>
 #include <QStandardPaths>
 #include <QTimer>
@@ -137,60 +135,16 @@ QString SingleInstance::defaultSocketPath()
     return dir + u'/' + BundleInfo::current().identifier + QStringLiteral(".socket");
 }
 
-QByteArray SingleInstance::encodeMessage(const Request& request)
-{
-    QJsonObject o;
-    if (request.url.isEmpty()) {
-        o.insert(QStringLiteral("command"), QStringLiteral("activate"));
-    } else {
-        o.insert(QStringLiteral("command"), QStringLiteral("open"));
-        o.insert(QStringLiteral("url"), request.url);
-    }
-    if (!request.activation.isEmpty())
-        o.insert(QStringLiteral("activation"), request.activation);
-    return QJsonDocument(o).toJson(QJsonDocument::Compact) + '\n';
-}
-
-bool SingleInstance::parseMessage(const QByteArray& data, Request* request)
-{
-    if (data.size() > MaxMessageBytes)
-        return false;
-    QJsonParseError error;
-    const QJsonDocument doc = QJsonDocument::fromJson(data, &error);
-    if (error.error != QJsonParseError::NoError || !doc.isObject())
-        return false;
-    QJsonObject o = doc.object();
-    const QJsonValue activation = o.take(QLatin1String("activation"));
-    if (!activation.isUndefined() && !activation.isString())
-        return false;
-    const QString command = o.value(QLatin1String("command")).toString();
-    Request parsed{{}, activation.toString()};
-    if (command == u"activate" && o.size() == 1) {
-        *request = parsed;
-        return true;
-    }
-    if (command == u"open" && o.size() == 2 && o.value(QLatin1String("url")).isString()) {
-        // Kept as text: a callback that does not parse must still reach sign-in,
-        // which reports it as malformed.
-        parsed.url = o.value(QLatin1String("url")).toString();
-        if (QUrl(parsed.url, QUrl::StrictMode).scheme().size() < 2)
-            return false;
-        *request = parsed;
-        return true;
-    }
-    return false;
-}
-
 SingleInstance::Outcome SingleInstance::sendToRunning(const QString& socketPath,
                                                       const Request& request, int timeoutMs,
                                                       QString* reason)
 {
-    const QByteArray message = encodeMessage(request);
-    if (message.size() > MaxMessageBytes) {
+    const QByteArray message = request.encode();
+    if (message.size() > InstanceMessage::MaxBytes) {
         if (reason)
             *reason = QStringLiteral("the request is too large (%1 bytes; at most %2)")
                           .arg(message.size())
-                          .arg(MaxMessageBytes);
+                          .arg(InstanceMessage::MaxBytes);
         return Outcome::Refused;
     }
     const QDeadlineTimer deadline(timeoutMs);
@@ -319,11 +273,11 @@ void SingleInstance::readFrom(int fd)
     char chunk[4096];
     for (;;) {
         const qsizetype room =
-            std::min<qsizetype>(sizeof(chunk), MaxMessageBytes + 1 - buffer.size());
+            std::min<qsizetype>(sizeof(chunk), InstanceMessage::MaxBytes + 1 - buffer.size());
         const ssize_t got = ::recv(fd, chunk, size_t(room), 0);
         if (got > 0) {
             buffer.append(chunk, got);
-            if (buffer.contains('\n') || buffer.size() > MaxMessageBytes)
+            if (buffer.contains('\n') || buffer.size() > InstanceMessage::MaxBytes)
                 break;
         } else if (got < 0 && errno == EINTR) {
             continue;
@@ -340,7 +294,7 @@ void SingleInstance::readFrom(int fd)
         return;
     }
     Request request;
-    if (!parseMessage(buffer.left(newline), &request)) {
+    if (!InstanceMessage::parse(buffer.left(newline), &request)) {
         answer(fd, refusal + "the request is not understood\n");
         return;
     }

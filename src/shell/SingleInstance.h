@@ -1,5 +1,7 @@
 #pragma once
 
+#include "InstanceMessage.h"
+
 #include <QByteArray>
 #include <QHash>
 #include <QObject>
@@ -22,15 +24,10 @@ class SingleInstance final : public QObject
     Q_OBJECT
 
 public:
-    static constexpr qsizetype MaxMessageBytes = 64 * 1024;
     static constexpr int MaxPeers = 16;
     static constexpr int PeerTimeoutMs = 3000;
 
-    struct Request
-    {
-        QString url;        // empty: show the hub
-        QString activation; // the desktop's activation token, if it gave one
-    };
+    using Request = InstanceMessage;
 
     enum class Outcome {
         Delivered, // the running instance took it
@@ -53,10 +50,6 @@ public:
     // Server side: starts listening, replacing a stale socket left by a crash but
     // never a live one. False (with the reason) when another instance answers.
     bool listen(QString* error);
-
-    // Parses one message; false when it is not exactly one of the two forms.
-    static bool parseMessage(const QByteArray& data, Request* request);
-    static QByteArray encodeMessage(const Request& request);
 
 signals:
     void activateRequested(const QString& activation);

@@ -67,9 +67,9 @@ private slots:
     void parsesOnlyTheTwoForms()
     {
         QFETCH(QByteArray, message);
-        SingleInstance::Request request;
-        QTEST(SingleInstance::parseMessage(message, &request), "valid");
-        if (SingleInstance::parseMessage(message, &request))
+        InstanceMessage request;
+        QTEST(InstanceMessage::parse(message, &request), "valid");
+        if (InstanceMessage::parse(message, &request))
             QTEST(request.url.isEmpty(), "activate");
     }
 
@@ -166,7 +166,7 @@ private slots:
 
         auto flood = open();
         QVERIFY(flood->waitForConnected(1000));
-        flood->write(QByteArray(SingleInstance::MaxMessageBytes + 10, 'x'));
+        flood->write(QByteArray(InstanceMessage::MaxBytes + 10, 'x'));
         QTRY_VERIFY(flood->state() == QLocalSocket::UnconnectedState);
         QVERIFY(flood->readAll().startsWith("refused "));
         auto bad = open();
