@@ -20,7 +20,7 @@ def wait_for(predicate, timeout=10.0, interval=0.05):
 
 
 class Desktop:
-    def __init__(self, tray=True, keyring=True):
+    def __init__(self, tray=True, keyring=True, activation=True):
         self.tmp = tempfile.mkdtemp(prefix="tidewell-e2e-")
         self.home = os.path.join(self.tmp, "home")
         runtime = os.path.join(self.tmp, "runtime")
@@ -43,7 +43,10 @@ class Desktop:
             if ready and self.xvfb.poll() is None:
                 break
         self.procs.append(self.xvfb)
-        bus = subprocess.run(["dbus-daemon", "--session", "--fork", "--print-address=1",
+        # Without activation nothing starts on demand: a secret store is there only
+        # when a test starts one.
+        config = ["--session"] if activation else ["--config-file=" + self._bus_config()]
+        bus = subprocess.run(["dbus-daemon", *config, "--fork", "--print-address=1",
                               "--print-pid=1"], capture_output=True, text=True, check=True)
         address, pid = bus.stdout.split()[:2]
         self.bus_pid = int(pid)
@@ -70,6 +73,15 @@ class Desktop:
                 self.close()
                 raise RuntimeError("the tray (trayer) did not start on %s" % self.display)
         time.sleep(0.5)
+
+    def _bus_config(self):
+        path = os.path.join(self.tmp, "session.conf")
+        with open(path, "w") as f:
+            f.write('<busconfig><type>session</type><listen>unix:tmpdir=/tmp</listen>'
+                    '<auth>EXTERNAL</auth><policy context="default"><allow send_destination="*"'
+                    ' eavesdrop="true"/><allow eavesdrop="true"/><allow own="*"/></policy>'
+                    '</busconfig>')
+        return path
 
     def start_keyring(self):
         """A gnome-keyring of this desktop's own, unlocked with a throwaway password,
