@@ -155,8 +155,9 @@ class FaultMatrix(unittest.TestCase):
             before = self.labels()
             self.a11y.press(self.a11y.find(self.root, "Sign in with token"))
             error = wait_for(lambda: self.labels() - before, 30)
-            self.results["bad TLS"] = {"text": sorted(error)}
-            self.assertTrue(any(t.startswith("Network error: ") for t in error), error)
+            passed = any(t.startswith("Network error: SSL handshake failed") for t in error)
+            self.results["bad TLS"] = {"text": sorted(error), "passed": passed}
+            self.assertTrue(passed, error)
             self.a11y.press(self.a11y.find(self.root, "Close"))
         finally:
             tls.stop()
@@ -192,6 +193,9 @@ class FaultMatrix(unittest.TestCase):
                           "data_unchanged": self.local_data() == data,
                           "signed_in": bool(self.a11y.find(self.root, "Sign out", timeout=2)),
                           "second_host_requests": len(self.elsewhere.requests)}
+                result["passed"] = (shown == [expected] and slowest < 1.0 and result["signed_in"]
+                                    and result["data_unchanged"]
+                                    and not result["second_host_requests"])
                 self.results[name] = result
                 self.assertEqual(shown, [expected])
                 self.assertLess(slowest, 1.0)
@@ -205,8 +209,11 @@ class FaultMatrix(unittest.TestCase):
         self.server.mode = "status 401"
         self.a11y.press(self.a11y.find(self.root, "Sync", role="push button"))
         self.a11y.find(self.root, "Sign in", role="push button", timeout=20)
-        self.results["401"] = {"signed_out": True, "data_unchanged": self.local_data() == data}
-        self.assertTrue(self.results["401"]["data_unchanged"])
+        unchanged = self.local_data() == data
+        self.results["401"] = {"text": sorted(self.labels() & {"Not signed in"}),
+                               "signed_out": True, "data_unchanged": unchanged,
+                               "passed": unchanged}
+        self.assertTrue(unchanged)
 
     def keyring_case(self, name, before_start, answer):
         """Restarts the app signed in, with the keyring made to misbehave by
@@ -225,7 +232,8 @@ class FaultMatrix(unittest.TestCase):
         self.root = type(self).root = self.a11y.application("Tidewell")
         connected = bool(self.a11y.find(self.root, "Connected", timeout=30))
         self.results[name] = {"start_s": round(start_s, 3), "data": bool(data),
-                              "signed_in_later": connected}
+                              "signed_in_later": connected,
+                              "passed": start_s < 2.0 and "Water" in (data or "") and connected}
         self.assertLess(start_s, 2.0)
         self.assertIn("Water", data)
 
