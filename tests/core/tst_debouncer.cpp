@@ -35,6 +35,25 @@ private slots:
         QCOMPARE(pomodoro, 0);
         QVERIFY(!debouncer.isPending(QStringLiteral("habits")));
     }
+
+    // A burst between two returns to the event loop (a script driving the app, a
+    // pull) must not leave an object per call waiting to be deleted; an action may
+    // schedule its own key again.
+    void aBurstReusesItsTimer()
+    {
+        Debouncer debouncer;
+        int runs = 0;
+        for (int i = 0; i < 10'000; ++i)
+            debouncer.schedule(QStringLiteral("tasks"), 1ms, [&] { ++runs; });
+        QCOMPARE(debouncer.children().size(), 1);
+        QTRY_COMPARE(runs, 1);
+        debouncer.schedule(QStringLiteral("tasks"), 1ms, [&] {
+            if (++runs < 4)
+                debouncer.schedule(QStringLiteral("tasks"), 1ms, [&] { ++runs; });
+        });
+        QTRY_COMPARE(runs, 3);
+        QCOMPARE(debouncer.children().size(), 1);
+    }
 };
 
 QTEST_GUILESS_MAIN(TestDebouncer)
