@@ -134,6 +134,10 @@ KeychainReply SecretServiceKeychain::read(const QString& service, const QString&
         return {KeychainReply::Outcome::NotRunning, {}, QStringLiteral("no keyring is running")};
     case Presence::NoAnswer:
         return noAnswer();
+    case Presence::Locked:
+        // Asking would put an unlock prompt up at every retry; the token is read
+        // once the keyring is unlocked (at log-in, or when the user signs in).
+        return {KeychainReply::Outcome::NoAnswer, {}, QStringLiteral("the keyring is locked")};
     case Presence::MayHold:
         break;
     }
@@ -204,9 +208,13 @@ SecretServiceKeychain::Presence SecretServiceKeychain::probe(const QString& serv
         return Presence::MayHold; // anything else is left to the secret-store library
     }
     const QList<QVariant> found = reply.arguments(); // unlocked and locked item paths
-    const bool none = found.size() == 2 && qdbus_cast<QList<QDBusObjectPath>>(found[0]).isEmpty() &&
-                      qdbus_cast<QList<QDBusObjectPath>>(found[1]).isEmpty();
-    return none ? Presence::Absent : Presence::MayHold;
+    if (found.size() != 2)
+        return Presence::MayHold;
+    const bool unlocked = !qdbus_cast<QList<QDBusObjectPath>>(found[0]).isEmpty();
+    const bool locked = !qdbus_cast<QList<QDBusObjectPath>>(found[1]).isEmpty();
+    if (!unlocked && locked)
+        return Presence::Locked;
+    return unlocked ? Presence::MayHold : Presence::Absent;
 }
 
 KeychainReply SecretServiceKeychain::write(const QString& service, const QString& account,
@@ -218,6 +226,7 @@ KeychainReply SecretServiceKeychain::write(const QString& service, const QString
     case Presence::NoAnswer:
         return noAnswer();
     case Presence::Absent:
+    case Presence::Locked: // the secret-store library asks to unlock it
     case Presence::MayHold:
         break;
     }
@@ -237,6 +246,7 @@ KeychainReply SecretServiceKeychain::remove(const QString& service, const QStrin
         return {KeychainReply::Outcome::Missing, {}, {}};
     case Presence::NoAnswer:
         return noAnswer();
+    case Presence::Locked:
     case Presence::MayHold:
         break;
     }

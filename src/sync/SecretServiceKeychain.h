@@ -33,7 +33,8 @@ public:
     struct Outcome;
 
 private:
-    enum class Presence { Absent, MayHold, NoKeyring, NoAnswer };
+    // Locked: the item is there, but only in a locked collection.
+    enum class Presence { Absent, MayHold, Locked, NoKeyring, NoAnswer };
     // Asks the Secret Service over D-Bus whether it runs and has the item at all,
     // so that a signed-out start never loads the secret-store library and its
     // dependencies (about 4 MB resident).

@@ -5,9 +5,9 @@ reset, stalled, trickling a byte a second, 401/403/404/500/204, an HTML page wit
 nobody signed. For each case: the exact text the hub shows, the hub answers through
 the accessibility tree within a second while the request is under way, local data
 is unchanged, the account stays signed in (only 401 signs out) and the token never
-reaches a second host. Then the keyring: missing at start-up, and hung; the app
-starts within 2 s with its data usable either way and is signed in again once the
-keyring answers.
+reaches a second host. Then the keyring: hung, missing at start-up, and locked; the app
+starts within 2 s with its data usable each time and is signed in again once the
+keyring answers, starts, or is unlocked.
 
 Usage: fault_matrix.py <tidewell binary> [--json FILE]
 """
@@ -258,6 +258,27 @@ class FaultMatrix(unittest.TestCase):
             self.desktop.keyring = self.desktop.start_keyring()
 
         self.keyring_case("keyring missing", stop, start_again)
+
+    def test_6_keyring_locked_then_unlocked(self):
+        desktop = self.desktop
+
+        def lock():
+            desktop.keyring.terminate()
+            desktop.keyring.wait(10)
+            # The same keyring, started without its password: every item is locked.
+            desktop.keyring = subprocess.Popen(
+                ["gnome-keyring-daemon", "--foreground", "--components=secrets"], env=desktop.env,
+                stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            desktop.procs.append(desktop.keyring)
+            wait_for(lambda: self.bus.name_has_owner("org.freedesktop.secrets"), 10)
+
+        def unlock():
+            time.sleep(3)
+            desktop.keyring.terminate()
+            desktop.keyring.wait(10)
+            desktop.keyring = desktop.start_keyring()
+
+        self.keyring_case("keyring locked", lock, unlock)
 
 
 if __name__ == "__main__":

@@ -82,8 +82,8 @@ def main():
             "0 crashes over ≥ 1,000,000 runs", crashes == 0 and enough)
     faults = load(os.path.join(out, "faults.json")) or {}
     passed = sum(1 for case in faults.values() if case.get("passed"))
-    row("Fault cases passed", "%d of %d" % (passed, len(faults)), "all (16)",
-        passed == len(faults) == 16)
+    row("Fault cases passed", "%d of %d" % (passed, len(faults)), "all",
+        passed == len(faults) >= 16)
     soak = {}
     try:
         for line in open(os.path.join(out, "soak.txt")):
