@@ -37,11 +37,7 @@ class ControlFromTheDesktop(TidewellCase):
 
     def test_1_timer(self):
         a11y = self.a11y
-        switch, icon = self.in_popup(self.root, "Pomodoro")
-        a11y.press(a11y.find(self.root, "Settings", role="push button"))
-        a11y.find(self.root, "Focus duration", role="spin button").queryValue().currentValue = 1
-        a11y.press(a11y.find(self.root, "Save"))
-        time.sleep(0.5)
+        switch, icon = self.one_minute_focus()
 
         lines = queue.Queue()
         follow = subprocess.Popen([APP, "ctl", "status", "--follow", "--format", "waybar"],

@@ -50,11 +50,7 @@ class HistoryOnTheDesktop(TidewellCase):
 
     def test_1_a_finished_focus_phase_shows_in_history(self):
         a11y = self.a11y
-        switch, icon = self.in_popup(self.root, "Pomodoro")
-        a11y.press(a11y.find(self.root, "Settings", role="push button"))
-        a11y.find(self.root, "Focus duration", role="spin button").queryValue().currentValue = 1
-        a11y.press(a11y.find(self.root, "Save"))
-        time.sleep(0.5)
+        switch, icon = self.one_minute_focus()
         self.close_popup(switch, icon)
 
         self.assertEqual(self.tidewell("ctl", "start").returncode, 0)

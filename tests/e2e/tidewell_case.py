@@ -81,6 +81,17 @@ class TidewellCase(unittest.TestCase):
         if not desktop.window_ids("^Habits$"):
             desktop.click(*icon)
 
+    def one_minute_focus(self):
+        """Opens the timer's popup alone in the tray and sets focus phases to one
+        minute in its settings; the popup's switch and icon."""
+        a11y = self.a11y
+        switch, icon = self.in_popup(self.root, "Pomodoro")
+        a11y.press(a11y.find(self.root, "Settings", role="push button"))
+        a11y.find(self.root, "Focus duration", role="spin button").queryValue().currentValue = 1
+        a11y.press(a11y.find(self.root, "Save"))
+        time.sleep(0.5)
+        return switch, icon
+
     def close_popup(self, switch, icon):
         self.desktop.click(*icon)
         self.a11y.press(switch)
