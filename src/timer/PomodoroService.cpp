@@ -71,9 +71,8 @@ PomodoroService::~PomodoroService()
         closeSession(FocusSession::Abandoned, m_with.clock.now());
 }
 
-void PomodoroService::openSession()
+void PomodoroService::openSession(const QDateTime& now)
 {
-    const QDateTime now = m_with.clock.now();
     if (!m_session)
         m_session = Session{m_phase, now, currentPhaseDurationMs(), 0, std::nullopt};
     m_session->resumed = now;
@@ -215,8 +214,10 @@ void PomodoroService::start()
         return;
     const qint64 full = currentPhaseDurationMs();
     const qint64 length = (m_remainingMs >= 1 && m_remainingMs < full) ? m_remainingMs : full;
-    m_endDate = m_with.clock.now().addMSecs(length);
-    openSession();
+    // One instant for both, so a phase run to its end counts its full length.
+    const QDateTime now = m_with.clock.now();
+    m_endDate = now.addMSecs(length);
+    openSession(now);
     set(m_isActive, true, &PomodoroService::isActiveChanged);
     startTick();
     if (m_phase == Phase::Focus)

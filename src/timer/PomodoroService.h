@@ -141,7 +141,7 @@ private:
     void scheduleEndNotification();
     // The run of the current phase: opened by its first start, closed (and written
     // as a focus session) when it finishes, is skipped, reset or abandoned.
-    void openSession();
+    void openSession(const QDateTime& now);
     void accrueSession(const QDateTime& until);
     void closeSession(const QString& outcome, const QDateTime& at);
     void cancelEndNotification();

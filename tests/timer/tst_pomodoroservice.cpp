@@ -40,6 +40,7 @@ class TestPomodoroService final : public QObject
     int m_pushes = 0;
     std::function<void()> m_release;
     bool m_holdIdentifier = false; // the identifier comes back only on m_release()
+    bool m_creep = false; // every reading of the clock moves it on 1 ms, as a real one does
 
     PomodoroService& engine() { return m_engine ? *m_engine : m_services->timer(); }
     void advance(qint64 ms) { m_now = m_now.addMSecs(ms); }
@@ -65,7 +66,7 @@ class TestPomodoroService final : public QObject
         m_engine.reset();
         m_services.reset();
         AppServices::Parts parts = testParts(m_dir.filePath(QStringLiteral("s.sqlite")));
-        parts.clock = [this] { return m_now; };
+        parts.clock = [this] { return m_creep ? (m_now = m_now.addMSecs(1)) : m_now; };
         parts.keychain = m_keychain;
         m_services = std::make_unique<AppServices>(std::move(parts));
         m_services->audio().setMuted(false);
@@ -108,6 +109,7 @@ private slots:
         m_notices.clear();
         m_pushes = 0;
         m_holdIdentifier = false;
+        m_creep = false;
         relaunch();
     }
 
@@ -211,6 +213,14 @@ private slots:
         relaunch();
         QCOMPARE(sessions().last(), "focus abandoned 11:26:47-11:27:07 20/1500");
         QCOMPARE(sessions().size(), 4);
+
+        // A run to its end counts its whole length even when time moves between readings.
+        engine().reset();
+        m_creep = true;
+        engine().start();
+        finishPhase();
+        m_creep = false;
+        QVERIFY(sessions().last().endsWith(u" 1500/1500"));
     }
 
     void phaseSequenceAndLongBreakRule()
