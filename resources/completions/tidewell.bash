@@ -38,7 +38,7 @@ _tidewell()
     import)
         [[ $cur == -* ]] && COMPREPLY=($(compgen -W '--replace --merge' -- "$cur")) || _filedir json ;;
     *)
-        [[ $cword -eq 1 ]] && COMPREPLY=($(compgen -W 'ctl habit task export import --help --version' -- "$cur")) ;;
+        [[ $cword -eq 1 ]] && COMPREPLY=($(compgen -W 'ctl habit task export import --background --help --version' -- "$cur")) ;;
     esac
 }
 complete -F _tidewell tidewell

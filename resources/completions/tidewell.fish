@@ -10,6 +10,7 @@ complete -c tidewell -n '__fish_seen_subcommand_from import' -l replace -d 'Make
 complete -c tidewell -n '__fish_seen_subcommand_from import' -l merge -d 'Add the file to the store'
 complete -c tidewell -n __fish_use_subcommand -s h -l help -d 'Show help'
 complete -c tidewell -n __fish_use_subcommand -s v -l version -d 'Show version'
+complete -c tidewell -n __fish_use_subcommand -l background -d 'Start without the hub when widgets are placed'
 complete -c tidewell -n '__fish_seen_subcommand_from ctl; and not __fish_seen_subcommand_from toggle start pause skip reset status' -a 'toggle start pause skip reset status'
 complete -c tidewell -n '__fish_seen_subcommand_from status' -l json -d 'Print JSON'
 complete -c tidewell -n '__fish_seen_subcommand_from status' -l follow -d 'Print a line on every change'

@@ -41,6 +41,20 @@ QString takeUrlArgument(int& argc, char* argv[])
     return {};
 }
 
+// Whether `flag` is among the arguments; it is taken out, as Qt does not know it.
+bool takeFlag(int& argc, char* argv[], const char* flag)
+{
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], flag) != 0)
+            continue;
+        for (int j = i; j < argc - 1; ++j)
+            argv[j] = argv[j + 1];
+        argv[--argc] = nullptr;
+        return true;
+    }
+    return false;
+}
+
 // The token the desktop gave this launch, to pass on with a hand-off.
 QString activationToken()
 {
@@ -123,13 +137,19 @@ std::optional<int> runCommand(int argc, char* argv[])
 
 int main(int argc, char* argv[])
 {
+    // For autostart entries: start without the hub when widgets are placed.
+    const bool background = takeFlag(argc, argv, "--background");
     if (const auto status = runCommand(argc, argv))
         return *status;
     const SingleInstance::Request request{takeUrlArgument(argc, argv), activationToken()};
     const QString socketPath = SingleInstance::defaultSocketPath();
-    // A running Tidewell takes the request (show the hub, or a sign-in callback).
-    if (const auto status = handOff(socketPath, request))
-        return *status;
+    // A running Tidewell takes the request (show the hub, or a sign-in callback). A
+    // background start has nothing to ask of one: it is already there.
+    const bool quiet = background && request.url.isEmpty();
+    if (!quiet) {
+        if (const auto status = handOff(socketPath, request))
+            return *status;
+    }
 
     if (!hasDisplay()) {
         say(QStringLiteral("no graphical display (DISPLAY and WAYLAND_DISPLAY are unset); start "
@@ -147,6 +167,8 @@ int main(int argc, char* argv[])
     // that holds the lock but does not answer may be starting up: ask it a little longer.
     bool held = false;
     std::unique_ptr<StoreLock> lock = StoreLock::acquire(storePath, &held, &problem);
+    if (held && quiet)
+        return 0;
     for (QDeadlineTimer patience(3000); held && !patience.hasExpired();) {
         if (const auto status = handOff(socketPath, request))
             return *status;
@@ -202,7 +224,8 @@ int main(int argc, char* argv[])
     AppServices services({.store = std::move(store)});
     AppController controller(services);
     controller.attach(&instance);
-    controller.start();
+    controller.start(background ? AppController::Launch::Background
+                                : AppController::Launch::Normal);
     if (!request.url.isEmpty())
         controller.openUrl(QUrl(request.url, QUrl::StrictMode));
     return app.exec();

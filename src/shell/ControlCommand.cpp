@@ -268,7 +268,7 @@ int ControlCommand::run(const QStringList& args, QTextStream& out, QTextStream& 
 
 QString ControlCommand::help()
 {
-    return QStringLiteral(R"(Usage: tidewell [URL]
+    return QStringLiteral(R"(Usage: tidewell [--background] [URL]
        tidewell ctl toggle|start|pause|skip|reset
        tidewell ctl status [--json] [--follow] [--format TEMPLATE|waybar]
        tidewell habit list | habit count NAME | habit reset NAME
@@ -277,6 +277,8 @@ QString ControlCommand::help()
        tidewell import --replace|--merge FILE.json
 
 Without a command, starts Tidewell, or brings the running one forward.
+--background starts it without the hub window when a widget is in the tray or
+floating (for autostart); a Tidewell already running is left as it is.
 The commands talk to the running Tidewell over the session bus and never start it.
 export writes every record as one JSON document (--csv also writes habit_history.csv
 and focus_sessions.csv into DIR); import checks the whole file first, then either

@@ -46,7 +46,8 @@ bool LaunchAtLogin::setEnabled(bool on, QString* error)
         *error = QStringLiteral("cannot create the folder of %1").arg(path);
         return false;
     }
-    // The running executable is the installed one (scripts/run installs it).
+    // The running executable is the installed one (scripts/run or the package
+    // installs it). At login the placed widgets are the app; the hub stays closed.
     QString exec = QCoreApplication::applicationFilePath();
     exec.replace(u'"', QStringLiteral("\\\""));
     const QByteArray content = "[Desktop Entry]\n"
@@ -56,7 +57,7 @@ bool LaunchAtLogin::setEnabled(bool on, QString* error)
                                "\n"
                                "Exec=\"" +
                                exec.toUtf8() +
-                               "\"\n"
+                               "\" --background\n"
                                "Icon=" +
                                BundleInfo::current().identifier.toUtf8() +
                                "\n"

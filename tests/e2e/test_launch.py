@@ -2,11 +2,14 @@
 """End-to-end: later launches of the real tidewell binary while one runs. A
 request too large to hand over is refused at once and the running app stays
 well; a running app that does not answer is never joined by a second one; and a
-sign-in callback's token does not stay in the process's argument list.
+sign-in callback's token does not stay in the process's argument list. The
+entry "Launch at login" writes starts Tidewell without its hub when a widget is
+placed and with it when none is.
 
 Usage: test_launch.py <tidewell binary>
 """
 import os
+import shlex
 import signal
 import subprocess
 import sys
@@ -60,6 +63,43 @@ class LaterLaunches(TidewellCase):
             cmdline = f.read()
         self.assertNotIn(secret.encode(), cmdline)
         self.assertIn(os.path.basename(APP).encode(), cmdline)
+
+    def test_4_started_at_login(self):
+        a11y = self.a11y
+        self.root = a11y.application("Tidewell")  # the one the test before started
+        a11y.switch_on(a11y.find(self.root, "Launch at login"))
+        entry = os.path.join(self.desktop.env["XDG_CONFIG_HOME"], "autostart",
+                             "com.brenlow.tidewell.desktop")
+        with open(entry) as f:
+            exec_line = next(line for line in f if line.startswith("Exec="))
+        command = shlex.split(exec_line[len("Exec="):])
+        self.assertEqual(command[1:], ["--background"])
+
+        def login(placed):
+            """Quits, starts as the session would, and says whether the hub showed."""
+            self.app.terminate()
+            self.assertEqual(self.app.wait(15), 0)
+            type(self).app = subprocess.Popen(command, env=self.desktop.env,
+                                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            self.root = self.a11y.application("Tidewell")
+            panel = "^%s$" % placed if placed else None
+            if panel:
+                self.assertTrue(wait_for(lambda: self.desktop.window_ids(panel)), "no panel")
+            time.sleep(1.5)  # time enough for a hub to map, were it coming
+            return bool(self.desktop.window_ids("^Tidewell$"))
+
+        self.assertTrue(login(None), "no widget is placed: the hub must show")
+        a11y.switch_on(a11y.find(self.root, "Tasks floating"))
+        time.sleep(0.7)  # the placement is saved after the usual delay
+        self.assertFalse(login("Tasks"), "a floating widget is placed: the hub must stay closed")
+        # Asked for by hand, it still comes.
+        run, _ = self.launch()
+        self.assertEqual(run.returncode, 0, run.stderr)
+        self.assertTrue(wait_for(lambda: self.desktop.window_ids("^Tidewell$")), "no hub")
+        # A second background start leaves the running one as it is.
+        run, _ = self.launch("--background")
+        self.assertEqual(run.returncode, 0, run.stderr)
+        self.assertIsNone(self.app.poll())
 
 
 if __name__ == "__main__":

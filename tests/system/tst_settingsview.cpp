@@ -72,8 +72,8 @@ private slots:
         const QByteArray content = entry.readAll();
         entry.close();
         QVERIFY(content.startsWith("[Desktop Entry]\n") && content.contains("Type=Application\n"));
-        QVERIFY(content.contains(
-            QByteArray("Exec=\"" + QCoreApplication::applicationFilePath().toUtf8() + "\"\n")));
+        QVERIFY(content.contains(QByteArray(
+            "Exec=\"" + QCoreApplication::applicationFilePath().toUtf8() + "\" --background\n")));
         view.hide();
 
         // Someone else hides the entry, with the blanks desktop entries allow: the switch

@@ -43,7 +43,7 @@ AppController::~AppController()
     delete m_hub;
 }
 
-void AppController::start()
+void AppController::start(Launch launch)
 {
     QApplication::setQuitOnLastWindowClosed(false);
 
@@ -107,6 +107,14 @@ void AppController::start()
                 auto posted = notices.schedule(title, body, m_services.clock().now().addMSecs(1));
                 QCoro::connect(std::move(posted), qApp, [](auto) {});
             });
+    if (launch == Launch::Background) {
+        // Started at login: the placed widgets are the app. With none, the hub is
+        // the only way in, so it shows after all.
+        windows.restoreFromPersistence();
+        if (windows.hostCount() == 0)
+            m_hub->bringForward();
+        return;
+    }
     m_hub->bringForward();
     // Panels and tray items after the hub: the window the user asked for comes first.
     windows.restoreFromPersistence();

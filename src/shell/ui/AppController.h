@@ -25,8 +25,13 @@ public:
     explicit AppController(AppServices& services, QObject* parent = nullptr);
     ~AppController() override;
 
+    enum class Launch {
+        Normal,     // opened by the user: the hub shows
+        Background, // started at login: the hub shows only when no widget is placed
+    };
+
     // Runs the start-up sequence and shows the hub window.
-    void start();
+    void start(Launch launch = Launch::Normal);
     // Serves later launches through `instance` (activate, URLs).
     void attach(SingleInstance* instance);
 
