@@ -20,7 +20,12 @@ def wait_for(predicate, timeout=10.0, interval=0.05):
 
 
 class Desktop:
-    def __init__(self, tray=True, keyring=True, activation=True):
+    # Panel colours for the tray: trayer's own grey, or a solid dark or light one.
+    PANELS = {None: ["--transparent", "false"],
+              "dark": ["--transparent", "true", "--alpha", "0", "--tint", "0x1d1f21"],
+              "light": ["--transparent", "true", "--alpha", "0", "--tint", "0xeeeeec"]}
+
+    def __init__(self, tray=True, keyring=True, activation=True, panel=None):
         self.tmp = tempfile.mkdtemp(prefix="tidewell-e2e-")
         self.home = os.path.join(self.tmp, "home")
         runtime = os.path.join(self.tmp, "runtime")
@@ -64,7 +69,7 @@ class Desktop:
         # over the screen: give it a second chance before giving up.
         for _ in range(2 if tray else 0):
             trayer = self._spawn(["trayer", "--edge", "top", "--align", "right", "--height", "24",
-                                  "--widthtype", "request", "--transparent", "false"])
+                                  "--widthtype", "request", *self.PANELS[panel]])
             if wait_for(lambda: self.window_ids("^panel$"), 10):
                 break
             trayer.kill()

@@ -14,10 +14,11 @@ SHOTS = sys.argv[2] if len(sys.argv) > 2 else None
 
 class TidewellCase(unittest.TestCase):
     tray = True
+    panel = None  # the tray's colour: see Desktop.PANELS
 
     @classmethod
     def setUpClass(cls):
-        cls.desktop = Desktop(tray=cls.tray)
+        cls.desktop = Desktop(tray=cls.tray, panel=cls.panel)
         os.environ.update({k: cls.desktop.env[k] for k in ("DISPLAY", "DBUS_SESSION_BUS_ADDRESS")})
         cls.before_launch()
         import accessibility

@@ -6,12 +6,55 @@
 
 #include <QApplication>
 #include <QFont>
+#include <QHash>
+#include <QImage>
 #include <QMenu>
 #include <QPainter>
 #include <QPalette>
 #include <QSystemTrayIcon>
 
 namespace {
+// Whether `symbol` is drawn in the pen's colour, as "✓" is, rather than in colours
+// of its own, as emoji are: drawn once in red and once in blue, does it differ?
+bool followsPen(const QFont& font, const QString& symbol)
+{
+    static QHash<QString, bool> known;
+    const auto found = known.constFind(symbol);
+    if (found != known.cend())
+        return *found;
+    QImage inks[2];
+    const QColor colors[2] = {Qt::red, Qt::blue};
+    for (int i = 0; i < 2; ++i) {
+        inks[i] = QImage(24, 24, QImage::Format_ARGB32_Premultiplied);
+        inks[i].fill(Qt::transparent);
+        QPainter p(&inks[i]);
+        QFont small = font;
+        small.setPixelSize(18);
+        p.setFont(small);
+        p.setPen(colors[i]);
+        p.drawText(inks[i].rect(), Qt::AlignCenter, symbol);
+    }
+    return *known.insert(symbol, inks[0] != inks[1]);
+}
+
+// A glyph in the text colour vanishes on a panel of that colour, and panels are
+// dark or light whatever the app's palette says: a halo of the opposite colour
+// keeps it legible on both. Colour emoji stand out on either and stay as they are.
+void drawSymbol(QPainter& p, const QRect& box, const QString& symbol)
+{
+    const QColor ink = QApplication::palette().color(QPalette::WindowText);
+    if (followsPen(p.font(), symbol)) {
+        p.setPen(ink.lightness() < 128 ? QColor(Qt::white) : QColor(Qt::black));
+        constexpr int halo = 3;
+        for (int dx = -halo; dx <= halo; dx += halo)
+            for (int dy = -halo; dy <= halo; dy += halo)
+                if (dx != 0 || dy != 0)
+                    p.drawText(box.translated(dx, dy), Qt::AlignCenter, symbol);
+    }
+    p.setPen(ink);
+    p.drawText(box, Qt::AlignCenter, symbol);
+}
+
 // The emoji alone, or with the running countdown's minutes drawn under it so the
 // tray shows progress even where tooltips are hard to reach.
 QIcon renderIcon(const QString& symbol, const QString& countdown)
@@ -25,9 +68,8 @@ QIcon renderIcon(const QString& symbol, const QString& countdown)
     QFont emoji = QApplication::font();
     emoji.setPixelSize(countdown.isEmpty() ? 48 : 30);
     p.setFont(emoji);
-    p.setPen(QApplication::palette().color(QPalette::WindowText));
     const QRect top = countdown.isEmpty() ? pm.rect() : QRect(0, 0, side, 34);
-    p.drawText(top, Qt::AlignCenter, symbol);
+    drawSymbol(p, top, symbol);
     if (!countdown.isEmpty()) {
         const QRect band(0, 34, side, 30);
         p.setPen(Qt::NoPen);
