@@ -10,6 +10,23 @@
 #include <QSettings>
 #include <QStandardPaths>
 
+namespace {
+QByteArray entryContent()
+{
+    // The running executable is the installed one (scripts/run or the package
+    // installs it). At login the placed widgets are the app; the hub stays closed.
+    QString exec = QCoreApplication::applicationFilePath();
+    exec.replace(u'"', QStringLiteral("\\\""));
+    const BundleInfo& info = BundleInfo::current();
+    return "[Desktop Entry]\n"
+           "Type=Application\n"
+           "Name=" +
+           info.name.toUtf8() + "\nExec=\"" + exec.toUtf8() +
+           "\" --background\nIcon=" + info.identifier.toUtf8() +
+           "\nX-GNOME-Autostart-enabled=true\nTerminal=false\n";
+}
+} // namespace
+
 QString LaunchAtLogin::entryPath()
 {
     return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
@@ -46,28 +63,35 @@ bool LaunchAtLogin::setEnabled(bool on, QString* error)
         *error = QStringLiteral("cannot create the folder of %1").arg(path);
         return false;
     }
-    // The running executable is the installed one (scripts/run or the package
-    // installs it). At login the placed widgets are the app; the hub stays closed.
-    QString exec = QCoreApplication::applicationFilePath();
-    exec.replace(u'"', QStringLiteral("\\\""));
-    const QByteArray content = "[Desktop Entry]\n"
-                               "Type=Application\n"
-                               "Name=" +
-                               BundleInfo::current().name.toUtf8() +
-                               "\n"
-                               "Exec=\"" +
-                               exec.toUtf8() +
-                               "\" --background\n"
-                               "Icon=" +
-                               BundleInfo::current().identifier.toUtf8() +
-                               "\n"
-                               "X-GNOME-Autostart-enabled=true\n"
-                               "Terminal=false\n";
     QSaveFile file(path);
+    const QByteArray content = entryContent();
     if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size() ||
         !file.commit()) {
         *error = file.errorString();
         return false;
     }
     return true;
+}
+
+bool LaunchAtLogin::refresh()
+{
+    QFile entry(entryPath());
+    if (!entry.open(QIODevice::ReadOnly))
+        return false;
+    const QList<QByteArray> lines = entry.readAll().split('\n');
+    entry.close();
+    // Only the entry earlier versions wrote, word for word but for the binary's
+    // path: one the user edited is theirs.
+    const QList<QByteArray> ours = entryContent().split('\n');
+    if (lines == ours || lines.size() != ours.size())
+        return false;
+    for (qsizetype i = 0; i < lines.size(); ++i) {
+        const QByteArray& line = lines[i];
+        const bool bareExec = line.startsWith("Exec=\"") && line.endsWith('"') &&
+                              line.count('"') == 2 && ours[i].startsWith("Exec=");
+        if (line != ours[i] && !bareExec)
+            return false;
+    }
+    QString error;
+    return setEnabled(true, &error);
 }

@@ -11,5 +11,8 @@ public:
     static bool isEnabled();
     // Writes or removes the entry; false with the reason when that fails.
     static bool setEnabled(bool on, QString* error);
+    // The entry an earlier Tidewell wrote, which started it without --background,
+    // is written again as this one would; true when it was.
+    static bool refresh();
     static QString entryPath();
 };

@@ -90,6 +90,32 @@ private slots:
         QString error;
         QVERIFY(LaunchAtLogin::setEnabled(false, &error)); // already off
 
+        // An entry an earlier version wrote, for a binary elsewhere and without
+        // --background, is brought up to date; one the user edited, or none, is left.
+        const auto write = [&](const QByteArray& text) {
+            QVERIFY(entry.open(QIODevice::WriteOnly | QIODevice::Truncate));
+            entry.write(text);
+            entry.close();
+        };
+        const QByteArray older = "[Desktop Entry]\nType=Application\nName=Tidewell\n"
+                                 "Exec=\"/opt/old/tidewell\"\nIcon=com.brenlow.tidewell\n"
+                                 "X-GNOME-Autostart-enabled=true\nTerminal=false\n";
+        QVERIFY(!LaunchAtLogin::refresh());
+        write(older);
+        QVERIFY(LaunchAtLogin::refresh());
+        QVERIFY(entry.open(QIODevice::ReadOnly));
+        QVERIFY(entry.readAll().contains("\" --background\n"));
+        entry.close();
+        QVERIFY(!LaunchAtLogin::refresh());
+        const QByteArray edited = QByteArray(older).replace("Terminal=false\n", "Terminal=false\n"
+                                                                                "X-Mine=1\n");
+        write(edited);
+        QVERIFY(!LaunchAtLogin::refresh());
+        QVERIFY(entry.open(QIODevice::ReadOnly));
+        QCOMPARE(entry.readAll(), edited);
+        entry.close();
+        QVERIFY(entry.remove());
+
         // The autostart folder cannot be created where a file stands.
         QVERIFY(QDir(m_config.filePath(QStringLiteral("autostart"))).removeRecursively());
         QFile blocker(m_config.filePath(QStringLiteral("autostart")));

@@ -12,6 +12,7 @@
 #include "HistoryWindow.h"
 #include "HubWindow.h"
 #include "ImportDialog.h"
+#include "LaunchAtLogin.h"
 #include "NotificationService.h"
 #include "PomodoroService.h"
 #include "PowerService.h"
@@ -64,6 +65,8 @@ void AppController::start(Launch launch)
                 if (state == Qt::ApplicationActive)
                     m_services.timer().didBecomeActive();
             });
+    // An autostart entry from an earlier version would open the hub at every login.
+    QTimer::singleShot(0, this, [] { LaunchAtLogin::refresh(); });
     // After a suspend or a change of the system time, whatever fell due by the
     // wall clock happens now, not when a monotonic timer next runs.
     QTimer::singleShot(0, this, [this] {
