@@ -31,4 +31,8 @@ inline AppServices::Parts testParts(const QString& storePath = QStringLiteral(":
 inline void settle(AppServices& services)
 {
     QTRY_VERIFY(!services.auth().isLoading());
+    // QCoro resumes a coroutine awaiting a signal through a queued call: let those
+    // the last change of isLoading released run now, before the services go.
+    QCoreApplication::sendPostedEvents();
+    QCoreApplication::processEvents();
 }
