@@ -22,6 +22,14 @@
 #include <cstring>
 
 namespace {
+// Drops argv[i], keeping argc and the terminating null right.
+void removeArgument(int& argc, char* argv[], int i)
+{
+    for (int j = i; j < argc - 1; ++j)
+        argv[j] = argv[j + 1];
+    argv[--argc] = nullptr;
+}
+
 // The first argument that names a URL (the desktop passes callbacks as %u), taken
 // out of the argument list: a sign-in callback carries a token, and the argument
 // list is readable by every process of the machine for as long as this one runs.
@@ -33,9 +41,7 @@ QString takeUrlArgument(int& argc, char* argv[])
         if (text.startsWith(u'-') || QUrl(text, QUrl::StrictMode).scheme().size() < 2)
             continue;
         std::memset(argv[i], 0, std::strlen(argv[i]));
-        for (int j = i; j < argc - 1; ++j)
-            argv[j] = argv[j + 1];
-        argv[--argc] = nullptr;
+        removeArgument(argc, argv, i);
         return text;
     }
     return {};
@@ -47,9 +53,7 @@ bool takeFlag(int& argc, char* argv[], const char* flag)
     for (int i = 1; i < argc; ++i) {
         if (std::strcmp(argv[i], flag) != 0)
             continue;
-        for (int j = i; j < argc - 1; ++j)
-            argv[j] = argv[j + 1];
-        argv[--argc] = nullptr;
+        removeArgument(argc, argv, i);
         return true;
     }
     return false;

@@ -1,6 +1,7 @@
 #include "StatusItemHost.h"
 
 #include "PomodoroService.h"
+#include "SymbolIcon.h"
 #include "TrayPopup.h"
 #include "WidgetRegistry.h"
 
@@ -83,20 +84,6 @@ QIcon renderIcon(const QString& symbol, const QString& countdown)
         p.drawText(band, Qt::AlignCenter, countdown);
     }
     return QIcon(pm);
-}
-
-// The desktop theme's symbolic icon for a glyph, which trays recolour to suit their
-// panel; null where the theme (or hicolor, which has none) does not have one.
-QIcon symbolicIcon(const QString& symbol)
-{
-    static const QHash<QString, QString> names{
-        {QStringLiteral("✓"), QStringLiteral("object-select-symbolic")},
-    };
-    const QString name = names.value(symbol);
-    const QString theme = QIcon::themeName();
-    if (name.isEmpty() || theme.isEmpty() || theme == u"hicolor" || !QIcon::hasThemeIcon(name))
-        return {};
-    return QIcon::fromTheme(name);
 }
 
 QString phaseSymbol(PomodoroService::Phase phase)
@@ -206,7 +193,12 @@ void StatusItemHost::setTitle(const QString& title)
         const QString minutes = time.section(u':', 0, 0);
         countdown = minutes == u"00" ? time.section(u':', 1, 1) : QString::number(minutes.toInt());
     }
-    const QIcon themed = countdown.isEmpty() ? symbolicIcon(symbol) : QIcon();
+    // The theme's symbolic check mark, where it has one, is recoloured by the tray
+    // to suit its panel.
+    const QIcon themed =
+        countdown.isEmpty() && symbol == u"✓"
+            ? SymbolIcon::fromDesktopTheme(QStringLiteral("object-select-symbolic"))
+            : QIcon();
     m_tray->setIcon(themed.isNull() ? renderIcon(symbol, countdown) : themed);
     m_tray->setToolTip(title);
 }

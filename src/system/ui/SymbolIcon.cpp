@@ -187,14 +187,18 @@ QIcon SymbolIcon::drawn(const QString& symbol, const QColor& color)
     return QIcon(new GlyphEngine(symbol, color));
 }
 
-QIcon SymbolIcon::icon(const QString& symbol, const QColor& color)
+QIcon SymbolIcon::fromDesktopTheme(const QString& name)
 {
-    const QString name = themeName(symbol);
     // hicolor, the fallback when the desktop names no theme, holds application
     // icons only; asking it would just parse its large index for nothing.
     const QString theme = QIcon::themeName();
-    const bool realTheme = !theme.isEmpty() && theme != u"hicolor";
-    if (!color.isValid() && !name.isEmpty() && realTheme && QIcon::hasThemeIcon(name))
-        return QIcon::fromTheme(name);
-    return drawn(symbol, color);
+    if (name.isEmpty() || theme.isEmpty() || theme == u"hicolor" || !QIcon::hasThemeIcon(name))
+        return {};
+    return QIcon::fromTheme(name);
+}
+
+QIcon SymbolIcon::icon(const QString& symbol, const QColor& color)
+{
+    const QIcon themed = color.isValid() ? QIcon() : fromDesktopTheme(themeName(symbol));
+    return themed.isNull() ? drawn(symbol, color) : themed;
 }
