@@ -62,14 +62,22 @@ def text_of(obj):
 def switch_on(obj, timeout=5):
     """Turns a switch on and waits until it says so. A press sent while the app is
     still publishing its accessibility tree can be lost; it is then sent once more."""
+    _switch(obj, True, timeout)
+
+
+def switch_off(obj, timeout=5):
+    _switch(obj, False, timeout)
+
+
+def _switch(obj, on, timeout):
     for _ in range(2):
         press(obj)
         deadline = time.monotonic() + timeout
         while time.monotonic() < deadline:
-            if is_checked(obj):
+            if is_checked(obj) == on:
                 return
             time.sleep(0.05)
-    raise AssertionError("switch %r did not turn on" % obj.name)
+    raise AssertionError("switch %r did not turn %s" % (obj.name, "on" if on else "off"))
 
 
 def find_in(root, group, name, timeout=10):

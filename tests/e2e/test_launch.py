@@ -4,7 +4,8 @@ request too large to hand over is refused at once and the running app stays
 well; a running app that does not answer is never joined by a second one; and a
 sign-in callback's token does not stay in the process's argument list. The
 entry "Launch at login" writes starts Tidewell without its hub when a widget is
-placed and with it when none is.
+placed and with it when none is, or when the only placed ones wait for a tray
+the desktop lacks.
 
 Usage: test_launch.py <tidewell binary>
 """
@@ -100,6 +101,16 @@ class LaterLaunches(TidewellCase):
         run, _ = self.launch("--background")
         self.assertEqual(run.returncode, 0, run.stderr)
         self.assertIsNone(self.app.poll())
+
+        # Only in the status bar, on a desktop without a tray: nothing would be on
+        # screen, so the hub shows after all.
+        self.root = a11y.application("Tidewell")
+        a11y.switch_on(a11y.find(self.root, "Tasks in status bar"))
+        a11y.switch_off(a11y.find(self.root, "Tasks floating"))
+        time.sleep(0.7)
+        login(None)
+        self.assertTrue(wait_for(lambda: self.desktop.window_ids("^Tidewell$"), timeout=10),
+                        "no tray came to show the widget in: the hub must show")
 
 
 if __name__ == "__main__":

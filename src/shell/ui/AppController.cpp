@@ -29,8 +29,17 @@
 #include <QMessageBox>
 #include <QPushButton>
 #include <QSessionManager>
+#include <QSystemTrayIcon>
+#include <QTimer>
 
 #include <QCoro/QCoroTask>
+
+#include <chrono>
+
+namespace {
+// How long a start at login waits for a tray before it shows the hub instead.
+constexpr std::chrono::seconds kTrayGrace{5};
+} // namespace
 
 AppController::AppController(AppServices& services, QObject* parent)
     : QObject(parent)
@@ -114,8 +123,16 @@ void AppController::start(Launch launch)
         // Started at login: the placed widgets are the app. With none, the hub is
         // the only way in, so it shows after all.
         windows.restoreFromPersistence();
-        if (windows.hostCount() == 0)
+        if (windows.hostCount() == 0) {
             m_hub->bringForward();
+        } else if (windows.panelCount() == 0 && !QSystemTrayIcon::isSystemTrayAvailable()) {
+            // Only tray items, and no tray yet: at login the tray often starts after
+            // us, so it gets a moment; on a desktop without one, the hub comes.
+            QTimer::singleShot(kTrayGrace, m_hub, [this] {
+                if (!QSystemTrayIcon::isSystemTrayAvailable())
+                    m_hub->bringForward();
+            });
+        }
         return;
     }
     m_hub->bringForward();

@@ -43,6 +43,7 @@ public:
         return m_panelHosts.value(widgetId);
     }
     qsizetype hostCount() const { return m_statusHosts.size() + m_panelHosts.size(); }
+    qsizetype panelCount() const { return m_panelHosts.size(); }
 
 signals:
     void openHubRequested();
