@@ -5,6 +5,7 @@
 
 #include <QCryptographicHash>
 #include <QRegularExpression>
+#include <QSemaphore>
 #include <QVariant>
 
 #include <sodium.h>
@@ -44,7 +45,8 @@ Accounts::Accounts(ServerDatabase& db, const Clock& clock)
 
 std::optional<QString> Accounts::nameProblem(const QString& name)
 {
-    static const QRegularExpression valid(QStringLiteral("^[A-Za-z0-9._-]{1,64}$"));
+    static const QRegularExpression valid(
+        QRegularExpression::anchoredPattern(QStringLiteral("[A-Za-z0-9._-]{1,64}")));
     if (!valid.match(name).hasMatch())
         return QStringLiteral("a user name is 1 to 64 letters, digits, \".\", \"_\" or \"-\"");
     return std::nullopt;
@@ -154,10 +156,12 @@ QList<Accounts::User> Accounts::users(QString* error)
     return out;
 }
 
-std::optional<Accounts::User> Accounts::checkPassword(const QString& name, const QString& password)
+Lookup<Accounts::User> Accounts::checkPassword(const QString& name, const QString& password)
 {
     const auto q = m_db.exec(
         QStringLiteral("SELECT id, name, password_hash FROM users WHERE name = ?"), {name});
+    if (!q)
+        return Lookup<User>::failed();
     std::optional<User> who;
     QByteArray hash;
     if (q && !q->rows.isEmpty()) {
@@ -169,10 +173,13 @@ std::optional<Accounts::User> Accounts::checkPassword(const QString& name, const
     if (!who)
         hash = decoy;
     const QByteArray utf8 = password.toUtf8();
+    static QSemaphore checks(2);
+    checks.acquire();
+    const QSemaphoreReleaser release(checks);
     const bool match =
         !hash.isEmpty() &&
         crypto_pwhash_str_verify(hash.constData(), utf8.constData(), size_t(utf8.size())) == 0;
-    return match ? who : std::nullopt;
+    return match && who ? Lookup<User>::found(*who) : Lookup<User>::missing();
 }
 
 std::optional<QString> Accounts::createToken(qint64 userId, const QString& label, QString* error)
@@ -213,21 +220,25 @@ bool Accounts::revokeToken(qint64 id, std::optional<qint64> owner, QString* erro
     return true;
 }
 
-std::optional<qint64> Accounts::authenticate(QByteArrayView token)
+Lookup<qint64> Accounts::authenticate(QByteArrayView token)
 {
-    if (token.isEmpty() || token.size() > 256)
-        return std::nullopt;
+    if (!plausibleToken(token))
+        return Lookup<qint64>::missing();
     const auto q = m_db.exec(
         QStringLiteral("SELECT id, user_id, last_used_at FROM tokens WHERE token_hash = ?"),
         {hashOf(token)});
-    if (!q || q->rows.isEmpty())
-        return std::nullopt;
-    const qint64 id = q->rows[0][0].toLongLong();
-    const qint64 userId = q->rows[0][1].toLongLong();
-    const QVariant lastUsed = q->rows[0][2];
+    if (!q)
+        return Lookup<qint64>::failed();
+    if (q->rows.isEmpty())
+        return Lookup<qint64>::missing();
+    noteUse(q->rows[0][0].toLongLong(), q->rows[0][2]);
+    return Lookup<qint64>::found(q->rows[0][1].toLongLong());
+}
+
+void Accounts::noteUse(qint64 id, const QVariant& lastUsed)
+{
     const qint64 now = m_clock.now().toMSecsSinceEpoch();
     if (lastUsed.isNull() || now - lastUsed.toLongLong() >= lastUsedGranularityMs)
         // A missed note of use is no reason to refuse the request.
         m_db.exec(QStringLiteral("UPDATE tokens SET last_used_at = ? WHERE id = ?"), {now, id});
-    return userId;
 }

@@ -5,6 +5,8 @@
 #include <QList>
 #include <QString>
 
+#include "Lookup.h"
+
 #include <optional>
 
 class Clock;
@@ -41,16 +43,25 @@ public:
     bool removeUser(const QString& name, QString* error);
     std::optional<User> user(const QString& name, QString* error = nullptr);
     QList<User> users(QString* error = nullptr);
-    // The user when the password is theirs. Takes as long for an unknown name.
-    std::optional<User> checkPassword(const QString& name, const QString& password);
+    // The user when the password is theirs. Takes as long for an unknown name. At
+    // most two checks run at once in a process: each takes 19 MiB for its moment.
+    Lookup<User> checkPassword(const QString& name, const QString& password);
 
     // A new token for the user, returned this once and never stored as it is.
     std::optional<QString> createToken(qint64 userId, const QString& label, QString* error);
     QList<Token> tokens(qint64 userId, QString* error = nullptr);
     // Revokes token `id`; with `owner`, only when it belongs to that user.
     bool revokeToken(qint64 id, std::optional<qint64> owner, QString* error);
-    // The user a bearer token belongs to, or nothing. Notes when it was last used.
-    std::optional<qint64> authenticate(QByteArrayView token);
+    // The user a bearer token belongs to. Notes when it was last used.
+    Lookup<qint64> authenticate(QByteArrayView token);
+    // Whether a token is of a size worth looking up.
+    static bool plausibleToken(QByteArrayView token)
+    {
+        return !token.isEmpty() && token.size() <= 256;
+    }
+    // Notes that token `id`, last used at `lastUsed` (null: never), was used now;
+    // written at most once a minute.
+    void noteUse(qint64 id, const QVariant& lastUsed);
 
     static QString hashOf(QByteArrayView secret);
     // `bytes` secure random bytes, base64url without padding.

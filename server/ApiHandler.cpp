@@ -5,8 +5,6 @@
 #include "ServerDatabase.h"
 #include "WireEnvelope.h"
 
-#include <QSqlQuery>
-
 namespace {
 const QString apiPrefix = QStringLiteral("/api/v1/");
 
@@ -45,15 +43,21 @@ QByteArray bearerToken(const HttpCall& call)
 HttpAnswer unauthorized()
 {
     HttpAnswer answer = HttpAnswer::error(401, QStringLiteral("missing, unknown or revoked token"));
-    answer.headers.append(std::pair<QByteArray, QByteArray>("WWW-Authenticate", "Bearer"));
+    answer.addHeader("WWW-Authenticate", "Bearer");
     return answer;
 }
 
 HttpAnswer notAllowed(const QByteArray& allowed)
 {
     HttpAnswer answer = HttpAnswer::error(405, QStringLiteral("method not allowed"));
-    answer.headers.append(std::pair<QByteArray, QByteArray>("Allow", allowed));
+    answer.addHeader("Allow", allowed);
     return answer;
+}
+
+HttpAnswer databaseDown()
+{
+    return HttpAnswer::unavailable(
+        QStringLiteral("the database is not available; try again shortly"));
 }
 } // namespace
 
@@ -74,7 +78,7 @@ HttpAnswer ApiHandler::handle(const HttpCall& call)
         if (call.method != "GET" && call.method != "HEAD")
             return notAllowed("GET, HEAD");
         if (!m_db.exec(QStringLiteral("SELECT 1")))
-            return HttpAnswer::error(503, QStringLiteral("the database does not answer"));
+            return databaseDown();
         return HttpAnswer::json(200, QByteArrayLiteral("{\"ok\":true}"));
     }
     const QString name = call.path.mid(apiPrefix.size());
@@ -88,30 +92,39 @@ HttpAnswer ApiHandler::resource(const HttpCall& call, const QString& name)
     const ResourceStore::Kind kind = *ResourceStore::kindNamed(name);
     if (call.method != "GET" && call.method != "PUT")
         return notAllowed("GET, PUT");
-    const std::optional<qint64> user = m_accounts.authenticate(bearerToken(call));
+    const QByteArray token = bearerToken(call);
+    if (call.method == "GET")
+        return get(token, kind);
+
+    // An outage is never an answer about the token: the app would sign out.
+    const Lookup<qint64> user = m_accounts.authenticate(token);
+    if (user.unavailable)
+        return databaseDown();
     if (!user)
         return unauthorized();
-
-    QString error;
-    if (call.method == "GET") {
-        std::optional<QByteArray> body;
-        if (!m_resources.current(*user, kind, &body, &error)) {
-            qWarning("tidewell-server: reading %s failed: %s", qPrintable(name), qPrintable(error));
-            return HttpAnswer::error(500, QStringLiteral("the database failed"));
-        }
-        const QByteArray none = kind == ResourceStore::Kind::Pomodoro ? "null" : "[]";
-        return HttpAnswer::json(200, "{\"data\":" + body.value_or(none) + '}');
-    }
-
     const QByteArray type = call.header("Content-Type");
     if (!type.isEmpty() && !type.trimmed().toLower().startsWith("application/json"))
         return HttpAnswer::error(415, QStringLiteral("the body must be application/json"));
+    QString error;
     const std::optional<QByteArray> body = canonical(kind, call.body, &error);
     if (!body)
         return HttpAnswer::error(400, error.left(300));
-    if (!m_resources.put(*user, kind, *body, &error)) {
-        qWarning("tidewell-server: storing %s failed: %s", qPrintable(name), qPrintable(error));
-        return HttpAnswer::error(500, QStringLiteral("the database failed"));
-    }
+    if (!m_resources.put(*user, kind, *body, &error))
+        return databaseDown();
     return HttpAnswer::json(200, WireEnvelope::okReply());
+}
+
+HttpAnswer ApiHandler::get(const QByteArray& token, ResourceStore::Kind kind)
+{
+    if (!Accounts::plausibleToken(token))
+        return unauthorized();
+    const Lookup<ResourceStore::Owned> found =
+        m_resources.currentByToken(Accounts::hashOf(token), kind);
+    if (found.unavailable)
+        return databaseDown();
+    if (!found)
+        return unauthorized();
+    m_accounts.noteUse(found->tokenId, found->lastUsed);
+    const QByteArray none = kind == ResourceStore::Kind::Pomodoro ? "null" : "[]";
+    return HttpAnswer::json(200, "{\"data\":" + found->body.value_or(none) + '}');
 }

@@ -2,9 +2,9 @@
 
 #include "HttpAnswer.h"
 #include "HttpCall.h"
+#include "ResourceStore.h"
 
 class Accounts;
-class ResourceStore;
 class ServerDatabase;
 
 // The REST API the app syncs with: GET and whole-resource PUT of habits, task
@@ -21,6 +21,7 @@ public:
 
 private:
     HttpAnswer resource(const HttpCall& call, const QString& name);
+    HttpAnswer get(const QByteArray& token, ResourceStore::Kind kind);
 
     ServerDatabase& m_db;
     Accounts& m_accounts;

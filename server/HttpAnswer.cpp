@@ -9,3 +9,10 @@ HttpAnswer HttpAnswer::error(int status, const QString& text)
         status,
         QJsonDocument(QJsonObject{{QStringLiteral("error"), text}}).toJson(QJsonDocument::Compact));
 }
+
+HttpAnswer HttpAnswer::unavailable(const QString& text)
+{
+    HttpAnswer answer = error(503, text);
+    answer.addHeader("Retry-After", "5");
+    return answer;
+}

@@ -20,4 +20,10 @@ struct HttpAnswer
     }
     // {"error": text}
     static HttpAnswer error(int status, const QString& text);
+    // 503 with Retry-After: the database (or the server) cannot answer now.
+    static HttpAnswer unavailable(const QString& text);
+    void addHeader(const QByteArray& name, const QByteArray& value)
+    {
+        headers.append(std::pair<QByteArray, QByteArray>(name, value));
+    }
 };

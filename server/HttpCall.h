@@ -15,8 +15,9 @@ struct HttpCall
     QUrlQuery query;
     QList<std::pair<QByteArray, QByteArray>> headers; // names as sent
     QByteArray body;
-    QHostAddress peer;
-    bool secure = false; // arrived over TLS
+    QHostAddress peer;   // the other end of the connection
+    QHostAddress client; // who sent it: the peer, or whom a trusted proxy names
+    bool secure = false; // arrived over TLS, or at a trusted proxy over HTTPS
 
     // The first header of that name (case-insensitive), or a null array.
     QByteArray header(QByteArrayView name) const

@@ -45,57 +45,59 @@ bool ResourceStore::current(qint64 userId, Kind kind, std::optional<QByteArray>*
     if (!q)
         return false;
     if (!q->rows.isEmpty())
-        *body = q->rows[0][0].toString().toUtf8();
+        *body = q->rows[0][0].toByteArray();
     else
         body->reset();
     return true;
 }
 
-bool ResourceStore::store(qint64 userId, Kind kind, const QByteArray& body, QString* error)
+Lookup<ResourceStore::Owned> ResourceStore::currentByToken(const QString& tokenHash, Kind kind)
+{
+    const auto q = m_db.exec(
+        QStringLiteral("SELECT t.id, t.user_id, t.last_used_at, r.body FROM tokens t "
+                       "LEFT JOIN resource_heads h ON h.user_id = t.user_id AND h.kind = ? "
+                       "LEFT JOIN resources r ON r.user_id = h.user_id AND r.kind = h.kind "
+                       "AND r.version = h.version WHERE t.token_hash = ?"),
+        {nameOf(kind), tokenHash});
+    if (!q)
+        return Lookup<Owned>::failed();
+    if (q->rows.isEmpty())
+        return Lookup<Owned>::missing();
+    const QVariantList& row = q->rows.first();
+    Owned out{row[0].toLongLong(), row[1].toLongLong(), row[2], std::nullopt};
+    if (!row[3].isNull())
+        out.body = row[3].toByteArray();
+    return Lookup<Owned>::found(std::move(out));
+}
+
+bool ResourceStore::store(ServerDatabase& db, qint64 userId, Kind kind, const QByteArray& body,
+                          QString* error)
 {
     const QString name = nameOf(kind);
-    if (!m_db.exec(QStringLiteral("INSERT INTO resource_heads (user_id, kind, version) "
-                                  "VALUES (?, ?, 0) ON CONFLICT DO NOTHING"),
-                   {userId, name}, error))
-        return false;
-    // Taking the next number locks the head row until the transaction ends.
-    const auto next = m_db.exec(QStringLiteral("UPDATE resource_heads SET version = version + 1 "
-                                               "WHERE user_id = ? AND kind = ? RETURNING version"),
-                                {userId, name}, error);
+    // Taking the next number locks the head row until the transaction ends, so
+    // writers of one resource, in any process, take turns.
+    const auto next = db.exec(
+        QStringLiteral("INSERT INTO resource_heads (user_id, kind, version) VALUES (?, ?, 1) "
+                       "ON CONFLICT (user_id, kind) DO UPDATE SET version = "
+                       "resource_heads.version + 1 RETURNING version"),
+        {userId, name}, error);
     if (!next)
         return false;
-    if (next->rows.isEmpty()) {
-        *error = QStringLiteral("no such user");
-        return false;
-    }
-    const qint64 version = next->rows[0][0].toLongLong();
-    return m_db.exec(
-               QStringLiteral("INSERT INTO resources (user_id, kind, version, body, "
-                              "created_at) VALUES (?, ?, ?, ?, ?)"),
-               {userId, name, version, QString::fromUtf8(body), m_clock.now().toMSecsSinceEpoch()},
-               error) &&
-           m_db.exec(QStringLiteral(
-                         "DELETE FROM resources WHERE user_id = ? AND kind = ? AND version <= ?"),
-                     {userId, name, version - KeptVersions - 1}, error)
+    const qint64 version = next->rows.value(0).value(0).toLongLong();
+    return db.exec(QStringLiteral("INSERT INTO resources (user_id, kind, version, body, "
+                                  "created_at) VALUES (?, ?, ?, ?, ?)"),
+                   {userId, name, version, body, m_clock.now().toMSecsSinceEpoch()}, error) &&
+           db.exec(QStringLiteral(
+                       "DELETE FROM resources WHERE user_id = ? AND kind = ? AND version <= ?"),
+                   {userId, name, version - KeptVersions - 1}, error)
                .has_value();
 }
 
 bool ResourceStore::put(qint64 userId, Kind kind, const QByteArray& body, QString* error)
 {
-    if (!m_db.begin()) {
-        *error = QStringLiteral("cannot begin a transaction");
-        return false;
-    }
-    if (!store(userId, kind, body, error)) {
-        m_db.rollback();
-        return false;
-    }
-    if (!m_db.commit()) {
-        *error = QStringLiteral("the transaction could not be committed");
-        m_db.rollback();
-        return false;
-    }
-    return true;
+    return m_db.transact(
+        [&](ServerDatabase& db, QString* why) { return store(db, userId, kind, body, why); },
+        error);
 }
 
 QList<ResourceStore::Version> ResourceStore::history(qint64 userId, Kind kind, QString* error)
@@ -125,6 +127,6 @@ bool ResourceStore::restore(qint64 userId, Kind kind, qint64 number, QString* er
         *error = QStringLiteral("there is no version %1 of %2").arg(number).arg(nameOf(kind));
         return false;
     }
-    const QByteArray body = q->rows[0][0].toString().toUtf8();
+    const QByteArray body = q->rows[0][0].toByteArray();
     return put(userId, kind, body, error);
 }

@@ -4,6 +4,9 @@
 #include <QDateTime>
 #include <QList>
 #include <QString>
+#include <QVariant>
+
+#include "Lookup.h"
 
 #include <optional>
 
@@ -31,6 +34,17 @@ public:
     static std::optional<Kind> kindNamed(QStringView name);
     static QString nameOf(Kind kind);
 
+    // The owner of a bearer token (by its hash) with their current body of `kind`,
+    // in one statement: an app's pull is the hot path, and on PostgreSQL each
+    // statement is a round trip.
+    struct Owned
+    {
+        qint64 tokenId = 0;
+        qint64 userId = 0;
+        QVariant lastUsed; // the token's
+        std::optional<QByteArray> body;
+    };
+    Lookup<Owned> currentByToken(const QString& tokenHash, Kind kind);
     // The current body; absent when the user never stored one. False on a
     // database failure.
     bool current(qint64 userId, Kind kind, std::optional<QByteArray>* body, QString* error);
@@ -43,7 +57,8 @@ public:
     bool restore(qint64 userId, Kind kind, qint64 number, QString* error);
 
 private:
-    bool store(qint64 userId, Kind kind, const QByteArray& body, QString* error);
+    bool store(ServerDatabase& db, qint64 userId, Kind kind, const QByteArray& body,
+               QString* error);
 
     ServerDatabase& m_db;
     const Clock& m_clock;

@@ -1,16 +1,9 @@
 #include "ServerDatabase.h"
 
-#include <QDir>
-#include <QFileInfo>
-#include <QSqlDriver>
-#include <QSqlError>
-#include <QSqlQuery>
-#include <QSqlRecord>
-#include <QStandardPaths>
-#include <QUrl>
-#include <QUrlQuery>
+#include "PostgresDatabase.h"
+#include "SqliteDatabase.h"
 
-#include <atomic>
+#include <QStandardPaths>
 
 namespace {
 // Version 1. `%ID%` is the engine's auto-numbered key; times are Unix milliseconds;
@@ -52,45 +45,14 @@ const char* const schema[] = {
         created_at BIGINT NOT NULL,
         expires_at BIGINT NOT NULL))",
     R"(CREATE INDEX sessions_user ON sessions(user_id))",
-    // One-time forms (connecting an app): using one deletes it, so a replayed
-    // form finds nothing.
+    // One-time forms (connecting an app, making a token): using one deletes it, so
+    // a replayed form finds nothing.
     R"(CREATE TABLE form_nonces (
         nonce_hash TEXT PRIMARY KEY,
         session_hash TEXT NOT NULL,
         purpose TEXT NOT NULL,
         expires_at BIGINT NOT NULL))",
 };
-
-QString errorOf(const QSqlError& error)
-{
-    const QString text = error.databaseText().isEmpty() ? error.text() : error.databaseText();
-    return text.trimmed();
-}
-
-// Builds the PostgreSQL connection from a libpq-style URL.
-bool configurePostgres(QSqlDatabase& db, const QUrl& url, QString* error)
-{
-    const QUrlQuery query(url);
-    QString database = url.path();
-    while (database.startsWith(u'/'))
-        database.remove(0, 1);
-    if (database.isEmpty()) {
-        *error = QStringLiteral("the PostgreSQL URL names no database");
-        return false;
-    }
-    db.setDatabaseName(database);
-    db.setUserName(url.userName());
-    db.setPassword(url.password());
-    // A folder as host is where the server's Unix socket lives.
-    const QString host = query.hasQueryItem(QStringLiteral("host"))
-                             ? query.queryItemValue(QStringLiteral("host"))
-                             : url.host();
-    if (!host.isEmpty())
-        db.setHostName(host);
-    if (url.port() > 0)
-        db.setPort(url.port());
-    return true;
-}
 } // namespace
 
 QString ServerDatabase::defaultUrl()
@@ -99,158 +61,92 @@ QString ServerDatabase::defaultUrl()
     return u"sqlite:" + base + QStringLiteral("/tidewell-server/server.sqlite");
 }
 
-std::unique_ptr<ServerDatabase> ServerDatabase::open(const QString& url, QString* error)
+std::unique_ptr<ServerDatabase> ServerDatabase::open(const Settings& settings, QString* error)
 {
-    static std::atomic<int> counter{0};
-    const QString connection = QStringLiteral("tws-%1").arg(counter++);
-    std::unique_ptr<ServerDatabase> out;
-
-    if (url.startsWith(u"sqlite:")) {
-        const QString path = url.mid(7);
-        if (path.isEmpty()) {
-            *error = QStringLiteral("the SQLite URL names no file");
-            return nullptr;
-        }
-        if (path != u":memory:")
-            QDir().mkpath(QFileInfo(path).absolutePath());
-        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), connection);
-        db.setDatabaseName(path);
-        // Other processes may write the same file; wait for them rather than fail.
-        db.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=5000"));
-        out.reset(new ServerDatabase(Engine::SQLite, connection));
-    } else if (url.startsWith(u"postgresql://") || url.startsWith(u"postgres://")) {
-        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QPSQL"), connection);
-        out.reset(new ServerDatabase(Engine::PostgreSQL, connection));
-        if (!db.isValid()) {
-            *error = QStringLiteral("the PostgreSQL driver (libqt6sql6-psql) is not installed");
-            return nullptr;
-        }
-        if (!configurePostgres(db, QUrl(url), error))
-            return nullptr;
-    } else {
+    std::unique_ptr<ServerDatabase> db;
+    if (settings.url.startsWith(u"sqlite:"))
+        db = SqliteDatabase::connect(settings, error);
+    else if (settings.url.startsWith(u"postgresql://") || settings.url.startsWith(u"postgres://"))
+        db = PostgresDatabase::connect(settings, error);
+    else
         *error = QStringLiteral("unknown database URL (use sqlite:PATH or postgresql://...)");
+    if (!db || !db->migrate(error))
         return nullptr;
-    }
-
-    QSqlDatabase db = QSqlDatabase::database(connection, false);
-    if (!db.open()) {
-        *error = errorOf(db.lastError());
-        return nullptr;
-    }
-    if (out->m_engine == Engine::SQLite) {
-        for (const char* pragma : {"PRAGMA foreign_keys = ON", "PRAGMA journal_mode = WAL",
-                                   "PRAGMA synchronous = FULL"}) {
-            QSqlQuery q(db);
-            if (!q.exec(QString::fromLatin1(pragma))) {
-                *error = errorOf(q.lastError());
-                return nullptr;
-            }
-        }
-    }
-    if (!out->migrate(error))
-        return nullptr;
-    return out;
+    return db;
 }
 
-ServerDatabase::ServerDatabase(Engine engine, QString connection)
-    : m_engine(engine)
-    , m_connection(std::move(connection))
-{}
-
-ServerDatabase::~ServerDatabase()
+std::unique_ptr<ServerDatabase> ServerDatabase::join(const Settings& settings, QString* error)
 {
-    qDeleteAll(m_statements);
-    {
-        QSqlDatabase db = QSqlDatabase::database(m_connection, false);
-        db.close();
+    if (settings.url.startsWith(u"sqlite:"))
+        return SqliteDatabase::connect(settings, error);
+    return PostgresDatabase::attach(settings);
+}
+
+QDeadlineTimer ServerDatabase::deadline(int timeoutMs) const
+{
+    const QDeadlineTimer own(timeoutMs);
+    return m_deadline.isForever() || own.deadlineNSecs() < m_deadline.deadlineNSecs() ? own
+                                                                                      : m_deadline;
+}
+
+bool ServerDatabase::transact(const Work& work, QString* error)
+{
+    if (!begin(true)) {
+        *error = QStringLiteral("cannot begin a transaction");
+        return false;
     }
-    QSqlDatabase::removeDatabase(m_connection);
-}
-
-std::optional<ServerDatabase::Result>
-ServerDatabase::exec(const QString& sql, const QVariantList& values, QString* error)
-{
-    QSqlQuery*& query = m_statements[sql];
-    if (!query) {
-        query = new QSqlQuery(QSqlDatabase::database(m_connection, false));
-        query->setForwardOnly(true);
-        if (!query->prepare(sql)) {
-            if (error)
-                *error = errorOf(query->lastError());
-            delete query;
-            m_statements.remove(sql);
-            return std::nullopt;
-        }
+    if (!work(*this, error)) {
+        rollback();
+        return false;
     }
-    for (qsizetype i = 0; i < values.size(); ++i)
-        query->bindValue(int(i), values.at(i));
-    m_uniqueViolation = false;
-    if (query->exec()) {
-        Result result;
-        result.affected = query->numRowsAffected();
-        const int columns = query->record().count();
-        while (query->next()) {
-            QVariantList row;
-            row.reserve(columns);
-            for (int i = 0; i < columns; ++i)
-                row.append(query->value(i));
-            result.rows.append(std::move(row));
-        }
-        query->finish();
-        return result;
+    if (!commit()) {
+        *error = QStringLiteral("the transaction could not be committed");
+        rollback();
+        return false;
     }
-    const QSqlError failure = query->lastError();
-    // SQLite: SQLITE_CONSTRAINT_UNIQUE / _PRIMARYKEY; PostgreSQL: unique_violation.
-    const QString code = failure.nativeErrorCode();
-    m_uniqueViolation = code == u"2067" || code == u"1555" || code == u"23505" ||
-                        failure.databaseText().contains(u"UNIQUE constraint failed");
-    query->finish();
-    if (error)
-        *error = errorOf(failure);
-    return std::nullopt;
+    return true;
 }
 
-bool ServerDatabase::begin()
+void ServerDatabase::noteFailure(bool uniqueViolation, const QString& why)
 {
-    return QSqlDatabase::database(m_connection, false).transaction();
-}
-
-bool ServerDatabase::commit()
-{
-    return QSqlDatabase::database(m_connection, false).commit();
-}
-
-void ServerDatabase::rollback()
-{
-    QSqlDatabase::database(m_connection, false).rollback();
+    m_uniqueViolation = uniqueViolation;
+    if (!uniqueViolation) {
+        ++m_storageFailures;
+        m_lastFailure = why;
+    }
 }
 
 bool ServerDatabase::migrate(QString* error)
 {
-    QSqlDatabase db = QSqlDatabase::database(m_connection, false);
     // One process at a time looks at the schema and creates it, so that several
     // servers started together on one database do not race.
-    QSqlQuery lock(db);
-    const bool locked = m_engine == Engine::SQLite
-                            ? lock.exec(QStringLiteral("BEGIN IMMEDIATE"))
-                            : lock.exec(QStringLiteral("BEGIN")) &&
-                                  lock.exec(QStringLiteral("SELECT pg_advisory_xact_lock(7203)"));
-    if (!locked) {
-        *error = errorOf(lock.lastError());
+    const bool sqlite = engine() == Engine::SQLite;
+    if (!begin(true) ||
+        (!sqlite && !exec(QStringLiteral("SELECT pg_advisory_xact_lock(7203)"), {}, error))) {
+        if (error->isEmpty())
+            *error = QStringLiteral("cannot lock the database to check its schema");
+        rollback();
         return false;
     }
-    auto fail = [&](const QString& why) {
+    const auto fail = [&](const QString& why) {
         *error = why;
-        QSqlQuery(db).exec(QStringLiteral("ROLLBACK"));
+        rollback();
         return false;
     };
-    if (db.tables().contains(QStringLiteral("tws_meta"))) {
-        QSqlQuery q(db);
-        if (!q.exec(QStringLiteral("SELECT value FROM tws_meta WHERE key = 'schema'")))
-            return fail(errorOf(q.lastError()));
-        const int version = q.next() ? q.value(0).toInt() : 0;
-        q.finish();
-        QSqlQuery(db).exec(QStringLiteral("ROLLBACK"));
+    const auto exists = exec(
+        sqlite ? QStringLiteral("SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = ?")
+               : QStringLiteral("SELECT 1 FROM information_schema.tables WHERE table_name = ? "
+                                "AND table_schema = current_schema()"),
+        {QStringLiteral("tws_meta")}, error);
+    if (!exists)
+        return fail(*error);
+    if (!exists->rows.isEmpty()) {
+        const auto q =
+            exec(QStringLiteral("SELECT value FROM tws_meta WHERE key = 'schema'"), {}, error);
+        if (!q)
+            return fail(*error);
+        rollback();
+        const int version = q->rows.isEmpty() ? 0 : q->rows[0][0].toInt();
         if (version > SchemaVersion) {
             *error = QStringLiteral("the database was written by a newer tidewell-server "
                                     "(schema %1, this one reads %2)")
@@ -264,20 +160,17 @@ bool ServerDatabase::migrate(QString* error)
         }
         return true;
     }
-    const QString id = m_engine == Engine::SQLite
+    const QString id = sqlite
                            ? QStringLiteral("INTEGER PRIMARY KEY AUTOINCREMENT")
                            : QStringLiteral("BIGINT GENERATED BY DEFAULT AS IDENTITY PRIMARY KEY");
     for (const char* statement : schema) {
-        QSqlQuery q(db);
-        if (!q.exec(QString::fromUtf8(statement).replace(QStringLiteral("%ID%"), id)))
-            return fail(errorOf(q.lastError()));
+        if (!exec(QString::fromUtf8(statement).replace(QStringLiteral("%ID%"), id), {}, error))
+            return fail(*error);
     }
-    QSqlQuery version(db);
-    if (!version.exec(QStringLiteral("INSERT INTO tws_meta (key, value) VALUES ('schema', '%1')")
-                          .arg(SchemaVersion)))
-        return fail(errorOf(version.lastError()));
-    QSqlQuery done(db);
-    if (!done.exec(QStringLiteral("COMMIT")))
-        return fail(errorOf(done.lastError()));
+    if (!exec(QStringLiteral("INSERT INTO tws_meta (key, value) VALUES ('schema', ?)"),
+              {QString::number(SchemaVersion)}, error))
+        return fail(*error);
+    if (!commit())
+        return fail(QStringLiteral("the new schema could not be committed"));
     return true;
 }

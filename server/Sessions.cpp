@@ -24,21 +24,27 @@ std::optional<Sessions::Session> Sessions::start(qint64 userId, QString* error)
                     now + LifetimeMs},
                    error))
         return std::nullopt;
-    return find(session.cookie);
+    const Lookup<Session> made = find(session.cookie);
+    if (!made && error)
+        *error = QStringLiteral("the new session could not be read back");
+    return made.value;
 }
 
-std::optional<Sessions::Session> Sessions::find(const QString& cookie)
+Lookup<Sessions::Session> Sessions::find(const QString& cookie)
 {
     if (cookie.isEmpty() || cookie.size() > 100)
-        return std::nullopt;
+        return Lookup<Session>::missing();
     const auto q =
         m_db.exec(QStringLiteral("SELECT s.user_id, u.name, s.csrf FROM sessions s JOIN users u "
                                  "ON u.id = s.user_id WHERE s.id_hash = ? AND s.expires_at >= ?"),
                   {Accounts::hashOf(cookie.toLatin1()), m_clock.now().toMSecsSinceEpoch()});
-    if (!q || q->rows.isEmpty())
-        return std::nullopt;
+    if (!q)
+        return Lookup<Session>::failed();
+    if (q->rows.isEmpty())
+        return Lookup<Session>::missing();
     const QVariantList& row = q->rows.first();
-    return Session{cookie, row[0].toLongLong(), row[1].toString(), row[2].toString()};
+    return Lookup<Session>::found(
+        Session{cookie, row[0].toLongLong(), row[1].toString(), row[2].toString()});
 }
 
 void Sessions::end(const QString& cookie)

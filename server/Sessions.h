@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Lookup.h"
+
 #include <QString>
 
 #include <optional>
@@ -27,8 +29,8 @@ public:
     Sessions(ServerDatabase& db, const Clock& clock);
 
     std::optional<Session> start(qint64 userId, QString* error);
-    // The live session behind a cookie value, or nothing.
-    std::optional<Session> find(const QString& cookie);
+    // The live session behind a cookie value.
+    Lookup<Session> find(const QString& cookie);
     void end(const QString& cookie);
 
     // A form that may be sent once, for `purpose` (what it will do), in this session.

@@ -2,43 +2,73 @@
 
 #include "Clock.h"
 
-qint64 SignInThrottle::waitFor(const QString& key, qint64 now)
+QString SignInThrottle::bucketOf(const QHostAddress& address)
 {
-    const auto it = m_failures.find(key);
-    if (it == m_failures.end())
+    bool v4 = false;
+    const quint32 ipv4 = address.toIPv4Address(&v4); // also an IPv4-mapped IPv6 address
+    if (v4)
+        return QHostAddress(ipv4).toString();
+    if (address.protocol() != QAbstractSocket::IPv6Protocol)
+        return address.toString();
+    Q_IPV6ADDR bytes = address.toIPv6Address();
+    std::fill(std::begin(bytes.c) + 8, std::end(bytes.c), quint8(0));
+    return QHostAddress(bytes).toString() + u"/64";
+}
+
+QString SignInThrottle::keyOf(const QString& account, const QHostAddress& client)
+{
+    return account.toLower() + u'\n' + bucketOf(client);
+}
+
+qint64 SignInThrottle::waitSeconds(const QString& account, const QHostAddress& client)
+{
+    const qint64 now = m_clock.now().toMSecsSinceEpoch();
+    const std::lock_guard<std::mutex> hold(m_mutex);
+    const auto it = m_entries.constFind(keyOf(account, client));
+    if (it == m_entries.cend() || it->blockedUntilMs <= now)
         return 0;
-    if (now - it->firstMs >= WindowMs) {
-        m_failures.erase(it);
-        return 0;
+    return (it->blockedUntilMs - now + 999) / 1000;
+}
+
+void SignInThrottle::failed(const QString& account, const QHostAddress& client)
+{
+    const qint64 now = m_clock.now().toMSecsSinceEpoch();
+    const QString key = keyOf(account, client);
+    const std::lock_guard<std::mutex> hold(m_mutex);
+    auto it = m_entries.find(key);
+    if (it == m_entries.end()) {
+        if (m_entries.size() >= m_capacity) {
+            m_entries.remove(m_byAge.front());
+            m_byAge.pop_front();
+        }
+        it = m_entries.insert(key, Entry{});
+        it->age = m_byAge.insert(m_byAge.end(), key);
+    } else {
+        m_byAge.splice(m_byAge.end(), m_byAge, it->age);
     }
-    return it->count >= MaxFailures ? (it->firstMs + WindowMs - now + 999) / 1000 : 0;
+    Entry& e = *it;
+    if (now - e.lastFailureMs >= ForgetAfterMs)
+        e.failures = 0;
+    e.lastFailureMs = now;
+    ++e.failures;
+    if (e.failures > FreeFailures) {
+        const int doublings = std::min(e.failures - FreeFailures - 1, 20);
+        e.blockedUntilMs = now + std::min<qint64>(1000LL << doublings, MaxWaitMs);
+    }
 }
 
-qint64 SignInThrottle::waitSeconds(const QString& account, const QString& address)
+void SignInThrottle::succeeded(const QString& account, const QHostAddress& client)
 {
-    const qint64 now = m_clock.now().toMSecsSinceEpoch();
-    return std::max(waitFor(u"user:" + account.toLower(), now), waitFor(u"addr:" + address, now));
+    const std::lock_guard<std::mutex> hold(m_mutex);
+    const auto it = m_entries.find(keyOf(account, client));
+    if (it == m_entries.end())
+        return;
+    m_byAge.erase(it->age);
+    m_entries.erase(it);
 }
 
-void SignInThrottle::note(const QString& key, qint64 now)
+int SignInThrottle::size() const
 {
-    Failures& f = m_failures[key];
-    if (f.count == 0 || now - f.firstMs >= WindowMs)
-        f = {0, now};
-    ++f.count;
-}
-
-void SignInThrottle::failed(const QString& account, const QString& address)
-{
-    const qint64 now = m_clock.now().toMSecsSinceEpoch();
-    // A flood of made-up names must not grow the table without bound.
-    if (m_failures.size() > 100'000)
-        m_failures.clear();
-    note(u"user:" + account.toLower(), now);
-    note(u"addr:" + address, now);
-}
-
-void SignInThrottle::succeeded(const QString& account)
-{
-    m_failures.remove(u"user:" + account.toLower());
+    const std::lock_guard<std::mutex> hold(m_mutex);
+    return int(m_entries.size());
 }

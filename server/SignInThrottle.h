@@ -1,38 +1,56 @@
 #pragma once
 
-#include <QDateTime>
 #include <QHash>
+#include <QHostAddress>
 #include <QString>
+
+#include <list>
+#include <mutex>
 
 class Clock;
 
-// Slows down password guessing: after a few failed sign-ins for one account or
-// from one address within a window, further attempts are refused until it passes.
-// Kept in memory, per server process.
+// Slows down password guessing for one account from one client: a few failures
+// are free, then each one doubles the wait before the next try from that client,
+// up to a quarter of an hour. Counted per (account, client) so that nobody can
+// lock somebody else out: the right password from another address is never held
+// back. IPv6 clients count by their /64, which one host usually has to itself.
+// Kept in memory, per server process, shared by its threads; when the table is
+// full the entry untouched longest goes.
 class SignInThrottle
 {
 public:
-    static constexpr int MaxFailures = 5;
-    static constexpr qint64 WindowMs = 15LL * 60 * 1000;
+    static constexpr int FreeFailures = 4;
+    static constexpr qint64 MaxWaitMs = 15LL * 60 * 1000;
+    // A client that stays away this long starts afresh.
+    static constexpr qint64 ForgetAfterMs = 60LL * 60 * 1000;
 
-    explicit SignInThrottle(const Clock& clock)
+    explicit SignInThrottle(const Clock& clock, int capacity = 100'000)
         : m_clock(clock)
+        , m_capacity(capacity)
     {}
 
-    // Seconds until `account` from `address` may try again; 0 when it may now.
-    qint64 waitSeconds(const QString& account, const QString& address);
-    void failed(const QString& account, const QString& address);
-    void succeeded(const QString& account);
+    // Seconds until `account` may be tried again from `client`; 0 when it may now.
+    qint64 waitSeconds(const QString& account, const QHostAddress& client);
+    void failed(const QString& account, const QHostAddress& client);
+    void succeeded(const QString& account, const QHostAddress& client);
+    int size() const;
+
+    // The part of an address that names one client: IPv4 whole, IPv6 its /64.
+    static QString bucketOf(const QHostAddress& address);
 
 private:
-    struct Failures
+    struct Entry
     {
-        int count = 0;
-        qint64 firstMs = 0;
+        int failures = 0;
+        qint64 lastFailureMs = 0;
+        qint64 blockedUntilMs = 0;
+        std::list<QString>::iterator age;
     };
-    qint64 waitFor(const QString& key, qint64 now);
-    void note(const QString& key, qint64 now);
+    static QString keyOf(const QString& account, const QHostAddress& client);
 
     const Clock& m_clock;
-    QHash<QString, Failures> m_failures;
+    const int m_capacity;
+    mutable std::mutex m_mutex;
+    QHash<QString, Entry> m_entries;
+    std::list<QString> m_byAge; // oldest failure first
 };

@@ -1,9 +1,14 @@
 #pragma once
 
 #include "Clock.h"
-#include "ConnectionGuard.h"
 #include "HttpAnswer.h"
 #include "HttpCall.h"
+#include "HttpListener.h"
+#include "OutageLog.h"
+#include "RequestHandler.h"
+#include "ServerDatabase.h"
+#include "SignInThrottle.h"
+#include "TrustedProxies.h"
 
 #include <QHostAddress>
 #include <QObject>
@@ -13,15 +18,11 @@
 #include <memory>
 
 class Accounts;
-class ApiHandler;
-class HttpFrontend;
+class RequestPool;
 class ResourceStore;
-class ServerDatabase;
-class Sessions;
-class WebPages;
 
-// One tidewell-server: the database, the accounts and resources over it, and the
-// HTTP routes in front of them.
+// One tidewell-server: the database, the threads that answer requests, and the
+// listening socket in front of them.
 class SyncServer final : public QObject
 {
     Q_OBJECT
@@ -29,47 +30,56 @@ class SyncServer final : public QObject
 public:
     struct Options
     {
-        QString database;
+        ServerDatabase::Settings database;
         QHostAddress address = QHostAddress::LocalHost;
         quint16 port = 8080;
         QString tlsCertificate; // PEM files; both or neither
         QString tlsKey;
-        ConnectionGuard::Limits limits;
+        HttpListener::Limits limits;
         QStringList schemes{QStringLiteral("tidewell")}; // app URL schemes sign-in may call back
-        Clock::Source clock;                             // empty: the system clock
+        // Where browsers reach the server, e.g. "https://sync.example.org"; empty when
+        // they reach it directly.
+        QString publicUrl;
+        QStringList trustedProxies; // "ADDRESS[/BITS]" whose forwarding headers count
+        bool accessLog = false;
+        int threads = 0;     // request threads; 0: twice the cores, at least 4
+        Clock::Source clock; // empty: the system clock
     };
 
-    // Opens the database; nothing listens yet.
+    // Checks the options and opens the database; nothing listens yet.
     static std::unique_ptr<SyncServer> create(const Options& options, QString* error);
     ~SyncServer() override;
 
-    // Starts accepting connections; false with the reason when it cannot.
+    // Why an app URL scheme may not be called back ("http", "javascript", …), if so.
+    static std::optional<QString> schemeProblem(const QString& scheme);
+
+    // Starts the threads and accepts connections; false with the reason when it cannot.
     bool listen(QString* error);
     quint16 port() const;
     // Stops accepting, lets requests under way finish, then emits stopped().
     void shutdown();
 
-    // Routes one request; also what tests and fuzzers call without a socket.
+    // Routes one request on the calling thread; what tests and fuzzers call
+    // without a socket.
     HttpAnswer handle(const HttpCall& call);
 
-    ServerDatabase& database() { return *m_db; }
-    Accounts& accounts() { return *m_accounts; }
-    ResourceStore& resources() { return *m_resources; }
+    ServerDatabase& database() { return m_main->database(); }
+    Accounts& accounts() { return m_main->accounts(); }
+    ResourceStore& resources() { return m_main->resources(); }
 
 signals:
     void stopped();
 
 private:
-    SyncServer(Options options, std::unique_ptr<ServerDatabase> db);
+    SyncServer(Options options, TrustedProxies proxies, QString publicOrigin);
 
     Options m_options;
     Clock m_clock;
-    std::unique_ptr<ServerDatabase> m_db;
-    std::unique_ptr<Accounts> m_accounts;
-    std::unique_ptr<ResourceStore> m_resources;
-    std::unique_ptr<ApiHandler> m_api;
-    std::unique_ptr<Sessions> m_sessions;
-    std::unique_ptr<WebPages> m_web;
-    QPointer<ConnectionGuard> m_guard; // owned by the frontend once it serves it
-    QPointer<HttpFrontend> m_frontend;
+    TrustedProxies m_proxies;
+    SignInThrottle m_throttle;
+    OutageLog m_outages;
+    RequestHandler::Shared m_shared;
+    std::unique_ptr<RequestHandler> m_main;
+    std::unique_ptr<RequestPool> m_pool;
+    QPointer<HttpListener> m_listener;
 };

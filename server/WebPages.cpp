@@ -8,6 +8,8 @@
 #include <QRegularExpression>
 #include <QUrlQuery>
 
+#include <cstdio>
+
 namespace {
 const QString connectPath = QStringLiteral("/en/app/connect");
 const QString signInPath = QStringLiteral("/en/app/signin");
@@ -17,7 +19,7 @@ const QByteArray formCookie = "tw_form";
 
 using Header = std::pair<QByteArray, QByteArray>;
 
-QString cookie(const HttpCall& call, const QByteArray& name)
+QString cookieValue(const HttpCall& call, const QByteArray& name)
 {
     for (const auto& [key, value] : call.headers) {
         if (key.compare("Cookie", Qt::CaseInsensitive) != 0)
@@ -44,14 +46,6 @@ QString field(const QUrlQuery& form, const QString& name)
     return form.queryItemValue(name, QUrl::FullyDecoded);
 }
 
-QByteArray setCookie(const QByteArray& name, const QString& value, qint64 maxAgeS,
-                     const QByteArray& path, bool secure)
-{
-    return name + '=' + value.toLatin1() + "; Path=" + path +
-           "; Max-Age=" + QByteArray::number(maxAgeS) + "; HttpOnly; SameSite=Lax" +
-           (secure ? "; Secure" : "");
-}
-
 HttpAnswer redirect(const QByteArray& location)
 {
     HttpAnswer answer{303, "text/plain; charset=utf-8", "See " + location + '\n', {}};
@@ -59,12 +53,27 @@ HttpAnswer redirect(const QByteArray& location)
     return answer;
 }
 
-// Only our own pages may be where a sign-in leads: no open redirect.
+// Only our own pages may be where a sign-in leads: a path on this site, of
+// printable characters a URL may hold, so that it can neither leave the site nor
+// end the Location header it goes into.
 QString safeNext(const QString& next)
 {
-    return next.startsWith(u"/en/app/") && !next.contains(u"//") && !next.contains(u'\\')
-               ? next
-               : tokensPath;
+    static const QRegularExpression path(QRegularExpression::anchoredPattern(
+        QStringLiteral("/en/app/[A-Za-z0-9._~!$&'()*+,;=:@%/?-]*")));
+    return path.match(next).hasMatch() && !next.contains(u"//") ? next : tokensPath;
+}
+
+// A user name as it may go into the log: printable, quoted, short.
+QByteArray loggable(const QString& text)
+{
+    QByteArray out;
+    for (const QChar c : text.left(64)) {
+        if (c.unicode() >= 0x20 && c.unicode() < 0x7f && c != u'"' && c != u'\\')
+            out += char(c.unicode());
+        else
+            out += "\\u" + QByteArray::number(c.unicode(), 16).rightJustified(4, '0');
+    }
+    return '"' + out + '"';
 }
 
 QString formatTime(const QDateTime& time)
@@ -74,12 +83,13 @@ QString formatTime(const QDateTime& time)
 }
 } // namespace
 
-WebPages::WebPages(Accounts& accounts, Sessions& sessions, const Clock& clock, QStringList schemes)
+WebPages::WebPages(Accounts& accounts, Sessions& sessions, const Clock& clock, Settings settings,
+                   SignInThrottle& throttle)
     : m_accounts(accounts)
     , m_sessions(sessions)
     , m_clock(clock)
-    , m_schemes(std::move(schemes))
-    , m_throttle(clock)
+    , m_settings(std::move(settings))
+    , m_throttle(throttle)
 {}
 
 bool WebPages::handles(const QString& path)
@@ -91,7 +101,7 @@ QString WebPages::contentSecurityPolicy() const
 {
     // Forms may lead back to the app's own scheme (the connect redirect).
     QString formTargets = QStringLiteral("'self'");
-    for (const QString& scheme : m_schemes)
+    for (const QString& scheme : m_settings.schemes)
         formTargets += u' ' + scheme + u':';
     return u"default-src 'none'; style-src 'self'; script-src 'self'; img-src 'self'; "
            u"connect-src 'self'; form-action " +
@@ -108,7 +118,50 @@ HttpAnswer WebPages::page(int status, const QString& title, const QString& body,
                       {}};
     answer.headers.append(Header("Content-Security-Policy", contentSecurityPolicy().toLatin1()));
     answer.headers.append(Header("X-Frame-Options", "DENY"));
-    answer.headers.append(Header("Referrer-Policy", "no-referrer"));
+    // Same-origin, not no-referrer: with no-referrer a browser posts our own forms
+    // with "Origin: null", and the origin check could not tell them from a forgery.
+    answer.headers.append(Header("Referrer-Policy", "same-origin"));
+    return answer;
+}
+
+bool WebPages::secureCookies(const HttpCall& call) const
+{
+    return call.secure || m_settings.publicOrigin.startsWith(u"https:");
+}
+
+QByteArray WebPages::cookieName(const HttpCall& call, const QByteArray& base) const
+{
+    // __Host-: the browser takes it only Secure, for the whole host and from this
+    // host itself, so a neighbouring subdomain cannot plant a session.
+    return secureCookies(call) ? "__Host-" + base : base;
+}
+
+QByteArray WebPages::setCookie(const HttpCall& call, const QByteArray& base, const QString& value,
+                               qint64 maxAgeS) const
+{
+    return cookieName(call, base) + '=' + value.toLatin1() +
+           "; Path=/; Max-Age=" + QByteArray::number(maxAgeS) + "; HttpOnly; SameSite=Lax" +
+           (secureCookies(call) ? "; Secure" : "");
+}
+
+bool WebPages::fromElsewhere(const HttpCall& call) const
+{
+    const QByteArray origin = call.header("Origin");
+    if (origin.isNull())
+        return false; // not a browser that says; the form's own tokens still guard it
+    const QString expected =
+        !m_settings.publicOrigin.isEmpty()
+            ? m_settings.publicOrigin
+            : (call.secure ? u"https://" : u"http://") + QString::fromLatin1(call.header("Host"));
+    return QString::fromLatin1(origin).compare(expected, Qt::CaseInsensitive) != 0;
+}
+
+HttpAnswer WebPages::unavailablePage() const
+{
+    HttpAnswer answer = errorPage(503, QStringLiteral("Try again shortly"),
+                                  QStringLiteral("The server cannot reach its database just now. "
+                                                 "Nothing was changed; try again in a minute."));
+    answer.addHeader("Retry-After", "5");
     return answer;
 }
 
@@ -135,29 +188,38 @@ HttpAnswer WebPages::handle(const HttpCall& call)
                           {}};
         return answer;
     }
-    const std::optional<Sessions::Session> session = m_sessions.find(cookie(call, sessionCookie));
     const bool post = call.method == "POST";
     if (!post && call.method != "GET" && call.method != "HEAD")
         return errorPage(405, QStringLiteral("Not allowed"),
                          QStringLiteral("This page takes GET and POST only."));
+    if (post && fromElsewhere(call))
+        return errorPage(403, QStringLiteral("Not allowed"),
+                         QStringLiteral("This form was sent from another site. Open the page on "
+                                        "this server and try again."));
+    const Lookup<Sessions::Session> found =
+        m_sessions.find(cookieValue(call, cookieName(call, sessionCookie)));
+    if (found.unavailable)
+        return unavailablePage();
+    const std::optional<Sessions::Session>& session = found.value;
     if (call.path == u"/")
         return redirect(tokensPath.toLatin1());
     if (call.path == connectPath)
         return post ? connect(call, session) : connectPage(call, session);
     if (call.path == signInPath) {
         if (post)
-            return signIn(call);
+            return signIn(call, session);
         return signInPage(
             call, safeNext(call.query.queryItemValue(QStringLiteral("next"), QUrl::FullyDecoded)));
     }
     if (call.path == tokensPath || call.path == tokensPath + u"/revoke")
         return tokens(call, session);
     if (call.path == u"/en/app/signout" && post) {
-        if (session && field(formOf(call), QStringLiteral("csrf")) == session->csrf)
+        // Whatever the form says, the session the browser forgets ends on the server
+        // too: a copied cookie must not outlive the sign-out.
+        if (session)
             m_sessions.end(session->cookie);
         HttpAnswer answer = redirect(signInPath.toLatin1());
-        answer.headers.append(
-            Header("Set-Cookie", setCookie(sessionCookie, QString(), 0, "/", call.secure)));
+        answer.headers.append(Header("Set-Cookie", setCookie(call, sessionCookie, QString(), 0)));
         return answer;
     }
     return errorPage(404, QStringLiteral("Not found"), QStringLiteral("There is no such page."),
@@ -166,8 +228,9 @@ HttpAnswer WebPages::handle(const HttpCall& call)
 
 QString WebPages::connectProblem(const QString& state, const QString& scheme) const
 {
-    static const QRegularExpression nonce(QStringLiteral("^[0-9a-f]{48}$"));
-    if (!m_schemes.contains(scheme))
+    static const QRegularExpression nonce(
+        QRegularExpression::anchoredPattern(QStringLiteral("[0-9a-f]{48}")));
+    if (!m_settings.schemes.contains(scheme))
         return u"The app asked to be called back on \u201c" + scheme.left(40) +
                u":\u201d, which this server does not allow.";
     if (!nonce.match(state).hasMatch())
@@ -265,43 +328,55 @@ HttpAnswer WebPages::signInPage(const HttpCall& call, const QString& next, const
             u"<div class=\"buttons\"><button type=\"submit\" class=\"primary\">Sign in</button>"
             u"</div></form>";
     HttpAnswer answer = page(status, QStringLiteral("Sign in"), body);
-    answer.headers.append(
-        Header("Set-Cookie", setCookie(formCookie, nonce, 1800, "/en/app/", call.secure)));
+    answer.headers.append(Header("Set-Cookie", setCookie(call, formCookie, nonce, 1800)));
     return answer;
 }
 
-HttpAnswer WebPages::signIn(const HttpCall& call)
+HttpAnswer WebPages::signIn(const HttpCall& call, const std::optional<Sessions::Session>& previous)
 {
     const QUrlQuery form = formOf(call);
     const QString next = safeNext(field(form, QStringLiteral("next")));
     const QString name = field(form, QStringLiteral("name")).trimmed();
     const QString nonce = field(form, QStringLiteral("form"));
-    if (nonce.isEmpty() || nonce != cookie(call, formCookie))
+    if (nonce.isEmpty() || nonce != cookieValue(call, cookieName(call, formCookie)))
         return signInPage(call, next, QStringLiteral("The sign-in form expired. Please try again."),
                           400);
-    const QString address = call.peer.toString();
-    if (const qint64 wait = m_throttle.waitSeconds(name, address); wait > 0)
-        return signInPage(call, next,
-                          QStringLiteral("Too many failed sign-ins. Try again in %1 minute(s).")
-                              .arg((wait + 59) / 60),
-                          429);
-    const auto user = m_accounts.checkPassword(name, field(form, QStringLiteral("password")));
+    if (const qint64 wait = m_throttle.waitSeconds(name, call.client); wait > 0) {
+        HttpAnswer answer = signInPage(
+            call, next,
+            wait < 60
+                ? QStringLiteral("Too many failed sign-ins. Try again in %1 second(s).").arg(wait)
+                : QStringLiteral("Too many failed sign-ins. Try again in %1 minute(s).")
+                      .arg((wait + 59) / 60),
+            429);
+        answer.addHeader("Retry-After", QByteArray::number(wait));
+        return answer;
+    }
+    const Lookup<Accounts::User> user =
+        m_accounts.checkPassword(name, field(form, QStringLiteral("password")));
+    // An outage is not a wrong password: nothing is counted against the user.
+    if (user.unavailable)
+        return unavailablePage();
     if (!user) {
-        m_throttle.failed(name, address);
+        m_throttle.failed(name, call.client);
+        // For fail2ban and the like: who, from where; never the password.
+        std::fprintf(stderr, "tidewell-server: failed sign-in for user %s from %s\n",
+                     loggable(name).constData(), qPrintable(call.client.toString()));
         return signInPage(call, next, QStringLiteral("Wrong user name or password."), 401);
     }
-    m_throttle.succeeded(name);
+    m_throttle.succeeded(name, call.client);
+    // A new sign-in replaces the browser's session: one planted before it ends here.
+    if (previous)
+        m_sessions.end(previous->cookie);
     QString error;
     const auto session = m_sessions.start(user->id, &error);
     if (!session)
         return signInPage(call, next,
                           QStringLiteral("The server could not sign you in. Try again."), 500);
-    HttpAnswer answer = redirect(next.toUtf8());
-    answer.headers.append(
-        Header("Set-Cookie", setCookie(sessionCookie, session->cookie, Sessions::LifetimeMs / 1000,
-                                       "/", call.secure)));
-    answer.headers.append(
-        Header("Set-Cookie", setCookie(formCookie, QString(), 0, "/en/app/", call.secure)));
+    HttpAnswer answer = redirect(next.toLatin1());
+    answer.headers.append(Header("Set-Cookie", setCookie(call, sessionCookie, session->cookie,
+                                                         Sessions::LifetimeMs / 1000)));
+    answer.headers.append(Header("Set-Cookie", setCookie(call, formCookie, QString(), 0)));
     return answer;
 }
 
@@ -331,6 +406,11 @@ HttpAnswer WebPages::tokens(const HttpCall& call, const std::optional<Sessions::
                               QStringLiteral("That token does not exist (any more)."));
         return redirect(tokensPath.toLatin1());
     }
+    // One token per form: reloading the page that showed it posts the form again.
+    if (!m_sessions.useForm(*session, field(form, QStringLiteral("form")), QStringLiteral("token")))
+        return tokensPage(*session, {},
+                          QStringLiteral("This form was already used or has expired. Nothing was "
+                                         "made; create a new token below."));
     QString label = field(form, QStringLiteral("label")).trimmed().left(100);
     if (label.isEmpty())
         label = m_clock.now().toUTC().date().toString(Qt::ISODate) + QStringLiteral(" web");
@@ -375,6 +455,9 @@ HttpAnswer WebPages::tokensPage(const Sessions::Session& session, const QString&
     }
     body += u"<h2>New token</h2><form method=\"post\" action=\"/en/app/tokens\" class=\"stack\">" +
             HtmlPage::hidden(QStringLiteral("csrf"), session.csrf) +
+            HtmlPage::hidden(
+                QStringLiteral("form"),
+                m_sessions.issueForm(session, QStringLiteral("token")).value_or(QString())) +
             u"<label for=\"label\">Label<input type=\"text\" id=\"label\" name=\"label\" "
             u"maxlength=\"100\" placeholder=\"e.g. Work laptop\"></label>"
             u"<div class=\"buttons\"><button type=\"submit\" class=\"primary\">Create token"

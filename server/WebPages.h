@@ -17,23 +17,41 @@ class Clock;
 class WebPages
 {
 public:
-    WebPages(Accounts& accounts, Sessions& sessions, const Clock& clock, QStringList schemes);
+    struct Settings
+    {
+        QStringList schemes; // app URL schemes a sign-in may call back
+        // "https://sync.example.org" when the operator named the public URL: the only
+        // origin forms are taken from, and with https every cookie is Secure.
+        QString publicOrigin;
+    };
+
+    WebPages(Accounts& accounts, Sessions& sessions, const Clock& clock, Settings settings,
+             SignInThrottle& throttle);
 
     static bool handles(const QString& path);
     HttpAnswer handle(const HttpCall& call);
+    // 503: the database cannot answer now; nothing was changed.
+    HttpAnswer unavailablePage() const;
 
 private:
     HttpAnswer connectPage(const HttpCall& call, const std::optional<Sessions::Session>& session);
     HttpAnswer connect(const HttpCall& call, const std::optional<Sessions::Session>& session);
     HttpAnswer signInPage(const HttpCall& call, const QString& next, const QString& problem = {},
                           int status = 200);
-    HttpAnswer signIn(const HttpCall& call);
+    HttpAnswer signIn(const HttpCall& call, const std::optional<Sessions::Session>& previous);
     HttpAnswer tokensPage(const Sessions::Session& session, const QString& fresh = {},
                           const QString& problem = {});
     HttpAnswer tokens(const HttpCall& call, const std::optional<Sessions::Session>& session);
     // Why the connect request's state and scheme cannot be served; empty when they can.
     QString connectProblem(const QString& state, const QString& scheme) const;
     QString contentSecurityPolicy() const;
+    // Whether cookies go out Secure (and __Host-): over HTTPS, or to an https public URL.
+    bool secureCookies(const HttpCall& call) const;
+    QByteArray cookieName(const HttpCall& call, const QByteArray& base) const;
+    QByteArray setCookie(const HttpCall& call, const QByteArray& base, const QString& value,
+                         qint64 maxAgeS) const;
+    // Whether a form was posted from a page of another origin.
+    bool fromElsewhere(const HttpCall& call) const;
     HttpAnswer page(int status, const QString& title, const QString& body,
                     const std::optional<Sessions::Session>& session = {}) const;
     HttpAnswer errorPage(int status, const QString& title, const QString& text,
@@ -42,6 +60,6 @@ private:
     Accounts& m_accounts;
     Sessions& m_sessions;
     const Clock& m_clock;
-    QStringList m_schemes;
-    SignInThrottle m_throttle;
+    Settings m_settings;
+    SignInThrottle& m_throttle;
 };

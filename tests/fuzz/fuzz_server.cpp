@@ -45,7 +45,7 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
 {
     static QCoreApplication app(*argc, *argv);
     SyncServer::Options options;
-    options.database = QStringLiteral("sqlite::memory:");
+    options.database.url = QStringLiteral("sqlite::memory:");
     options.port = 0;
     QString error;
     server = SyncServer::create(options, &error).release();

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "ServerDatabase.h"
+
 #include <QRandomGenerator>
-#include <QSqlDatabase>
-#include <QSqlQuery>
 #include <QTemporaryDir>
 #include <QUrl>
 #include <QUrlQuery>
@@ -45,20 +45,14 @@ public:
     QString problem() const { return m_problem; }
 
 private:
+    // Runs `sql` in the cluster's own "postgres" database.
     bool admin(const QString& cluster, const QString& sql)
     {
-        const QUrl url(cluster);
-        bool ok = false;
-        {
-            QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QPSQL"), m_name);
-            db.setHostName(QUrlQuery(url).queryItemValue(QStringLiteral("host")));
-            db.setUserName(url.userName());
-            db.setDatabaseName(QStringLiteral("postgres"));
-            ok = db.open() && QSqlQuery(db).exec(sql);
-            if (!ok)
-                m_problem = u"PostgreSQL at " + cluster + u" refused " + sql;
-        }
-        QSqlDatabase::removeDatabase(m_name);
+        QString error;
+        const auto db = ServerDatabase::join({cluster, {}, 10'000}, &error);
+        const bool ok = db && db->exec(sql, {}, &error);
+        if (!ok)
+            m_problem = u"PostgreSQL at " + cluster + u" refused " + sql + u": " + error;
         return ok;
     }
 

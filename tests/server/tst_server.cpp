@@ -9,7 +9,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSignalSpy>
-#include <QSqlQuery>
 #include <QTcpSocket>
 #include <QTest>
 
@@ -72,7 +71,7 @@ private slots:
         m_db = std::make_unique<TestDatabase>();
         QVERIFY2(!m_db->url().isEmpty(), qPrintable(m_db->problem()));
         SyncServer::Options options;
-        options.database = m_db->url();
+        options.database.url = m_db->url();
         options.port = 0;
         QString error;
         m_server = SyncServer::create(options, &error);
@@ -256,7 +255,7 @@ private slots:
     {
         m_server.reset();
         SyncServer::Options options;
-        options.database = m_db->url();
+        options.database.url = m_db->url();
         options.port = 0;
         options.limits = {3, 600, 300, 1024, 2048};
         QString error;
