@@ -12,7 +12,7 @@ void OutageLog::failed(const QString& reason)
     std::fprintf(stderr,
                  "tidewell-server: the database failed (%s); requests are answered 503 until it "
                  "answers again\n",
-                 qPrintable(reason.left(300)));
+                 qPrintable(reason.simplified().left(300)));
 }
 
 void OutageLog::answered()

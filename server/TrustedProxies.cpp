@@ -74,9 +74,17 @@ void TrustedProxies::resolve(HttpCall& call) const
 
     QList<QHostAddress> chain; // nearest last
     QByteArray proto;
-    const QList<QByteArray> forwarded = listHeader(call, "Forwarded");
-    if (!forwarded.isEmpty()) {
-        for (const QByteArray& element : forwarded) {
+    // X-Forwarded-For first: every common proxy writes it, while most pass a
+    // client's own Forwarded header on untouched.
+    const QList<QByteArray> forwardedFor = listHeader(call, "X-Forwarded-For");
+    if (!forwardedFor.isEmpty()) {
+        for (const QByteArray& hop : forwardedFor)
+            chain.append(addressOf(hop));
+        const QList<QByteArray> protos = listHeader(call, "X-Forwarded-Proto");
+        if (!protos.isEmpty())
+            proto = protos.last().toLower();
+    } else {
+        for (const QByteArray& element : listHeader(call, "Forwarded")) {
             for (const QByteArray& pair : element.split(';')) {
                 const qsizetype eq = pair.indexOf('=');
                 const QByteArray key = pair.left(eq).trimmed().toLower();
@@ -87,12 +95,6 @@ void TrustedProxies::resolve(HttpCall& call) const
                     proto = value.toLower().replace('"', "");
             }
         }
-    } else {
-        for (const QByteArray& hop : listHeader(call, "X-Forwarded-For"))
-            chain.append(addressOf(hop));
-        const QList<QByteArray> protos = listHeader(call, "X-Forwarded-Proto");
-        if (!protos.isEmpty())
-            proto = protos.last().toLower();
     }
     // From the nearest hop outwards, past every proxy we trust; an address that
     // cannot be read ends the walk, since nothing beyond it can be believed.
