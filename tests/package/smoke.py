@@ -83,6 +83,7 @@ class InstalledPackages(unittest.TestCase):
         account = pwd.getpwnam("tidewell-server")
         self.assertEqual(account.pw_shell, "/usr/sbin/nologin")
         self.assertEqual(os.stat("/var/lib/tidewell-server").st_uid, account.pw_uid)
+        self.assertTrue(os.path.exists("/etc/default/tidewell-server"))
         with tempfile.TemporaryDirectory() as tmp:
             port = free_port()
             server = subprocess.Popen(["/usr/bin/tidewell-server", "serve", "--listen",
