@@ -83,7 +83,10 @@ class InstalledPackages(unittest.TestCase):
         account = pwd.getpwnam("tidewell-server")
         self.assertEqual(account.pw_shell, "/usr/sbin/nologin")
         self.assertEqual(os.stat("/var/lib/tidewell-server").st_uid, account.pw_uid)
-        self.assertTrue(os.path.exists("/etc/default/tidewell-server"))
+        for path in ("/etc/default/tidewell-server",
+                     "/usr/share/doc/tidewell-server/examples/nginx.conf",
+                     "/usr/share/doc/tidewell-server/examples/Caddyfile"):
+            self.assertTrue(os.path.exists(path), path)
         with tempfile.TemporaryDirectory() as tmp:
             port = free_port()
             server = subprocess.Popen(["/usr/bin/tidewell-server", "serve", "--listen",
