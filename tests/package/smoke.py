@@ -11,6 +11,7 @@ import glob
 import json
 import os
 import pwd
+import re
 import socket
 import subprocess
 import sys
@@ -82,6 +83,10 @@ class InstalledPackages(unittest.TestCase):
         account = pwd.getpwnam("tidewell-server")
         self.assertEqual(account.pw_shell, "/usr/sbin/nologin")
         self.assertEqual(os.stat("/var/lib/tidewell-server").st_uid, account.pw_uid)
+        for path in ("/etc/default/tidewell-server",
+                     "/usr/share/doc/tidewell-server/examples/nginx.conf",
+                     "/usr/share/doc/tidewell-server/examples/Caddyfile"):
+            self.assertTrue(os.path.exists(path), path)
         with tempfile.TemporaryDirectory() as tmp:
             port = free_port()
             server = subprocess.Popen(["/usr/bin/tidewell-server", "serve", "--listen",
@@ -121,6 +126,13 @@ class InstalledPackages(unittest.TestCase):
                     self.assertNotIn("tidewell-server.service:", result.stderr)
                 if cmd[0] == "desktop-file-validate":
                     self.assertEqual(result.stdout.strip(), "")
+        with self.subTest("systemd-analyze security"):
+            # The unit's sandbox as systemd rates it, from 0 (shut in) to 10.
+            result = run(["systemd-analyze", "security", "--offline=yes", unit])
+            score = re.search(r"Overall exposure level for tidewell-server\.service: (\d+\.\d+)",
+                              result.stdout)
+            self.assertIsNotNone(score, result.stdout + result.stderr)
+            self.assertLessEqual(float(score.group(1)), 2.0, result.stdout)
 
     def test_4_purge_leaves_nothing(self):
         purged = run(SUDO + ["apt-get", "purge", "-y", "-q"] + list(PACKAGES),
