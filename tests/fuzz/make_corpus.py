@@ -98,6 +98,14 @@ def main():
                                             kind=b"application/x-www-form-urlencoded"))
     write("fuzz_server", "connect", request(b"GET", b"/en/app/connect?state=abc&scheme=tidewell",
                                             token=False))
+    write("fuzz_server", "pipelined", request(b"GET", b"/healthz", token=False) +
+          request(b"PUT", b"/api/v1/habits", compact([HABIT])) +
+          request(b"GET", b"/api/v1/habits"))
+    write("fuzz_server", "sign-in-next",
+          request(b"POST", b"/en/app/signin",
+                  b"name=ann&password=correct+horse&form=x&next=%2Fen%2Fapp%2Ftokens%0D%0AX%3A1",
+                  token=False, kind=b"application/x-www-form-urlencoded")
+          .replace(b"\r\n\r\n", b"\r\nCookie: tw_form=x\r\n\r\n", 1))
 
 
 if __name__ == "__main__":

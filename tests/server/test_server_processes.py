@@ -13,6 +13,7 @@ import random
 import shutil
 import signal
 import socket
+import ssl
 import subprocess
 import sys
 import tempfile
@@ -64,10 +65,11 @@ class Engine:
 
 
 class Server:
-    def __init__(self, url, port):
+    def __init__(self, url, port, *extra, listen="127.0.0.1"):
         self.port = port
-        self.proc = subprocess.Popen([SERVER, "serve", "--listen", "127.0.0.1:%d" % port,
-                                      "--database", url], stderr=subprocess.PIPE, text=True)
+        self.proc = subprocess.Popen([SERVER, "serve", "--listen", "%s:%d" % (listen, port),
+                                      "--database", url, *extra], stderr=subprocess.PIPE,
+                                     text=True)
         deadline = time.monotonic() + 20
         while time.monotonic() < deadline:
             try:
@@ -226,6 +228,82 @@ class ServerProcesses(unittest.TestCase):
         finally:
             server.proc.kill()
             server.proc.communicate()
+
+    def test_logs_keep_no_secret(self):
+        url = self.engine("sqlite").url
+        token = self.user_with_token(url)
+        server = Server(url, free_port(), "--access-log")
+        try:
+            conn = http.client.HTTPConnection("127.0.0.1", server.port, timeout=10)
+            conn.request("GET", "/api/v1/habits?secretquery=1",
+                         headers={"Authorization": "Bearer " + token,
+                                  "Cookie": "tw_session=secretcookie"})
+            reply = conn.getresponse()
+            reply.read()
+            self.assertEqual(reply.status, 200)
+            conn.request("POST", "/en/app/signin",
+                         body="form=n&next=%2Fen%2Fapp%2Ftokens&name=ann&password=secretpass",
+                         headers={"Content-Type": "application/x-www-form-urlencoded",
+                                  "Cookie": "tw_form=n"})
+            self.assertEqual(conn.getresponse().status, 401)
+        finally:
+            server.proc.terminate()
+            log = server.proc.communicate()[1]
+        self.assertIn('127.0.0.1 "GET /api/v1/habits" 200', log)
+        self.assertIn('failed sign-in for user "ann" from 127.0.0.1', log)
+        for secret in (token, token[3:], "secretquery", "secretcookie", "secretpass"):
+            self.assertNotIn(secret, log)
+
+    def test_refusals_at_start_and_at_the_door(self):
+        url = self.engine("sqlite").url
+        for args, text in ((["--schemes", "tidewell,https"], "opens in the browser"),
+                           (["--database-password-file", "/nonexistent"], "password file"),
+                           (["--public-url", "https://sync.example.org/sub"], "root"),
+                           (["--trusted-proxy", "proxy.example"], "--trusted-proxy")):
+            run = subprocess.run([SERVER, "serve", "--listen", "127.0.0.1:%d" % free_port(),
+                                  "--database", url, *args], capture_output=True, text=True,
+                                 timeout=30)
+            self.assertEqual(run.returncode, 1, args)
+            self.assertIn(text, run.stderr)
+
+        # A network address without TLS is served, with a warning.
+        exposed = Server(url, free_port(), listen="0.0.0.0")
+        exposed.proc.terminate()
+        self.assertIn("warning: serving plain HTTP", exposed.proc.communicate()[1])
+        quiet = Server(url, free_port())
+        quiet.proc.terminate()
+        self.assertNotIn("warning", quiet.proc.communicate()[1])
+
+        # Over TLS a connection beyond the cap is closed, never answered in plain text.
+        cert, key = os.path.join(self.tmp, "cert.pem"), os.path.join(self.tmp, "key.pem")
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "1",
+                        "-subj", "/CN=localhost", "-keyout", key, "-out", cert],
+                       check=True, capture_output=True)
+        port = free_port()
+        proc = subprocess.Popen([SERVER, "serve", "--listen", "127.0.0.1:%d" % port, "--database",
+                                 url, "--tls-cert", cert, "--tls-key", key,
+                                 "--max-connections", "1"], stderr=subprocess.PIPE, text=True)
+        try:
+            context = ssl.create_default_context()
+            context.check_hostname = False
+            context.verify_mode = ssl.CERT_NONE
+            deadline = time.monotonic() + 20
+            while True:
+                try:
+                    first = context.wrap_socket(socket.create_connection(("127.0.0.1", port)))
+                    break
+                except OSError:
+                    self.assertLess(time.monotonic(), deadline, "the TLS server did not start")
+                    time.sleep(0.05)
+            first.sendall(b"GET /healthz HTTP/1.1\r\nHost: x\r\n\r\n")
+            self.assertTrue(first.recv(4096).startswith(b"HTTP/1.1 200"))
+            second = socket.create_connection(("127.0.0.1", port), timeout=10)
+            self.assertEqual(second.recv(4096), b"")
+            second.close()
+            first.close()
+        finally:
+            proc.terminate()
+            proc.communicate()
 
     def test_kill_during_puts_sqlite(self):
         self.kill_during_puts("sqlite")
