@@ -302,6 +302,19 @@ private slots:
         }
         auto fourth = open();
         QVERIFY(answerOf(*fourth).startsWith("HTTP/1.1 503"));
+
+        // One address may hold only its share, though the server has room.
+        held.clear();
+        m_server.reset();
+        options.limits = {10, 5000, 5000, 1024, 2048, 2};
+        m_server = SyncServer::create(options, &error);
+        QVERIFY(m_server && m_server->listen(&error));
+        for (int i = 0; i < 2; ++i) {
+            held.append(open());
+            QTRY_COMPARE(held.last()->state(), QAbstractSocket::ConnectedState);
+        }
+        auto third = open();
+        QVERIFY(answerOf(*third).startsWith("HTTP/1.1 503"));
     }
 };
 
