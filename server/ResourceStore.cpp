@@ -74,6 +74,22 @@ bool ResourceStore::store(ServerDatabase& db, qint64 userId, Kind kind, const QB
                           QString* error)
 {
     const QString name = nameOf(kind);
+    const qint64 now = m_clock.now().toMSecsSinceEpoch();
+    if (db.engine() == ServerDatabase::Engine::PostgreSQL) {
+        // One statement, one round trip: the same three steps as below, chained.
+        return db
+            .exec(QStringLiteral(
+                      "WITH head AS (INSERT INTO resource_heads (user_id, kind, version) "
+                      "VALUES (?, ?, 1) ON CONFLICT (user_id, kind) DO UPDATE SET version = "
+                      "resource_heads.version + 1 RETURNING version), "
+                      "added AS (INSERT INTO resources (user_id, kind, version, body, created_at) "
+                      "SELECT ?::BIGINT, ?::TEXT, version, ?::TEXT, ?::BIGINT FROM head "
+                      "RETURNING version) "
+                      "DELETE FROM resources WHERE user_id = ? AND kind = ? "
+                      "AND version <= (SELECT version FROM added) - ?"),
+                  {userId, name, userId, name, body, now, userId, name, KeptVersions + 1}, error)
+            .has_value();
+    }
     // Taking the next number locks the head row until the transaction ends, so
     // writers of one resource, in any process, take turns.
     const auto next = db.exec(
@@ -86,7 +102,7 @@ bool ResourceStore::store(ServerDatabase& db, qint64 userId, Kind kind, const QB
     const qint64 version = next->rows.value(0).value(0).toLongLong();
     return db.exec(QStringLiteral("INSERT INTO resources (user_id, kind, version, body, "
                                   "created_at) VALUES (?, ?, ?, ?, ?)"),
-                   {userId, name, version, body, m_clock.now().toMSecsSinceEpoch()}, error) &&
+                   {userId, name, version, body, now}, error) &&
            db.exec(QStringLiteral(
                        "DELETE FROM resources WHERE user_id = ? AND kind = ? AND version <= ?"),
                    {userId, name, version - KeptVersions - 1}, error)
@@ -95,6 +111,9 @@ bool ResourceStore::store(ServerDatabase& db, qint64 userId, Kind kind, const QB
 
 bool ResourceStore::put(qint64 userId, Kind kind, const QByteArray& body, QString* error)
 {
+    // A single statement is a transaction of its own.
+    if (m_db.engine() == ServerDatabase::Engine::PostgreSQL)
+        return store(m_db, userId, kind, body, error);
     return m_db.transact(
         [&](ServerDatabase& db, QString* why) { return store(db, userId, kind, body, why); },
         error);

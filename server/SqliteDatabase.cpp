@@ -63,8 +63,7 @@ std::unique_ptr<SqliteDatabase> SqliteDatabase::connect(const Settings& settings
     return out;
 }
 
-SqliteDatabase::SqliteDatabase(sqlite3* db, std::shared_ptr<SqliteWriteGroup> group,
-                               int timeoutMs)
+SqliteDatabase::SqliteDatabase(sqlite3* db, std::shared_ptr<SqliteWriteGroup> group, int timeoutMs)
     : m_db(db)
     , m_group(std::move(group))
     , m_timeoutMs(timeoutMs)

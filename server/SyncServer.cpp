@@ -100,8 +100,11 @@ SyncServer::~SyncServer()
 
 bool SyncServer::listen(QString* error)
 {
-    const int threads =
-        m_options.threads > 0 ? m_options.threads : std::max(4, 2 * QThread::idealThreadCount());
+    const int threads = m_options.threads > 0 ? m_options.threads
+                        // PostgreSQL's connections spend most of their time waiting on the network.
+                        : m_main->database().engine() == ServerDatabase::Engine::PostgreSQL
+                            ? std::max(8, 4 * QThread::idealThreadCount())
+                            : std::max(4, 2 * QThread::idealThreadCount());
     const int slowThreads = std::max(1, QThread::idealThreadCount() / 2);
     m_pool = std::make_unique<RequestPool>(
         [this]() -> std::unique_ptr<RequestHandler> {

@@ -8,10 +8,9 @@ int main(int argc, char* argv[])
 {
     // Request threads free what the accepting thread allocated. With glibc's
     // defaults each thread's heap is trimmed back to the kernel after almost every
-    // request (an madvise and a TLB flush on every core); keep some free memory
-    // instead, in a few heaps, and give large blocks (request bodies) back at once.
-    mallopt(M_ARENA_MAX, 4);
-    mallopt(M_TRIM_THRESHOLD, 4 << 20);
+    // request (an madvise and a TLB flush on every core); keep a little free memory
+    // instead, and give large blocks (request bodies) back at once.
+    mallopt(M_TRIM_THRESHOLD, 1 << 20);
     mallopt(M_MMAP_THRESHOLD, 256 << 10);
     // The plain Unix event loop: the GLib one costs memory and time and brings
     // nothing a server needs.
