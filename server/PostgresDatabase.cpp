@@ -94,6 +94,14 @@ void PostgresDatabase::drop()
 
 bool PostgresDatabase::ensureConnected(QString* error)
 {
+    // An idle connection has nothing to say; if it can be read, the server said
+    // goodbye (a restart ends every connection with a message) or hung up. Noticed
+    // now, it costs a reconnection instead of a failed request.
+    if (m_conn && !m_inTransaction) {
+        pollfd fd{PQsocket(m_conn), POLLIN, 0};
+        if (::poll(&fd, 1, 0) != 0)
+            drop();
+    }
     if (m_conn && PQstatus(m_conn) == CONNECTION_OK)
         return true;
     drop();

@@ -83,35 +83,24 @@ QString shown(const QString& url)
     return u.toString();
 }
 
-const QStringList withValue{QStringLiteral("--database"),
-                            QStringLiteral("--database-password-file"),
-                            QStringLiteral("--listen"),
-                            QStringLiteral("--tls-cert"),
-                            QStringLiteral("--tls-key"),
-                            QStringLiteral("--label"),
-                            QStringLiteral("--version"),
-                            QStringLiteral("--max-body"),
-                            QStringLiteral("--schemes"),
-                            QStringLiteral("--max-connections"),
-                            QStringLiteral("--max-connections-per-address"),
-                            QStringLiteral("--public-url"),
-                            QStringLiteral("--trusted-proxy"),
-                            QStringLiteral("--threads")};
-// Options that may also come from the environment (TIDEWELL_SERVER_PUBLIC_URL for
-// --public-url, …), which is how /etc/default/tidewell-server configures the unit.
-const QStringList fromEnvironment{QStringLiteral("--database"),
-                                  QStringLiteral("--database-password-file"),
-                                  QStringLiteral("--listen"),
-                                  QStringLiteral("--tls-cert"),
-                                  QStringLiteral("--tls-key"),
-                                  QStringLiteral("--max-body"),
-                                  QStringLiteral("--schemes"),
-                                  QStringLiteral("--max-connections"),
-                                  QStringLiteral("--max-connections-per-address"),
-                                  QStringLiteral("--public-url"),
-                                  QStringLiteral("--trusted-proxy"),
-                                  QStringLiteral("--threads"),
-                                  QStringLiteral("--access-log")};
+// Options that take a value and may also come from the environment
+// (TIDEWELL_SERVER_PUBLIC_URL for --public-url, …), which is how
+// /etc/default/tidewell-server configures the unit.
+const QStringList settings{QStringLiteral("--database"),
+                           QStringLiteral("--database-password-file"),
+                           QStringLiteral("--listen"),
+                           QStringLiteral("--tls-cert"),
+                           QStringLiteral("--tls-key"),
+                           QStringLiteral("--max-body"),
+                           QStringLiteral("--schemes"),
+                           QStringLiteral("--max-connections"),
+                           QStringLiteral("--max-connections-per-address"),
+                           QStringLiteral("--public-url"),
+                           QStringLiteral("--trusted-proxy"),
+                           QStringLiteral("--threads")};
+const QStringList withValue =
+    settings + QStringList{QStringLiteral("--label"), QStringLiteral("--version")};
+const QStringList fromEnvironment = settings + QStringList{QStringLiteral("--access-log")};
 
 struct Arguments
 {

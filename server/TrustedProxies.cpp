@@ -77,10 +77,10 @@ void TrustedProxies::resolve(HttpCall& call) const
     // X-Forwarded-For first: every common proxy writes it, while most pass a
     // client's own Forwarded header on untouched.
     const QList<QByteArray> forwardedFor = listHeader(call, "X-Forwarded-For");
-    if (!forwardedFor.isEmpty()) {
+    const QList<QByteArray> protos = listHeader(call, "X-Forwarded-Proto");
+    if (!forwardedFor.isEmpty() || !protos.isEmpty()) {
         for (const QByteArray& hop : forwardedFor)
             chain.append(addressOf(hop));
-        const QList<QByteArray> protos = listHeader(call, "X-Forwarded-Proto");
         if (!protos.isEmpty())
             proto = protos.last().toLower();
     } else {
