@@ -8,9 +8,6 @@
 #include <chrono>
 
 namespace {
-// Frames in the log after which it is copied back into the database file.
-constexpr int checkpointPages = 1000;
-
 QString messageOf(sqlite3* db)
 {
     return QString::fromUtf8(sqlite3_errmsg(db));
@@ -43,18 +40,19 @@ std::unique_ptr<SqliteDatabase> SqliteDatabase::connect(const Settings& settings
         db, SqliteWriteGroup::of(memory ? QString() : QFileInfo(path).absoluteFilePath()),
         settings.timeoutMs));
     // SQLite would copy the log back in the commit that fills it, while this
-    // process's writers wait on the lock; it is done after the lock is let go.
+    // process's writers wait on the lock; the group's own thread does it instead.
     sqlite3_wal_autocheckpoint(db, 0);
     sqlite3_wal_hook(
         db,
         [](void* self, sqlite3*, const char*, int pages) {
-            static_cast<SqliteDatabase*>(self)->m_walPages = pages;
+            static_cast<SqliteWriteGroup*>(self)->noteLogPages(pages);
             return SQLITE_OK;
         },
-        out.get());
+        out->m_group.get());
     // A small page cache per connection: the server keeps one connection a thread.
     for (const char* pragma : {"PRAGMA foreign_keys = ON", "PRAGMA journal_mode = WAL",
-                               "PRAGMA synchronous = FULL", "PRAGMA cache_size = -1024"}) {
+                               "PRAGMA synchronous = FULL", "PRAGMA cache_size = -1024",
+                               "PRAGMA temp_store = MEMORY"}) {
         if (!out->run(pragma)) {
             *error = messageOf(db);
             return nullptr;
@@ -90,16 +88,6 @@ bool SqliteDatabase::takeWriteLock()
     // Another process holding the file's lock is waited for as long, no longer.
     sqlite3_busy_timeout(m_db, int(std::max<qint64>(until.remainingTime(), 1)));
     return true;
-}
-
-void SqliteDatabase::checkpointIfDue()
-{
-    if (m_walPages < checkpointPages)
-        return;
-    m_walPages = 0;
-    // Passive: never waits for a reader or a writer; what it cannot copy now the
-    // next one will.
-    sqlite3_wal_checkpoint_v2(m_db, nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
 }
 
 void SqliteDatabase::releaseWriteLock()
@@ -188,10 +176,8 @@ SqliteDatabase::exec(const QString& sql, const QVariantList& values, QString* er
     }
     result.affected = sqlite3_changes(m_db);
     const QString why = rc == SQLITE_DONE ? QString() : messageOf(m_db);
-    if (lockHere) {
+    if (lockHere)
         m_group->writeLock.unlock();
-        checkpointIfDue();
-    }
     // Reset at once: an open statement holds the reader's snapshot, and the
     // connection would not see what others wrote since.
     sqlite3_reset(statement);
@@ -222,7 +208,6 @@ bool SqliteDatabase::commit()
     if (ok) {
         m_inTransaction = false;
         releaseWriteLock();
-        checkpointIfDue();
     }
     return ok;
 }

@@ -37,8 +37,6 @@ private:
     // Waits for this process's write lock until the statement's deadline.
     bool takeWriteLock();
     void releaseWriteLock();
-    // Copies the log back into the file once it has grown, outside the write lock.
-    void checkpointIfDue();
 
     sqlite3* m_db;
     QHash<QString, sqlite3_stmt*> m_statements;
@@ -46,6 +44,5 @@ private:
     std::shared_ptr<SqliteWriteGroup> m_group;
     bool m_holdsWriteLock = false;
     bool m_inTransaction = false;
-    int m_walPages = 0; // frames in the write-ahead log after this connection's last commit
     int m_timeoutMs;
 };

@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <thread>
 
 class ServerDatabase;
 
@@ -15,10 +16,16 @@ class ServerDatabase;
 // committed together. Every commit costs an fsync; transactions that arrive while
 // one is being written are run by one connection, each in a savepoint of its own,
 // and made durable by one commit (group commit), so that many writers cost little
-// more than one.
+// more than one. The log is copied back into the file by a thread of the group's
+// own, so that no request waits for a checkpoint either.
 class SqliteWriteGroup
 {
 public:
+    explicit SqliteWriteGroup(QString path);
+    ~SqliteWriteGroup();
+    SqliteWriteGroup(const SqliteWriteGroup&) = delete;
+    SqliteWriteGroup& operator=(const SqliteWriteGroup&) = delete;
+
     using Work = std::function<bool(ServerDatabase& db, QString* error)>;
 
     struct Pending
@@ -45,8 +52,20 @@ public:
     // Marks `batch` done, wakes its writers, and hands the lead to the next one
     // waiting, if any.
     void finish(const std::deque<Pending*>& batch);
+    // The log has grown by `pages` since it was last copied back; past a threshold
+    // the checkpoint thread is woken.
+    void noteLogPages(int pages);
 
 private:
+    void checkpoints();
+
+    const QString m_path;
+    std::thread m_checkpointer;
+    std::mutex m_checkpointMutex;
+    std::condition_variable m_checkpointWake;
+    bool m_checkpointDue = false;
+    bool m_stopping = false;
+
     std::mutex m_mutex;
     std::condition_variable m_wake;
     std::deque<Pending*> m_queue;
