@@ -4,6 +4,7 @@
 #include "ControlCommand.h"
 #include "DataCommand.h"
 #include "DataStore.h"
+#include "Preferences.h"
 #include "ShellStyle.h"
 #include "SingleInstance.h"
 #include "StoreLock.h"
@@ -225,6 +226,10 @@ int main(int argc, char* argv[])
         std::fprintf(stderr, "%s\n", line.toLocal8Bit().constData());
         return 1;
     }
+    // A first start knows nobody signed in here yet: nothing will ask the keyring
+    // until someone does.
+    if (store->isNew() && !Preferences::accountExists())
+        Preferences::setAccountExists(false);
     AppServices services({.store = std::move(store)});
     AppController controller(services);
     controller.attach(&instance);

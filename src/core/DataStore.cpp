@@ -140,8 +140,8 @@ bool DataStore::initialise(QString* error)
         // are read in a few milliseconds. Writes still go through the journal.
         !exec(db, QStringLiteral("PRAGMA mmap_size = 268435456"), error))
         return false;
-    if (examined.verdict == StoreProbe::Verdict::Empty &&
-        !migrate(StoreSchema::statements(), error))
+    m_isNew = examined.verdict == StoreProbe::Verdict::Empty;
+    if (m_isNew && !migrate(StoreSchema::statements(), error))
         return false;
     if (examined.verdict == StoreProbe::Verdict::Older &&
         !migrate(StoreSchema::upgrade(examined.version), error)) {

@@ -41,6 +41,8 @@ public:
     // of history). Everything written goes through the context.
     QSqlDatabase database() const;
     QString path() const { return m_path; }
+    // Whether this open created the store: a first start on this computer.
+    bool isNew() const { return m_isNew; }
 
 private:
     DataStore(const QString& path, const QString& connection);
@@ -51,4 +53,5 @@ private:
     QString m_path;
     QString m_connection;
     ModelContext* m_context = nullptr;
+    bool m_isNew = false;
 };

@@ -46,6 +46,12 @@ void AuthService::reload()
 
 void AuthService::lookUp(quint64 generation)
 {
+    // Nobody signed in here: the keyring is not asked (a wallet would prompt).
+    if (Preferences::accountExists() == false) {
+        setSignedIn(false);
+        setLoading(false);
+        return;
+    }
     setLoading(true);
     setSignedIn(false);
     QCoro::connect(m_keychain.fetchToken(), this,
@@ -60,7 +66,12 @@ void AuthService::lookUp(quint64 generation)
                            m_retryDelay = std::min(m_retryDelay * 2, LastRetry);
                            return;
                        }
-                       setSignedIn(found.token && !found.token->isEmpty());
+                       const bool signedIn = found.token && !found.token->isEmpty();
+                       // Settings from before the account was remembered learn it
+                       // from the first answer.
+                       if (!Preferences::accountExists() && !found.keyringMissing)
+                           Preferences::setAccountExists(signedIn);
+                       setSignedIn(signedIn);
                        setLoading(false);
                        // A keyring that starts later (after log-in, or by hand) may
                        // hold the token: look again then.
@@ -147,15 +158,23 @@ QCoro::Task<bool> AuthService::signIn(QString token)
     auto stored = m_keychain.saveToken(token);
     const auto lists = co_await m_client.getTasks();
     const KeychainReply kept = co_await stored;
-    if (!lists || kept.outcome != KeychainReply::Outcome::Done) {
+    if (!lists) {
         ++m_generation;
         QCoro::connect(m_keychain.clearToken(), this, [](const KeychainReply&) {});
         setSignedIn(false);
-        setLastError(lists ? QStringLiteral("Could not store the token in the keyring: ") + kept.why
-                           : lists.error().errorDescription());
+        setLastError(lists.error().errorDescription());
         co_return false;
     }
-    setKeychainProblem({});
+    // A keyring that refused the token (or none at all) does not stop the sign-in:
+    // the token stays in memory until Tidewell quits, and the hub says so.
+    setKeychainProblem(kept.outcome == KeychainReply::Outcome::Done
+                           ? QString()
+                           : QStringLiteral("Signed in until Tidewell quits: the keyring could "
+                                            "not keep the token (") +
+                                 kept.why +
+                                 QStringLiteral("), so you will need to sign in "
+                                                "again after a restart."));
+    Preferences::setAccountExists(true);
     setSignedIn(true);
     setLastError({});
     emit signedIn();
@@ -247,6 +266,7 @@ void AuthService::signOut()
                                                  "from the keyring: ") +
                                       removed.why);
     });
+    Preferences::setAccountExists(false);
     setSignedIn(false);
     setLastError({});
     m_pendingNonce.clear();

@@ -64,3 +64,16 @@ void Preferences::setServerURLOverride(const QString& url)
     else
         settings().setValue(QLatin1String("tw.serverURLOverride"), url);
 }
+
+std::optional<bool> Preferences::accountExists()
+{
+    const QVariant value = settings().value(QLatin1String("tw.accountExists"));
+    if (!value.isValid())
+        return std::nullopt;
+    return value.toBool();
+}
+
+void Preferences::setAccountExists(bool exists)
+{
+    settings().setValue(QLatin1String("tw.accountExists"), exists);
+}

@@ -2,6 +2,8 @@
 
 #include <QString>
 
+#include <optional>
+
 // The user preferences, over QSettings (organisation and application names come
 // from the bundle information).
 class Preferences
@@ -16,4 +18,10 @@ public:
     // "tw.serverURLOverride": the server address the user entered; empty when unset.
     static QString serverURLOverride();
     static void setServerURLOverride(const QString& url);
+    // "tw.accountExists": whether an account was signed in on this computer and not
+    // signed out since. Absent (nullopt) in settings written before it existed.
+    // Nothing asks the keyring while it is false: a desktop's wallet would
+    // otherwise prompt people who never sign in.
+    static std::optional<bool> accountExists();
+    static void setAccountExists(bool exists);
 };

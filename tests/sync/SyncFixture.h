@@ -76,8 +76,10 @@ protected:
     static void callback(const QString& url) { QCoro::waitFor(auth().consumeCallback(QUrl(url))); }
 
     // As at start-up with `token` in the keychain (none: no item).
+    // As after a run that signed in (a token) or never did (none).
     void startWithToken(std::optional<QByteArray> token = QByteArray("tok"))
     {
+        Preferences::setAccountExists(token.has_value());
         m_keychain->stored = std::move(token);
         start();
         auth().reload();

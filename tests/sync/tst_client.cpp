@@ -1,7 +1,9 @@
 #include "APIClient.h"
+#include "BundleInfo.h"
 #include "SyncFixture.h"
 
 #include <QRegularExpression>
+#include <QSettings>
 
 class TestClient final : public QObject, private SyncFixture
 {
@@ -200,16 +202,51 @@ private slots:
         QCOMPARE(m_keychain->stored, std::optional<QByteArray>("tok-1"));
         QCOMPARE(m_server->requests().last().header("Authorization"), "Bearer tok-1");
 
-        // A keychain that cannot keep the token: the server's yes is not enough,
-        // as the next start would be signed out without a word.
+        // A keychain that cannot keep the token: signed in with the token in memory
+        // until the app quits, and told so; the next start is signed out.
         auth().signOut();
         QTRY_VERIFY(!m_keychain->stored);
+        QCOMPARE(Preferences::accountExists(), std::optional(false));
         m_keychain->refuseWrites = true;
-        QVERIFY(!QCoro::waitFor(auth().signIn(u"tok-2"_s)));
+        QVERIFY(QCoro::waitFor(auth().signIn(u"tok-2"_s)));
+        QVERIFY(auth().isSignedIn());
+        QVERIFY(auth().lastError().isEmpty());
+        QCOMPARE(auth().keychainProblem(),
+                 u"Signed in until Tidewell quits: the keyring could not keep the token (no "
+                 "keyring is running), so you will need to sign in again after a restart."_s);
+        QCOMPARE(Preferences::accountExists(), std::optional(true));
+        m_server->setFallback(Response::json(200, j("{'data':[]}")));
+        QCOMPARE(getTasks(), u"ok"_s);
+        QCOMPARE(m_server->requests().last().header("Authorization"), "Bearer tok-2");
+        start(); // a restart: the keyring never had it
+        auth().reload();
+        QTRY_VERIFY(!auth().isLoading());
         QVERIFY(!auth().isSignedIn());
-        QCOMPARE(auth().lastError(),
-                 u"Could not store the token in the keyring: no keyring is running"_s);
-        QCOMPARE(getTasks(), u"Not signed in"_s);
+    }
+
+    // Until somebody signs in on this computer the keyring is never asked: a
+    // desktop wallet would greet people who never sign in with a prompt.
+    void noKeyringBeforeAnAccount()
+    {
+        Preferences::setAccountExists(false);
+        m_keychain->stored = QByteArrayLiteral("stale");
+        const int reads = m_keychain->reads;
+        start();
+        auth().reload();
+        QVERIFY(!auth().isLoading());
+        QVERIFY(!auth().isSignedIn());
+        QCoro::waitFor(engine().pushHabits());
+        QCOMPARE(m_keychain->reads, reads);
+
+        // Settings from before the account was remembered ask once, and remember.
+        QSettings(BundleInfo::current().identifier, BundleInfo::current().name)
+            .remove(u"tw.accountExists"_s);
+        start();
+        auth().reload();
+        QTRY_VERIFY(!auth().isLoading());
+        QVERIFY(auth().isSignedIn());
+        QCOMPARE(Preferences::accountExists(), std::optional(true));
+        QCOMPARE(m_keychain->reads, reads + 1);
     }
 
     void waitsForTheKeychain()
