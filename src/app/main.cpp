@@ -194,6 +194,10 @@ int main(int argc, char* argv[])
     // popup need that, so prefer XWayland unless the user chose otherwise.
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && !qEnvironmentVariableIsEmpty("DISPLAY"))
         qputenv("QT_QPA_PLATFORM", "xcb");
+    // The windows' class names the desktop entry (com.brenlow.tidewell.desktop), so
+    // docks and task switchers show them under the app's name and icon.
+    if (qEnvironmentVariableIsEmpty("RESOURCE_NAME"))
+        qputenv("RESOURCE_NAME", "com.brenlow.tidewell");
     // On X11 every repaint through shared memory comes back as a completion event
     // that wakes two threads; the running countdown repaints its windows each
     // second. Tidewell's windows are small enough that plain image transfer costs

@@ -28,8 +28,9 @@ QCoro::Task<QString> NotificationBackendDBus::notify(const QString& title, const
     const QVariantMap hints{
         {QStringLiteral("sound-name"), QStringLiteral("message-new-instant")},
         {QStringLiteral("desktop-entry"), QStringLiteral("com.brenlow.tidewell")}};
-    call << QStringLiteral("Tidewell") << quint32(0) << QString() << title << body << QStringList()
-         << hints << qint32(-1);
+    // The icon by its theme name, installed with the desktop entry of the same name.
+    call << QStringLiteral("Tidewell") << quint32(0) << QStringLiteral("com.brenlow.tidewell")
+         << title << body << QStringList() << hints << qint32(-1);
     const QDBusPendingReply<quint32> reply =
         co_await QDBusConnection::sessionBus().asyncCall(call, TimeoutMs);
     co_return reply.isError() ? reply.error().message() : QString();

@@ -22,6 +22,9 @@ class TidewellOnTheDesktop(TidewellCase):
 
     def test_1_first_launch_shows_hub_and_no_tray_item(self):
         self.assertTrue(wait_for(self.hub_visible), "the hub window did not appear")
+        # Its class names the desktop entry, so docks show the app's name and icon.
+        wm_class = self.desktop.run(["xprop", "-id", str(self.hub_visible()[0]), "WM_CLASS"])
+        self.assertIn('"com.brenlow.tidewell", "Tidewell"', wm_class.stdout)
         time.sleep(0.5)
         self.assertEqual(self.desktop.tray_icons(), [])
         for name in ("Pomodoro in status bar", "Tasks floating", "Habits in status bar"):

@@ -46,6 +46,7 @@ public:
     {
         QString appName, summary, body;
         QVariantMap hints;
+        QString appIcon;
     };
 
     QList<Notice> notices() const
@@ -55,11 +56,11 @@ public:
     }
 
 public slots:
-    uint Notify(const QString& appName, uint, const QString&, const QString& summary,
+    uint Notify(const QString& appName, uint, const QString& appIcon, const QString& summary,
                 const QString& body, const QStringList&, const QVariantMap& hints, int)
     {
         QMutexLocker locker(&m_lock);
-        m_notices.append({appName, summary, body, hints});
+        m_notices.append({appName, summary, body, hints, appIcon});
         return uint(m_notices.size());
     }
 

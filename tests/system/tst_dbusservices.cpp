@@ -114,6 +114,10 @@ private slots:
         QCOMPARE(m_server->notices().size(), 2);
         QCOMPARE(m_server->notices().last().summary, QStringLiteral("Tidewell"));
         QCOMPARE(m_server->notices().last().body, QStringLiteral("Notifications are working."));
+        // Desktops show the app's own icon and group the notices under its entry.
+        QCOMPARE(m_server->notices().last().appIcon, QStringLiteral("com.brenlow.tidewell"));
+        QCOMPARE(m_server->notices().last().hints.value(QStringLiteral("desktop-entry")),
+                 QVariant(QStringLiteral("com.brenlow.tidewell")));
         QVERIFY(s.pendingIDs().isEmpty());
         await(s.checkAuthorization()); // a server answers: nothing logged
 
