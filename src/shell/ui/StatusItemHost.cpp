@@ -2,6 +2,7 @@
 
 #include "PomodoroService.h"
 #include "SymbolIcon.h"
+#include "TrayItem.h"
 #include "TrayPopup.h"
 #include "WidgetRegistry.h"
 
@@ -12,7 +13,6 @@
 #include <QMenu>
 #include <QPainter>
 #include <QPalette>
-#include <QSystemTrayIcon>
 
 namespace {
 // Whether `symbol` is drawn in the pen's colour, as "✓" is, rather than in colours
@@ -108,7 +108,6 @@ StatusItemHost::StatusItemHost(const QString& widgetId, ContentFactory content, 
     const WidgetMeta* meta = WidgetRegistry::find(widgetId);
     const QString name = meta ? meta->name : widgetId;
 
-    m_tray = new QSystemTrayIcon(this);
     m_menu = new QMenu;
     QAction* show = m_menu->addAction(QStringLiteral("Show ") + name);
     QAction* history = m_menu->addAction(QStringLiteral("History…"));
@@ -116,31 +115,14 @@ StatusItemHost::StatusItemHost(const QString& widgetId, ContentFactory content, 
     m_menu->addSeparator();
     QAction* open = m_menu->addAction(QStringLiteral("Open Tidewell"));
     QAction* quit = m_menu->addAction(QStringLiteral("Quit Tidewell"));
-    connect(show, &QAction::triggered, this, &StatusItemHost::showPopover);
+    connect(show, &QAction::triggered, this, [this] { showPopover(); });
     connect(open, &QAction::triggered, this, &StatusItemHost::openHubRequested);
     connect(quit, &QAction::triggered, this, &StatusItemHost::quitRequested);
-    m_tray->setContextMenu(m_menu);
-    connect(m_tray, &QSystemTrayIcon::activated, this,
-            [this](QSystemTrayIcon::ActivationReason reason) {
-                if (reason == QSystemTrayIcon::Trigger)
-                    togglePopover();
-            });
-
+    // An id and title of its own per widget, so trays can tell the three apart.
+    m_tray = new TrayItem(u"tidewell-" + widgetId, u"Tidewell " + name, m_menu, this);
+    connect(m_tray, &TrayItem::activated, this, [this](const QPoint& at) { togglePopover(at); });
     setTitle(WidgetRegistry::statusTitle(widgetId));
     m_tray->show();
-    // A tray that starts after us (autostart races at login) may never see an icon
-    // shown before it existed: show it again once one is there.
-    if (!QSystemTrayIcon::isSystemTrayAvailable()) {
-        auto* wait = new QTimer(this);
-        connect(wait, &QTimer::timeout, this, [this, wait] {
-            if (!QSystemTrayIcon::isSystemTrayAvailable())
-                return;
-            wait->deleteLater();
-            m_tray->hide();
-            m_tray->show();
-        });
-        wait->start(500);
-    }
 
     if (widgetId == u"pomodoro") {
         // The title follows the timer's changes; it is redrawn only when its text
@@ -199,7 +181,8 @@ void StatusItemHost::setTitle(const QString& title)
         countdown.isEmpty() && symbol == u"✓"
             ? SymbolIcon::fromDesktopTheme(QStringLiteral("object-select-symbolic"))
             : QIcon();
-    m_tray->setIcon(themed.isNull() ? renderIcon(symbol, countdown) : themed);
+    m_tray->setIcon(themed.isNull() ? renderIcon(symbol, countdown) : themed,
+                    themed.isNull() ? QString() : QStringLiteral("object-select-symbolic"));
     m_tray->setToolTip(title);
 }
 
@@ -217,7 +200,7 @@ bool StatusItemHost::isPopupShown() const
     return m_popup && m_popup->isVisible();
 }
 
-void StatusItemHost::togglePopover()
+void StatusItemHost::togglePopover(const QPoint& at)
 {
     if (isPopupShown()) {
         m_popup->hide();
@@ -225,13 +208,14 @@ void StatusItemHost::togglePopover()
     }
     if (m_popup && m_popup->justClosed())
         return; // this click already closed it by taking the focus away
-    showPopover();
+    showPopover(at);
 }
 
-void StatusItemHost::showPopover()
+void StatusItemHost::showPopover(const QPoint& at)
 {
     ensurePopup();
-    m_popup->showNear(m_tray->geometry());
+    const QRect icon = m_tray->geometry();
+    m_popup->showNear(icon.isValid() ? icon : at.isNull() ? QRect() : QRect(at, QSize(1, 1)));
 }
 
 void StatusItemHost::tearDown()

@@ -3,6 +3,7 @@
 #include "PomodoroService.h"
 
 #include <QObject>
+#include <QPoint>
 #include <QPointer>
 #include <QString>
 #include <QTimer>
@@ -10,8 +11,8 @@
 #include <functional>
 
 class QMenu;
-class QSystemTrayIcon;
 class QWidget;
+class TrayItem;
 class TrayPopup;
 
 // One widget in the system tray: an icon whose click toggles a popup holding the
@@ -32,12 +33,13 @@ public:
     // The icon's current title: the widget's emoji, or for a running timer
     // "🍅 24:59" (also the tooltip).
     QString title() const { return m_title; }
-    QSystemTrayIcon* trayIcon() const { return m_tray; }
     TrayPopup* popup() const;
     bool isPopupShown() const;
 
-    void togglePopover();
-    void showPopover();
+    // `at`: where the tray was clicked, when it says; else near the icon or the
+    // tray's corner of the screen.
+    void togglePopover(const QPoint& at = {});
+    void showPopover(const QPoint& at = {});
     void tearDown();
 
     // The title of the pomodoro item for a given engine state.
@@ -56,7 +58,7 @@ private:
     QString m_widgetId;
     QString m_title;
     ContentFactory m_content;
-    QSystemTrayIcon* m_tray = nullptr;
+    TrayItem* m_tray = nullptr;
     QMenu* m_menu = nullptr;
     QPointer<TrayPopup> m_popup;
 };

@@ -1,7 +1,6 @@
 #include "TrayPopup.h"
 
 #include <QApplication>
-#include <QCursor>
 #include <QKeyEvent>
 #include <QScreen>
 #include <QVBoxLayout>
@@ -32,23 +31,55 @@ void TrayPopup::setContent(QWidget* content)
     layout()->addWidget(content);
 }
 
+QRect TrayPopup::placement(const QRect& anchor, const QRect& screen, const QRect& available,
+                           const QSize& size)
+{
+    QRect icon = anchor;
+    if (!icon.isValid()) {
+        // The tray said nowhere: its panel is where the work area stops short of
+        // the screen, and trays sit at its right-hand end. Without such a panel,
+        // the top right corner, where most bars keep their tray.
+        const bool bottom = available.bottom() < screen.bottom();
+        const bool left =
+            available.left() > screen.left() && !bottom && available.top() == screen.top();
+        const bool right =
+            available.right() < screen.right() && !bottom && available.top() == screen.top();
+        if (left)
+            icon = QRect(available.left() - 1, available.bottom() - 1, 1, 1);
+        else if (right)
+            icon = QRect(available.right() + 1, available.bottom() - 1, 1, 1);
+        else if (bottom)
+            icon = QRect(available.right() - 1, available.bottom() + 1, 1, 1);
+        else
+            icon = QRect(available.right() - 1, available.top() - 1, 1, 1);
+    }
+    const QRect area = available.isValid() ? available : screen;
+    QPoint origin;
+    if (icon.left() < area.left() || icon.right() > area.right()) {
+        // A panel at the side: beside it, level with the icon.
+        origin = QPoint(icon.left() < area.left() ? area.left() + 4
+                                                  : area.right() + 1 - 4 - size.width(),
+                        icon.center().y() - size.height() / 2);
+    } else {
+        // Below the icon when the tray is at the top, above it otherwise; centred
+        // on it horizontally.
+        origin = QPoint(icon.center().x() - size.width() / 2, icon.bottom() + 4);
+        if (origin.y() + size.height() > area.bottom())
+            origin.setY(icon.top() - 4 - size.height());
+    }
+    origin.setX(qBound(area.left(), origin.x(), area.right() + 1 - size.width()));
+    origin.setY(qBound(area.top(), origin.y(), area.bottom() + 1 - size.height()));
+    return QRect(origin, size);
+}
+
 void TrayPopup::showNear(const QRect& anchor)
 {
-    const QPoint point = anchor.isValid() ? anchor.center() : QCursor::pos();
-    QScreen* screen = QGuiApplication::screenAt(point);
+    QScreen* screen = anchor.isValid() ? QGuiApplication::screenAt(anchor.center()) : nullptr;
     if (!screen)
         screen = QGuiApplication::primaryScreen();
-    const QRect area = screen ? screen->availableGeometry() : QRect(QPoint(), DefaultSize);
-    const QRect icon = anchor.isValid() ? anchor : QRect(point, QSize(1, 1));
-
-    // Below the icon when the tray is at the top, above it otherwise; centred on
-    // it horizontally and kept on the screen.
-    QPoint origin(icon.center().x() - width() / 2, icon.bottom() + 4);
-    if (origin.y() + height() > area.bottom())
-        origin.setY(icon.top() - 4 - height());
-    origin.setX(qBound(area.left(), origin.x(), area.right() - width()));
-    origin.setY(qBound(area.top(), origin.y(), area.bottom() - height()));
-    move(origin);
+    const QRect whole = screen ? screen->geometry() : QRect(QPoint(), DefaultSize);
+    const QRect available = screen ? screen->availableGeometry() : whole;
+    move(placement(anchor, whole, available, size()).topLeft());
     show();
     raise();
     activateWindow();

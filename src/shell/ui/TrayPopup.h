@@ -16,8 +16,14 @@ public:
 
     explicit TrayPopup(const QString& title, QWidget* parent = nullptr);
 
-    // Shows the popup next to `anchor` (the icon's geometry; the cursor when empty).
+    // Shows the popup next to `anchor` (the icon, or the point the tray was
+    // clicked at); when empty, at the tray's end of the panel. Never at the
+    // pointer: on Wayland desktops the app sees a stale position.
     void showNear(const QRect& anchor);
+    // Where a popup of `size` goes for `anchor` on a screen of geometry `screen`
+    // whose work area (without panels) is `available`.
+    static QRect placement(const QRect& anchor, const QRect& screen, const QRect& available,
+                           const QSize& size);
     // True when the popup closed itself so recently that the click which caused it
     // (a click on the tray icon) must not reopen it.
     bool justClosed() const;
