@@ -154,6 +154,14 @@ class Desktop:
         """The tray icons, waiting for one; when none comes, saves a screenshot and the
         window tree next to the test's output for a look."""
         icons = wait_for(self.tray_icons, timeout)
+        # A new icon is embedded first and laid out after: wait until it stays put.
+        deadline = time.monotonic() + 3
+        while icons and time.monotonic() < deadline:
+            time.sleep(0.2)
+            again = self.tray_icons()
+            if again == icons:
+                break
+            icons = again
         if not icons:
             self.screenshot("/tmp/tidewell-e2e-no-tray.png")
             with open("/tmp/tidewell-e2e-no-tray.txt", "w") as out:
