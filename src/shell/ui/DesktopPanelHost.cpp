@@ -7,10 +7,13 @@
 #include "WidgetPlacement.h"
 #include "WidgetRegistry.h"
 
-#include <QGuiApplication>
+#include <QApplication>
 #include <QPropertyAnimation>
 #include <QScreen>
 #include <QVBoxLayout>
+
+#include <algorithm>
+#include <limits>
 
 DesktopPanelHost::DesktopPanelHost(const QString& widgetId, const QSize& defaultSize,
                                    QWidget* content, QObject* parent)
@@ -101,9 +104,42 @@ void DesktopPanelHost::applyPersistedFrame(const QSize& defaultSize)
     const QScreen* screen = QGuiApplication::primaryScreen();
     if (!screen)
         return;
-    const QRect area = screen->availableGeometry();
-    m_panel->move(qRound(area.x() + (area.width() - defaultSize.width()) / 2.0),
-                  qRound(area.y() + (area.height() - defaultSize.height()) / 2.0));
+    // Panels opened together, or over the hub, must not hide each other.
+    QList<QRect> taken;
+    for (const QWidget* window : QApplication::topLevelWidgets()) {
+        if (window != m_panel && window->isVisible() && !window->isMinimized())
+            taken.append(window->frameGeometry());
+    }
+    m_panel->move(firstFrame(defaultSize, screen->availableGeometry(), taken).topLeft());
+}
+
+QRect DesktopPanelHost::firstFrame(const QSize& size, const QRect& area, const QList<QRect>& taken)
+{
+    const QRect centred(QPoint(qRound(area.x() + (area.width() - size.width()) / 2.0),
+                               qRound(area.y() + (area.height() - size.height()) / 2.0)),
+                        size);
+    const auto free = [&taken](const QRect& r) {
+        return std::none_of(taken.cbegin(), taken.cend(),
+                            [&r](const QRect& t) { return t.intersects(r); });
+    };
+    if (free(centred))
+        return centred;
+    // The nearest free spot, looking on a 16-point grid around the centre.
+    constexpr int step = 16;
+    QRect best;
+    qint64 bestDistance = std::numeric_limits<qint64>::max();
+    for (int y = area.top(); y + size.height() <= area.bottom() + 1; y += step) {
+        for (int x = area.left(); x + size.width() <= area.right() + 1; x += step) {
+            const QRect candidate(QPoint(x, y), size);
+            const qint64 dx = x - centred.x(), dy = y - centred.y();
+            if (dx * dx + dy * dy < bestDistance && free(candidate)) {
+                best = candidate;
+                bestDistance = dx * dx + dy * dy;
+            }
+        }
+    }
+    // A screen too full for another panel: centred after all.
+    return best.isValid() ? best : centred;
 }
 
 void DesktopPanelHost::applyHover(bool hovering)

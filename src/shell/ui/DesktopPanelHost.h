@@ -38,6 +38,9 @@ public:
     // Frames as stored: origin at the bottom left of the primary screen, y up.
     static QRect toStoredFrame(const QRect& screenFrame);
     static QRect fromStoredFrame(const QRect& storedFrame);
+    // A new panel's frame: centred in `area`, unless that covers one of `taken`
+    // (other panels, the hub); then the nearest spot in `area` that covers none.
+    static QRect firstFrame(const QSize& size, const QRect& area, const QList<QRect>& taken);
 
 signals:
     // The user closed the panel (its close button or the window manager).

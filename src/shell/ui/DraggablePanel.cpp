@@ -11,7 +11,9 @@ constexpr int edgeGrip = 5;
 }
 
 DraggablePanel::DraggablePanel(QWidget* parent)
-    : QWidget(parent, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
+    // A window, not a tool window: some window managers (KWin) hide the tool
+    // windows of an application while another one is active.
+    : QWidget(parent, Qt::Window | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
                           Qt::WindowDoesNotAcceptFocus)
 {
     // A glance at the panel, a click on a check box or a Ctrl-drag must leave the
@@ -58,6 +60,14 @@ void DraggablePanel::acceptFocus(bool accept)
 
 bool DraggablePanel::eventFilter(QObject* watched, QEvent* event)
 {
+    // Exposed means mapped, and managed: now the window manager takes requests
+    // about the window.
+    if (watched == windowHandle() && event->type() == QEvent::Expose && !m_askedWindowManager &&
+        windowHandle()->isExposed()) {
+        m_askedWindowManager = true;
+        WindowStickiness::request(this);
+        return false;
+    }
     // Takes the keyboard only when needed: a double click starts editing a task in
     // place, which needs the keys; giving up activation hands them back.
     if (watched == this && event->type() == QEvent::WindowDeactivate) {
@@ -132,4 +142,7 @@ void DraggablePanel::showEvent(QShowEvent* event)
 {
     QWidget::showEvent(event);
     WindowStickiness::apply(this);
+    m_askedWindowManager = false;
+    if (windowHandle())
+        windowHandle()->installEventFilter(this);
 }

@@ -31,4 +31,6 @@ protected:
 private:
     Qt::Edges edgesAt(const QPoint& localPos) const;
     void acceptFocus(bool accept);
+
+    bool m_askedWindowManager = false;
 };

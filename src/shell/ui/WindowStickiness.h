@@ -2,13 +2,18 @@
 
 class QWidget;
 
-// Shows a window on every virtual desktop and keeps it off the taskbar and pager,
-// and tells whether see-through windows blend with what is behind them. One
-// implementation per windowing system.
+// Shows a window on every virtual desktop, above other windows whichever
+// application is active, and off the taskbar and pager; and tells whether
+// see-through windows blend with what is behind them. One implementation per
+// windowing system.
 class WindowStickiness
 {
 public:
+    // Before the window is first mapped: what the window manager reads then.
     static void apply(QWidget* window);
+    // Once the window is on screen: window managers that read the properties only
+    // at map time (or not at all for these) are asked again.
+    static void request(QWidget* window);
     // False on an X11 display without a compositing manager, where transparent
     // pixels show as black.
     static bool canBlend();

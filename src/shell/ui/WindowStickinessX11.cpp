@@ -6,8 +6,10 @@
 #include <xcb/xcb.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <vector>
 
 namespace {
@@ -21,60 +23,98 @@ xcb_atom_t atom(xcb_connection_t* c, const char* name)
 }
 } // namespace
 
-void WindowStickiness::apply(QWidget* window)
+namespace {
+struct X11Window
 {
-    // Only the xcb platform talks to a window manager; offscreen and Wayland skip this.
+    xcb_connection_t* connection = nullptr;
+    xcb_window_t id = 0;
+    xcb_window_t root = 0;
+};
+
+// The window's X11 side, when it has one (the xcb platform: not offscreen, not
+// Qt's own Wayland backend).
+std::optional<X11Window> x11Window(QWidget* window)
+{
     if (QGuiApplication::platformName() != QLatin1String("xcb"))
-        return;
+        return std::nullopt;
     auto* x11 = qApp->nativeInterface<QNativeInterface::QX11Application>();
     xcb_connection_t* c = x11 ? x11->connection() : nullptr;
     if (!c || !window->winId())
+        return std::nullopt;
+    return X11Window{c, xcb_window_t(window->winId()),
+                     xcb_setup_roots_iterator(xcb_get_setup(c)).data->root};
+}
+
+std::vector<xcb_atom_t> wantedStates(xcb_connection_t* c)
+{
+    return {atom(c, "_NET_WM_STATE_STICKY"), atom(c, "_NET_WM_STATE_SKIP_TASKBAR"),
+            atom(c, "_NET_WM_STATE_SKIP_PAGER"), atom(c, "_NET_WM_STATE_ABOVE")};
+}
+
+void sendClientMessage(const X11Window& w, xcb_atom_t type, std::array<uint32_t, 5> data)
+{
+    xcb_client_message_event_t ev = {};
+    ev.response_type = XCB_CLIENT_MESSAGE;
+    ev.format = 32;
+    ev.window = w.id;
+    ev.type = type;
+    std::copy(data.begin(), data.end(), ev.data.data32);
+    xcb_send_event(w.connection, 0, w.root,
+                   XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY,
+                   reinterpret_cast<const char*>(&ev));
+}
+} // namespace
+
+void WindowStickiness::apply(QWidget* window)
+{
+    const auto w = x11Window(window);
+    if (!w)
         return;
-    const xcb_window_t id = xcb_window_t(window->winId());
-    const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(c)).data->root;
+    xcb_connection_t* c = w->connection;
     const xcb_atom_t wmState = atom(c, "_NET_WM_STATE");
-    const xcb_atom_t wanted[] = {atom(c, "_NET_WM_STATE_STICKY"),
-                                 atom(c, "_NET_WM_STATE_SKIP_TASKBAR"),
-                                 atom(c, "_NET_WM_STATE_SKIP_PAGER")};
 
     // Before the window is mapped the window manager reads the property (EWMH); it
     // ignores messages about a window it does not manage yet. Qt keeps atoms it
     // did not set when it writes the property at map time.
     std::vector<xcb_atom_t> states;
     xcb_get_property_reply_t* current = xcb_get_property_reply(
-        c, xcb_get_property(c, 0, id, wmState, XCB_ATOM_ATOM, 0, 1024), nullptr);
+        c, xcb_get_property(c, 0, w->id, wmState, XCB_ATOM_ATOM, 0, 1024), nullptr);
     if (current && current->format == 32 && current->type == XCB_ATOM_ATOM) {
         const auto* data = static_cast<const xcb_atom_t*>(xcb_get_property_value(current));
         states.assign(data, data + xcb_get_property_value_length(current) / 4);
     }
     free(current);
-    for (xcb_atom_t state : wanted) {
+    for (xcb_atom_t state : wantedStates(c)) {
         if (std::find(states.begin(), states.end(), state) == states.end())
             states.push_back(state);
     }
-    xcb_change_property(c, XCB_PROP_MODE_REPLACE, id, wmState, XCB_ATOM_ATOM, 32,
+    xcb_change_property(c, XCB_PROP_MODE_REPLACE, w->id, wmState, XCB_ATOM_ATOM, 32,
                         uint32_t(states.size()), states.data());
     const uint32_t allDesktops = 0xFFFFFFFF;
-    xcb_change_property(c, XCB_PROP_MODE_REPLACE, id, atom(c, "_NET_WM_DESKTOP"), XCB_ATOM_CARDINAL,
-                        32, 1, &allDesktops);
+    xcb_change_property(c, XCB_PROP_MODE_REPLACE, w->id, atom(c, "_NET_WM_DESKTOP"),
+                        XCB_ATOM_CARDINAL, 32, 1, &allDesktops);
+    // Normal first, utility second: window managers take the first type they know.
+    // KWin hides utility windows while their application is inactive, so it must
+    // see a normal one; sway floats a window only if any of its types is utility
+    // (or the like), and tiles the rest.
+    const xcb_atom_t types[] = {atom(c, "_NET_WM_WINDOW_TYPE_NORMAL"),
+                                atom(c, "_NET_WM_WINDOW_TYPE_UTILITY")};
+    xcb_change_property(c, XCB_PROP_MODE_REPLACE, w->id, atom(c, "_NET_WM_WINDOW_TYPE"),
+                        XCB_ATOM_ATOM, 32, 2, types);
+    xcb_flush(c);
+}
 
-    // A window already on screen asks the window manager instead.
-    if (window->isVisible()) {
-        for (xcb_atom_t state : wanted) {
-            xcb_client_message_event_t ev = {};
-            ev.response_type = XCB_CLIENT_MESSAGE;
-            ev.format = 32;
-            ev.window = id;
-            ev.type = wmState;
-            ev.data.data32[0] = 1; // _NET_WM_STATE_ADD
-            ev.data.data32[1] = state;
-            ev.data.data32[3] = 1; // from a normal application
-            xcb_send_event(c, 0, root,
-                           XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT |
-                               XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY,
-                           reinterpret_cast<const char*>(&ev));
-        }
-    }
+void WindowStickiness::request(QWidget* window)
+{
+    const auto w = x11Window(window);
+    if (!w)
+        return;
+    xcb_connection_t* c = w->connection;
+    // A managed window asks the window manager (EWMH): all desktops, and each state.
+    sendClientMessage(*w, atom(c, "_NET_WM_DESKTOP"), {0xFFFFFFFF, 1, 0, 0, 0});
+    const xcb_atom_t wmState = atom(c, "_NET_WM_STATE");
+    for (xcb_atom_t state : wantedStates(c))
+        sendClientMessage(*w, wmState, {1 /* add */, state, 0, 1 /* an application */, 0});
     xcb_flush(c);
 }
 
