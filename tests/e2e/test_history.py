@@ -92,7 +92,6 @@ class HistoryOnTheDesktop(TidewellCase):
             if os.path.exists(self.store() + suffix):
                 os.remove(self.store() + suffix)
         self.relaunch()
-        type(self).root = self.root = a11y.application("Tidewell")
         a11y.find(self.root, "Habits in status bar")
         bad = self.tidewell("import", "--merge", os.path.join(folder, "habit_history.csv"))
         self.assertEqual(bad.returncode, 3)
@@ -160,7 +159,6 @@ class HistoryOnTheDesktop(TidewellCase):
             if os.path.exists(self.store() + suffix):
                 os.remove(self.store() + suffix)
         self.relaunch()
-        type(self).root = self.root = self.a11y.application("Tidewell")
         self.a11y.find(self.root, "Habits in status bar")
         merged = self.tidewell("import", "--merge", demo)
         self.assertEqual(merged.returncode, 0, merged.stderr)

@@ -65,6 +65,28 @@ class PanelsOnTheDesktop(TidewellCase):
         self.assertTrue(wait_for(lambda: self.geometry(self.panel()) == before, 5),
                         "%r != %r" % (self.geometry(self.panel()), before))
 
+    def test_panels_opened_together_do_not_overlap(self):
+        # Three at once, over the hub: each gets a spot of its own.
+        for widget in ("Pomodoro", "Habits"):
+            self.a11y.switch_on(self.a11y.find(self.root, widget + " floating"))
+        frames = {}
+        for title in ("Tasks", "Pomodoro", "Habits"):
+            self.assertTrue(wait_for(lambda: self.desktop.window_ids("^%s$" % title)), title)
+            window = self.desktop.window_ids("^%s$" % title)[0]
+            frames[title] = self.geometry(window)
+            # A normal window (KWin keeps it while another application is active) that
+            # is also a utility one (sway floats it), on every desktop once mapped.
+            props = self.desktop.run(["xprop", "-id", str(window), "_NET_WM_WINDOW_TYPE",
+                                      "_NET_WM_DESKTOP"]).stdout
+            self.assertIn("_NET_WM_WINDOW_TYPE_NORMAL, _NET_WM_WINDOW_TYPE_UTILITY", props)
+            self.assertIn("4294967295", props)
+        hub = self.geometry(self.desktop.window_ids("^Tidewell$")[0])
+        rects = list(frames.values())
+        for i, (x, y, w, h) in enumerate(rects):
+            for (ox, oy, ow, oh) in rects[i + 1:] + [hub]:
+                overlap = x < ox + ow and ox < x + w and y < oy + oh and oy < y + h
+                self.assertFalse(overlap, (frames, hub))
+
 
 if __name__ == "__main__":
     main()

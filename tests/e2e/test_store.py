@@ -40,7 +40,7 @@ class StoreUnderStress(TidewellCase):
         db.commit()
         db.close()
         self.relaunch()
-        root = self.a11y.application("Tidewell")
+        root = self.root
 
         (x, y), = self.desktop.tray_icons_or_report()
         self.desktop.click(x, y)
@@ -68,7 +68,6 @@ class StoreUnderStress(TidewellCase):
         older = sum(1 for t in pressed if t < killed - 2.1)
         self.assertGreaterEqual(count, older, "lost %d counts" % (75 - count))
         self.relaunch()
-        self.a11y.application("Tidewell")
 
     def test_2_read_only_store_is_refused_untouched(self):
         self.stop_app()
@@ -89,7 +88,6 @@ class StoreUnderStress(TidewellCase):
         finally:
             subprocess.run(["chattr", "-i", path] if root_user else ["chmod", "644", path])
         self.relaunch()
-        self.a11y.application("Tidewell")
 
 
 if __name__ == "__main__":

@@ -58,7 +58,7 @@ class SyncOnTheDesktop(TidewellCase):
         try:
             started = time.monotonic()
             self.relaunch()
-            root = a11y.application("Tidewell")
+            root = self.root
             a11y.find(root, "Waiting for the keyring…", timeout=10)
             # Waiting is not signed out: no offer to sign in again.
             self.assertFalse(self.shown(root, "Not signed in"))

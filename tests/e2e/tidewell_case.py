@@ -102,6 +102,7 @@ class TidewellCase(unittest.TestCase):
     def relaunch(self):
         type(self).app = subprocess.Popen([APP], env=self.desktop.env, stdout=subprocess.DEVNULL,
                                           stderr=subprocess.DEVNULL)
+        type(self).root = self.a11y.application("Tidewell")
 
 
 def main():
