@@ -4,6 +4,7 @@
 #include "DesktopPanelHost.h"
 #include "DraggablePanel.h"
 #include "FloatingContainer.h"
+#include "HubWindow.h"
 #include "PlaceholderWidgetView.h"
 #include "PomodoroService.h"
 #include "StatusItemHost.h"
@@ -13,7 +14,9 @@
 #include "WidgetTogglesView.h"
 #include "WindowManager.h"
 
+#include <QAction>
 #include <QLabel>
+#include <QPushButton>
 #include <QScreen>
 #include <QTest>
 
@@ -162,6 +165,37 @@ private slots:
         // Closing the panel turns its switch off.
         WindowManager::shared().handlePanelClosed(QStringLiteral("habits"));
         QTRY_VERIFY(!toggles.floatingSwitch(QStringLiteral("habits"))->isChecked());
+    }
+
+    // Without a tray, the hub reaches every widget's full view: the Widgets menu and
+    // each toggle row's Open button ask for it; one window per widget, made again
+    // once closed.
+    void hubOpensEachWidgetInAWindow()
+    {
+        HubWindow hub;
+        QStringList asked;
+        connect(&hub, &HubWindow::widgetWindowRequested, this,
+                [&asked](const QString& id) { asked << id; });
+        hub.findChild<QAction*>(QStringLiteral("tasksWindowAction"))->trigger();
+        hub.toggles()->findChild<QPushButton*>(QStringLiteral("pomodoroOpenButton"))->click();
+        QCOMPARE(asked, (QStringList{"tasks", "pomodoro"}));
+
+        WindowManager wm;
+        QList<bool> viewOnly;
+        wm.setViewFactory([&viewOnly](const QString& id, bool compact) {
+            viewOnly << compact;
+            return new PlaceholderWidgetView(id);
+        });
+        QPointer<WidgetWindow> window = wm.openWindow(QStringLiteral("tasks"));
+        QCOMPARE(wm.openWindow(QStringLiteral("tasks")), window.data());
+        QCOMPARE(viewOnly, QList<bool>{false});
+        QCOMPARE(window->windowTitle(), QStringLiteral("Tasks — Tidewell"));
+        QVERIFY(window->isVisible());
+        window->close();
+        QTRY_VERIFY(!window);
+        QVERIFY(wm.openWindow(QStringLiteral("tasks")));
+        QCOMPARE(viewOnly.size(), 2);
+        QVERIFY(!context().hasChanges());
     }
 
     // Asking to quit again while the alert is open does not open a second one.
