@@ -57,7 +57,7 @@ HabitsWidgetView::HabitsWidgetView(bool viewOnly, QWidget* parent)
     scroll->setObjectName(QStringLiteral("habitsScroll"));
     scroll->setWidgetResizable(true);
     scroll->setFrameShape(QFrame::NoFrame);
-    scroll->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
+    scroll->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     auto* content = new QWidget(scroll);
     m_list = new QVBoxLayout(content);
     m_list->setContentsMargins(0, 4, 0, 4);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QTimer>
 #include <QWidget>
 
 // A small frameless window that floats above normal windows on every desktop,
@@ -33,4 +34,5 @@ private:
     void acceptFocus(bool accept);
 
     bool m_askedWindowManager = false;
+    QTimer m_hoverCheck;
 };

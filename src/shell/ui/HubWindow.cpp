@@ -91,7 +91,7 @@ HubWindow::HubWindow(QWidget* parent)
     scroll->setObjectName(QStringLiteral("hubScrollArea"));
     scroll->setWidgetResizable(true);
     scroll->setFrameShape(QFrame::NoFrame);
-    scroll->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
+    scroll->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     auto* content = new QWidget(scroll);
     m_column = new QVBoxLayout(content);
     m_column->setContentsMargins(20, 20, 20, 20);
