@@ -167,6 +167,27 @@ private slots:
         QTRY_VERIFY(!toggles.floatingSwitch(QStringLiteral("habits"))->isChecked());
     }
 
+    // A new panel opens centred; panels opened together, or over the hub, each find
+    // the nearest spot clear of the others inside the work area.
+    void newPanelsDoNotCoverEachOther()
+    {
+        const QRect area(0, 30, 1280, 770);
+        const QSize size(240, 200);
+        QCOMPARE(DesktopPanelHost::firstFrame(size, area, {}).center(), area.center());
+        QList<QRect> taken{QRect(420, 100, 440, 600)}; // the hub, over the centre
+        for (int i = 0; i < 5; ++i) {
+            const QRect frame = DesktopPanelHost::firstFrame(size, area, taken);
+            QVERIFY(area.contains(frame));
+            for (const QRect& other : taken)
+                QVERIFY2(!frame.intersects(other), qPrintable(QString::number(i)));
+            // Near the centre: beside the hub, not in a far corner.
+            QVERIFY(qAbs(frame.center().y() - area.center().y()) < 300);
+            taken << frame;
+        }
+        // No room left: centred all the same, never off the screen.
+        QCOMPARE(DesktopPanelHost::firstFrame(size, area, {area}).center(), area.center());
+    }
+
     // Without a tray, the hub reaches every widget's full view: the Widgets menu and
     // each toggle row's Open button ask for it; one window per widget, made again
     // once closed.
