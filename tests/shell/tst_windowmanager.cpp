@@ -184,8 +184,11 @@ private slots:
             QVERIFY(qAbs(frame.center().y() - area.center().y()) < 300);
             taken << frame;
         }
-        // No room left: centred all the same, never off the screen.
-        QCOMPARE(DesktopPanelHost::firstFrame(size, area, {area}).center(), area.center());
+        // A hub tiled over the whole screen leaves no spot beside it: the panels still
+        // keep clear of each other.
+        const QRect first = DesktopPanelHost::firstFrame(size, area, {area});
+        QCOMPARE(first.center(), area.center());
+        QVERIFY(!DesktopPanelHost::firstFrame(size, area, {area, first}).intersects(first));
     }
 
     // Without a tray, the hub reaches every widget's full view: the Widgets menu and

@@ -77,7 +77,7 @@ bool DraggablePanel::eventFilter(QObject* watched, QEvent* event)
     if (watched == windowHandle() && event->type() == QEvent::Expose && !m_askedWindowManager &&
         windowHandle()->isExposed()) {
         m_askedWindowManager = true;
-        WindowStickiness::request(this);
+        WindowStickiness::request(this, m_placedAt);
         return false;
     }
     // Takes the keyboard only when needed: a double click starts editing a task in
@@ -155,6 +155,8 @@ void DraggablePanel::closeEvent(QCloseEvent* event)
 void DraggablePanel::showEvent(QShowEvent* event)
 {
     QWidget::showEvent(event);
+    // Before the window manager had a say (this comes before the window is mapped).
+    m_placedAt = pos();
     WindowStickiness::apply(this);
     m_askedWindowManager = false;
     if (windowHandle())

@@ -34,5 +34,6 @@ private:
     void acceptFocus(bool accept);
 
     bool m_askedWindowManager = false;
+    QPoint m_placedAt;
     QTimer m_hoverCheck;
 };
