@@ -10,6 +10,8 @@ namespace {
 // A click on the tray icon deactivates the popup before the icon reports the
 // click; within this window the click is the one that closed it.
 constexpr qint64 reopenGuardMs = 350;
+// How long the window manager has to activate a window after a dialog closes.
+constexpr int dialogSettleMs = 150;
 } // namespace
 
 TrayPopup::TrayPopup(const QString& title, QWidget* parent)
@@ -117,8 +119,10 @@ bool TrayPopup::eventFilter(QObject* watched, QEvent* event)
     if (event->type() == QEvent::Hide && watched != this) {
         auto* window = qobject_cast<QWidget*>(watched);
         if (window && window->isWindow() && isAncestorWindowOf(window))
-            QTimer::singleShot(0, this, [this] {
-                if (isVisible() && !ownsActiveWindow()) {
+            QTimer::singleShot(dialogSettleMs, this, [this] {
+                // Only when nothing of the app's is active: a window the window
+                // manager chose (the hub) keeps the keyboard.
+                if (isVisible() && !QApplication::activeWindow()) {
                     raise();
                     activateWindow();
                 }
