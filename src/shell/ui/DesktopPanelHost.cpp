@@ -107,8 +107,10 @@ void DesktopPanelHost::applyPersistedFrame(const QSize& defaultSize)
     // Panels opened together, or over the hub, must not hide each other.
     QList<QRect> taken;
     for (const QWidget* window : QApplication::topLevelWidgets()) {
-        if (window != m_panel && window->isVisible() && !window->isMinimized())
-            taken.append(window->frameGeometry());
+        if (window == m_panel || !window->isVisible() || window->isMinimized())
+            continue;
+        const auto* panel = qobject_cast<const DraggablePanel*>(window);
+        taken.append(panel ? panel->placedFrame() : window->frameGeometry());
     }
     m_panel->move(firstFrame(defaultSize, screen->availableGeometry(), taken).topLeft());
 }

@@ -47,6 +47,11 @@ DraggablePanel::~DraggablePanel()
         app->removeEventFilter(this);
 }
 
+QRect DraggablePanel::placedFrame() const
+{
+    return QRect(m_placedAt, size());
+}
+
 Qt::Edges DraggablePanel::edgesAt(const QPoint& p) const
 {
     Qt::Edges edges;
@@ -100,11 +105,13 @@ bool DraggablePanel::eventFilter(QObject* watched, QEvent* event)
     if (mouse->button() != Qt::LeftButton)
         return false;
     if (mouse->modifiers() & Qt::ControlModifier) {
+        m_settled = true;
         windowHandle()->startSystemMove();
         return true;
     }
     const Qt::Edges edges = edgesAt(mapFromGlobal(mouse->globalPosition().toPoint()));
     if (edges) {
+        m_settled = true;
         windowHandle()->startSystemResize(edges);
         return true;
     }
@@ -128,6 +135,11 @@ void DraggablePanel::leaveEvent(QEvent* event)
 void DraggablePanel::moveEvent(QMoveEvent* event)
 {
     QWidget::moveEvent(event);
+    // Once the window manager has put the panel where it was placed, or the user
+    // moves it, where it is is where it was placed.
+    m_settled = m_settled || pos() == m_placedAt;
+    if (m_settled)
+        m_placedAt = pos();
     if (isVisible())
         emit moved();
 }
@@ -157,6 +169,7 @@ void DraggablePanel::showEvent(QShowEvent* event)
     QWidget::showEvent(event);
     // Before the window manager had a say (this comes before the window is mapped).
     m_placedAt = pos();
+    m_settled = false;
     WindowStickiness::apply(this);
     m_askedWindowManager = false;
     if (windowHandle())

@@ -15,6 +15,10 @@ public:
     explicit DraggablePanel(QWidget* parent = nullptr);
     ~DraggablePanel() override;
 
+    // Where the app placed the panel: window managers that place windows
+    // themselves (sway) move it elsewhere for a moment after it is shown.
+    QRect placedFrame() const;
+
 signals:
     void hoverChanged(bool hovering);
     void moved();
@@ -35,5 +39,6 @@ private:
 
     bool m_askedWindowManager = false;
     QPoint m_placedAt;
+    bool m_settled = false;
     QTimer m_hoverCheck;
 };

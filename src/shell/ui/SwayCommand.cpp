@@ -13,6 +13,7 @@
 namespace {
 constexpr int answerWaitMs = 2000;
 constexpr int retryMs = 100;
+constexpr int confirmMs = 300;
 constexpr qsizetype headerSize = 14; // "i3-ipc", length, type
 } // namespace
 
@@ -54,13 +55,16 @@ bool SwayCommand::send(const QByteArray& command, const QString& socket, int att
 {
     return ask(Message::RunCommand, command, socket,
                [command, socket, attempts](const QByteArray& answer) {
-                   // A window sway has not taken on yet matches no criteria: asked
-                   // again shortly.
-                   if (!succeeded(answer) && attempts > 1) {
-                       QTimer::singleShot(retryMs, [command, socket, attempts] {
-                           send(command, socket, attempts - 1);
-                       });
-                   }
+                   // A window sway has not taken on yet matches no criteria; and one it
+                   // has just taken on may still be centred after the command ran. So
+                   // a failure is retried shortly, and a success confirmed once.
+                   if (attempts <= 1)
+                       return;
+                   const bool done = succeeded(answer);
+                   QTimer::singleShot(done ? confirmMs : retryMs,
+                                      [command, socket, attempts, done] {
+                                          send(command, socket, done ? 1 : attempts - 1);
+                                      });
                });
 }
 

@@ -26,8 +26,8 @@ public:
     // "[id=…] move absolute position X Y".
     static QByteArray moveTo(quint32 x11Window, int x, int y);
     // Sends `command` without waiting; sent again while sway answers that it failed
-    // (a window it has not taken on yet), up to `attempts` times in all. False when
-    // there is no socket to send to.
+    // (a window it has not taken on yet), up to `attempts` times in all, and once
+    // more shortly after it succeeded. False when there is no socket to send to.
     static bool send(const QByteArray& command, const QString& socket = socketPath(),
                      int attempts = 20);
     // Asks sway for the area the focused workspace leaves to windows (the output
