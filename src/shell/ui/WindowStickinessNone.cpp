@@ -1,0 +1,13 @@
+#include "WindowStickiness.h"
+
+// No window manager to ask: windows stay where the toolkit puts them.
+void WindowStickiness::apply(QWidget*) {}
+
+void WindowStickiness::request(QWidget*) {}
+
+// Nothing says a compositor blends, so windows are drawn opaque rather than risk
+// transparent corners showing black.
+bool WindowStickiness::canBlend()
+{
+    return false;
+}
