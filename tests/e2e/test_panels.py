@@ -87,6 +87,19 @@ class PanelsOnTheDesktop(TidewellCase):
                 overlap = x < ox + ow and ox < x + w and y < oy + oh and oy < y + h
                 self.assertFalse(overlap, (frames, hub))
 
+        # A sheet from a panel opens above it, though the panel is kept above others.
+        self.a11y.press(self.a11y.find(self.root, "Add your first habit"))
+        self.assertTrue(wait_for(lambda: self.desktop.window_ids("^New habit$")), "no editor")
+        panel = self.desktop.window_ids("^Habits$")[0]
+        editor = self.desktop.window_ids("^New habit$")[0]
+
+        def stacking():
+            out = self.desktop.run(["xprop", "-root", "_NET_CLIENT_LIST_STACKING"]).stdout
+            return [int(w, 16) for w in out.split("#")[1].split(",")]
+        self.assertTrue(wait_for(lambda: stacking().index(editor) > stacking().index(panel), 5),
+                        "the editor opened beneath the panel")
+        self.desktop.run(["xdotool", "key", "--window", str(editor), "Escape"])
+
 
 if __name__ == "__main__":
     main()

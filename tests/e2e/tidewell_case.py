@@ -82,6 +82,17 @@ class TidewellCase(unittest.TestCase):
         if not desktop.window_ids("^Habits$"):
             desktop.click(*icon)
 
+    def add_task(self, text):
+        """Types a task into the open tasks view's field, as a user would."""
+        import pyatspi
+        field = self.a11y.find(self.root, "Add a task…")
+        box = field.queryComponent().getExtents(pyatspi.DESKTOP_COORDS)
+        self.desktop.click(box.x + box.width // 2, box.y + box.height // 2)
+        time.sleep(0.2)
+        self.desktop.run(["xdotool", "type", "--delay", "15", text])
+        self.desktop.run(["xdotool", "key", "Return"])
+        self.a11y.find(self.root, text)
+
     def one_minute_focus(self):
         """Opens the timer's popup alone in the tray and sets focus phases to one
         minute in its settings; the popup's switch and icon."""

@@ -16,6 +16,7 @@
 #include <QSpinBox>
 #include <QTest>
 #include <QToolButton>
+#include <QWindow>
 
 class TestHabitsViews final : public QObject
 {
@@ -124,10 +125,19 @@ private slots:
         QVERIFY(view.isShowingEmptyState());
         QVERIFY(view.findChild<QPushButton*>("addFirstHabitButton")->isVisible());
 
-        HabitsWidgetView compact(true); // no buttons at all
+        // In a window kept above the others (a floating panel), "Add your first
+        // habit" opens the editor above that window, not beneath it.
+        QWidget panel(nullptr, Qt::Window | Qt::WindowStaysOnTopHint);
+        auto* compact = new HabitsWidgetView(true, &panel);
+        panel.show();
+        compact->findChild<QPushButton*>("addFirstHabitButton")->click();
+        QWidget* editor = EditorWindowHost::openWindows().constLast();
+        QVERIFY(editor->windowFlags().testFlag(Qt::WindowStaysOnTopHint));
+        QCOMPARE(editor->windowHandle()->transientParent(), panel.windowHandle());
+
         service().createHabit("🏃", "Run", {}, 1, context());
-        QCOMPARE(compact.rows().size(), 1);
-        QVERIFY(!compact.findChild<QToolButton*>());
+        QCOMPARE(compact->rows().size(), 1);
+        QVERIFY(!compact->findChild<QToolButton*>()); // no buttons at all
     }
 
     // A target set elsewhere beyond what the editor lets one type survives a rename,

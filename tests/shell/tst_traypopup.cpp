@@ -1,5 +1,6 @@
 #include "TrayPopup.h"
 
+#include <QDialog>
 #include <QTest>
 
 // Where a tray popup goes: next to the point or icon the tray gives, on the
@@ -47,6 +48,27 @@ private slots:
         // No panel known (a compositor that tells X11 clients nothing): top right.
         const QRect none = TrayPopup::placement({}, screen, screen, popup);
         QCOMPARE(none.topRight(), QPoint(1279, 3));
+    }
+
+    // A dialog opened from the popup keeps it open and, once closed, hands activation
+    // back, so the next click elsewhere still closes the popup.
+    void closesOnAnOutsideClickAfterItsDialog()
+    {
+        QWidget elsewhere;
+        elsewhere.show();
+        TrayPopup tray(QStringLiteral("Pomodoro"));
+        tray.setContent(new QWidget);
+        tray.showNear(QRect(1200, 0, 24, 24));
+        QTRY_VERIFY(tray.isActiveWindow());
+        auto* dialog = new QDialog(tray.content());
+        dialog->show();
+        dialog->activateWindow();
+        QTRY_VERIFY(dialog->isActiveWindow());
+        QVERIFY(tray.isVisible());
+        dialog->reject();
+        QTRY_VERIFY(tray.isActiveWindow());
+        elsewhere.activateWindow();
+        QTRY_VERIFY(!tray.isVisible());
     }
 };
 

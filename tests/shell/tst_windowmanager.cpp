@@ -4,6 +4,7 @@
 #include "DesktopPanelHost.h"
 #include "DraggablePanel.h"
 #include "FloatingContainer.h"
+#include "HubWindow.h"
 #include "PlaceholderWidgetView.h"
 #include "PomodoroService.h"
 #include "StatusItemHost.h"
@@ -13,7 +14,9 @@
 #include "WidgetTogglesView.h"
 #include "WindowManager.h"
 
+#include <QAction>
 #include <QLabel>
+#include <QPushButton>
 #include <QScreen>
 #include <QTest>
 
@@ -162,6 +165,61 @@ private slots:
         // Closing the panel turns its switch off.
         WindowManager::shared().handlePanelClosed(QStringLiteral("habits"));
         QTRY_VERIFY(!toggles.floatingSwitch(QStringLiteral("habits"))->isChecked());
+    }
+
+    // A new panel opens centred; panels opened together, or over the hub, each find
+    // the nearest spot clear of the others inside the work area.
+    void newPanelsDoNotCoverEachOther()
+    {
+        const QRect area(0, 30, 1280, 770);
+        const QSize size(240, 200);
+        QCOMPARE(DesktopPanelHost::firstFrame(size, area, {}).center(), area.center());
+        QList<QRect> taken{QRect(420, 100, 440, 600)}; // the hub, over the centre
+        for (int i = 0; i < 5; ++i) {
+            const QRect frame = DesktopPanelHost::firstFrame(size, area, taken);
+            QVERIFY(area.contains(frame));
+            for (const QRect& other : taken)
+                QVERIFY2(!frame.intersects(other), qPrintable(QString::number(i)));
+            // Near the centre: beside the hub, not in a far corner.
+            QVERIFY(qAbs(frame.center().y() - area.center().y()) < 300);
+            taken << frame;
+        }
+        // A hub tiled over the whole screen leaves no spot beside it: the panels still
+        // keep clear of each other.
+        const QRect first = DesktopPanelHost::firstFrame(size, area, {area});
+        QCOMPARE(first.center(), area.center());
+        QVERIFY(!DesktopPanelHost::firstFrame(size, area, {area, first}).intersects(first));
+    }
+
+    // Without a tray, the hub reaches every widget's full view: the Widgets menu and
+    // each toggle row's Open button ask for it; one window per widget, made again
+    // once closed.
+    void hubOpensEachWidgetInAWindow()
+    {
+        HubWindow hub;
+        QStringList asked;
+        connect(&hub, &HubWindow::widgetWindowRequested, this,
+                [&asked](const QString& id) { asked << id; });
+        hub.findChild<QAction*>(QStringLiteral("tasksWindowAction"))->trigger();
+        hub.toggles()->findChild<QPushButton*>(QStringLiteral("pomodoroOpenButton"))->click();
+        QCOMPARE(asked, (QStringList{"tasks", "pomodoro"}));
+
+        WindowManager wm;
+        QList<bool> viewOnly;
+        wm.setViewFactory([&viewOnly](const QString& id, bool compact) {
+            viewOnly << compact;
+            return new PlaceholderWidgetView(id);
+        });
+        QPointer<WidgetWindow> window = wm.openWindow(QStringLiteral("tasks"));
+        QCOMPARE(wm.openWindow(QStringLiteral("tasks")), window.data());
+        QCOMPARE(viewOnly, QList<bool>{false});
+        QCOMPARE(window->windowTitle(), QStringLiteral("Tasks — Tidewell"));
+        QVERIFY(window->isVisible());
+        window->close();
+        QTRY_VERIFY(!window);
+        QVERIFY(wm.openWindow(QStringLiteral("tasks")));
+        QCOMPARE(viewOnly.size(), 2);
+        QVERIFY(!context().hasChanges());
     }
 
     // Asking to quit again while the alert is open does not open a second one.

@@ -2,6 +2,7 @@
 
 #include <QGuiApplication>
 #include <QScreen>
+#include <QWindow>
 
 QList<QPointer<QWidget>>& EditorWindowHost::openWindows()
 {
@@ -9,10 +10,15 @@ QList<QPointer<QWidget>>& EditorWindowHost::openWindows()
     return windows;
 }
 
-QWidget* EditorWindowHost::open(const QString& title, const QSize& size, QWidget* content)
+QWidget* EditorWindowHost::open(const QString& title, const QSize& size, QWidget* content,
+                                QWidget* opener)
 {
+    QWidget* from = opener ? opener->window() : nullptr;
+    Qt::WindowFlags flags = Qt::Window | Qt::WindowTitleHint | Qt::WindowCloseButtonHint;
+    if (from && from->windowFlags().testFlag(Qt::WindowStaysOnTopHint))
+        flags |= Qt::WindowStaysOnTopHint;
     content->setParent(nullptr);
-    content->setWindowFlags(Qt::Window | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
+    content->setWindowFlags(flags);
     content->setAttribute(Qt::WA_DeleteOnClose);
     content->setWindowTitle(title);
     content->resize(size);
@@ -24,6 +30,11 @@ QWidget* EditorWindowHost::open(const QString& title, const QSize& size, QWidget
     QObject::connect(content, &QObject::destroyed, [](QObject* gone) {
         openWindows().removeIf([gone](const QPointer<QWidget>& w) { return !w || w == gone; });
     });
+    if (from && from->windowHandle()) {
+        // A transient window stays above the one it came from on every window manager.
+        content->winId();
+        content->windowHandle()->setTransientParent(from->windowHandle());
+    }
     content->show();
     content->raise();
     content->activateWindow();

@@ -11,7 +11,10 @@
 class EditorWindowHost
 {
 public:
-    // Shows `content` as a titled, closable window of `size`, centred and active.
-    static QWidget* open(const QString& title, const QSize& size, QWidget* content);
+    // Shows `content` as a titled, closable window of `size`, centred and active,
+    // above the window of `opener` (a floating panel keeps above the others, and the
+    // editor must not open beneath it).
+    static QWidget* open(const QString& title, const QSize& size, QWidget* content,
+                         QWidget* opener = nullptr);
     static QList<QPointer<QWidget>>& openWindows();
 };

@@ -42,7 +42,7 @@ HabitsWidgetView::HabitsWidgetView(bool viewOnly, QWidget* parent)
         add->setIcon(SymbolIcon::icon(QStringLiteral("plus.circle.fill"), Theme::accent()));
         add->setToolTip(QStringLiteral("New habit"));
         add->setAccessibleName(QStringLiteral("New habit"));
-        connect(add, &QToolButton::clicked, this, [] { openEditor(nullptr); });
+        connect(add, &QToolButton::clicked, this, [this] { openEditor(nullptr, this); });
         header->addWidget(add);
     }
     column->addLayout(header);
@@ -57,7 +57,7 @@ HabitsWidgetView::HabitsWidgetView(bool viewOnly, QWidget* parent)
     scroll->setObjectName(QStringLiteral("habitsScroll"));
     scroll->setWidgetResizable(true);
     scroll->setFrameShape(QFrame::NoFrame);
-    scroll->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
+    scroll->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     auto* content = new QWidget(scroll);
     m_list = new QVBoxLayout(content);
     m_list->setContentsMargins(0, 4, 0, 4);
@@ -80,7 +80,7 @@ HabitsWidgetView::HabitsWidgetView(bool viewOnly, QWidget* parent)
     auto* first = new QPushButton(QStringLiteral("Add your first habit"), m_empty);
     first->setObjectName(QStringLiteral("addFirstHabitButton"));
     first->setAccessibleName(QStringLiteral("Add your first habit"));
-    connect(first, &QPushButton::clicked, this, [] { openEditor(nullptr); });
+    connect(first, &QPushButton::clicked, this, [this] { openEditor(nullptr, this); });
     empty->addWidget(drop);
     empty->addWidget(none);
     empty->addWidget(first, 0, Qt::AlignHCenter);
@@ -124,7 +124,7 @@ void HabitsWidgetView::reload()
     m_rows.clear();
     for (Habit* habit : habits) {
         auto* row = new HabitRow(habit, m_viewOnly, m_empty->parentWidget());
-        connect(row, &HabitRow::editRequested, this, &HabitsWidgetView::openEditor);
+        connect(row, &HabitRow::editRequested, this, [this](Habit* h) { openEditor(h, this); });
         connect(habit, &Habit::orderChanged, this, &HabitsWidgetView::reload, Qt::UniqueConnection);
         m_list->insertWidget(m_list->count() - 1, row);
         m_rows << row;
@@ -132,8 +132,8 @@ void HabitsWidgetView::reload()
     m_empty->setHidden(!habits.isEmpty());
 }
 
-void HabitsWidgetView::openEditor(Habit* habit)
+void HabitsWidgetView::openEditor(Habit* habit, QWidget* opener)
 {
     EditorWindowHost::open(habit ? QStringLiteral("Edit habit") : QStringLiteral("New habit"),
-                           QSize(480, 540), new HabitEditorWindowContent(habit));
+                           QSize(480, 540), new HabitEditorWindowContent(habit), opener);
 }

@@ -23,7 +23,7 @@ public:
     QList<HabitRow*> rows() const { return m_rows; }
     bool isShowingEmptyState() const;
     // Opens the editor window for a new habit (null) or an existing one.
-    static void openEditor(Habit* habit);
+    static void openEditor(Habit* habit, QWidget* opener = nullptr);
 
 protected:
     void showEvent(QShowEvent* event) override;

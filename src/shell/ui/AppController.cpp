@@ -98,6 +98,8 @@ void AppController::start(Launch launch)
     connect(m_hub, &HubWindow::historyRequested, this, &AppController::showHistory);
     connect(m_hub, &HubWindow::exportRequested, this, &AppController::exportWithDialog);
     connect(m_hub, &HubWindow::importRequested, this, &AppController::importWithDialog);
+    connect(m_hub, &HubWindow::widgetWindowRequested, this,
+            [](const QString& widgetId) { WindowManager::shared().openWindow(widgetId); });
     // A save that fails is said where the user looks: the hub, and a notification
     // for someone who only uses the widgets.
     auto* health = new StoreHealth(m_services.store().mainContext(), this);

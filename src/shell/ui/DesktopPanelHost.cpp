@@ -118,8 +118,17 @@ QRect DesktopPanelHost::firstFrame(const QSize& size, const QRect& area, const Q
     const QRect centred(QPoint(qRound(area.x() + (area.width() - size.width()) / 2.0),
                                qRound(area.y() + (area.height() - size.height()) / 2.0)),
                         size);
-    const auto free = [&taken](const QRect& r) {
-        return std::none_of(taken.cbegin(), taken.cend(),
+    // A maximised or tiled window (a tiling window manager's hub) leaves no spot
+    // beside it: the panels then only keep clear of each other.
+    QList<QRect> others;
+    const qint64 half = qint64(area.width()) * area.height() / 2;
+    for (const QRect& t : taken) {
+        const QRect inside = t.intersected(area);
+        if (qint64(inside.width()) * inside.height() <= half)
+            others.append(t);
+    }
+    const auto free = [&others](const QRect& r) {
+        return std::none_of(others.cbegin(), others.cend(),
                             [&r](const QRect& t) { return t.intersects(r); });
     };
     if (free(centred))

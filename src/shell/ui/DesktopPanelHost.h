@@ -40,6 +40,7 @@ public:
     static QRect fromStoredFrame(const QRect& storedFrame);
     // A new panel's frame: centred in `area`, unless that covers one of `taken`
     // (other panels, the hub); then the nearest spot in `area` that covers none.
+    // A window over more than half of `area` does not count.
     static QRect firstFrame(const QSize& size, const QRect& area, const QList<QRect>& taken);
 
 signals:

@@ -3,6 +3,7 @@
 #include "WindowStickiness.h"
 
 #include <QApplication>
+#include <QCursor>
 #include <QMouseEvent>
 #include <QWindow>
 
@@ -26,6 +27,17 @@ DraggablePanel::DraggablePanel(QWidget* parent)
     setWindowOpacity(0.75);
     // Clicks on the widget's children reach us first so Ctrl-drag works anywhere.
     qApp->installEventFilter(this);
+
+    // The leave event does not always come: not after the window manager's own move
+    // (Ctrl-drag), nor on some Wayland desktops when the pointer goes straight onto
+    // a native window. While hovered, the pointer is looked at now and then.
+    m_hoverCheck.setInterval(250);
+    connect(&m_hoverCheck, &QTimer::timeout, this, [this] {
+        if (!frameGeometry().contains(QCursor::pos())) {
+            m_hoverCheck.stop();
+            emit hoverChanged(false);
+        }
+    });
 }
 
 DraggablePanel::~DraggablePanel()
@@ -65,7 +77,7 @@ bool DraggablePanel::eventFilter(QObject* watched, QEvent* event)
     if (watched == windowHandle() && event->type() == QEvent::Expose && !m_askedWindowManager &&
         windowHandle()->isExposed()) {
         m_askedWindowManager = true;
-        WindowStickiness::request(this);
+        WindowStickiness::request(this, m_placedAt);
         return false;
     }
     // Takes the keyboard only when needed: a double click starts editing a task in
@@ -102,12 +114,14 @@ bool DraggablePanel::eventFilter(QObject* watched, QEvent* event)
 void DraggablePanel::enterEvent(QEnterEvent* event)
 {
     QWidget::enterEvent(event);
+    m_hoverCheck.start();
     emit hoverChanged(true);
 }
 
 void DraggablePanel::leaveEvent(QEvent* event)
 {
     QWidget::leaveEvent(event);
+    m_hoverCheck.stop();
     emit hoverChanged(false);
 }
 
@@ -141,6 +155,8 @@ void DraggablePanel::closeEvent(QCloseEvent* event)
 void DraggablePanel::showEvent(QShowEvent* event)
 {
     QWidget::showEvent(event);
+    // Before the window manager had a say (this comes before the window is mapped).
+    m_placedAt = pos();
     WindowStickiness::apply(this);
     m_askedWindowManager = false;
     if (windowHandle())

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QTimer>
 #include <QWidget>
 
 // A small frameless window that floats above normal windows on every desktop,
@@ -33,4 +34,6 @@ private:
     void acceptFocus(bool accept);
 
     bool m_askedWindowManager = false;
+    QPoint m_placedAt;
+    QTimer m_hoverCheck;
 };

@@ -5,6 +5,7 @@
 #include "BundleInfo.h"
 #include "SettingsView.h"
 #include "Theme.h"
+#include "WidgetRegistry.h"
 #include "WidgetTogglesView.h"
 #include "WindowActivation.h"
 
@@ -41,6 +42,17 @@ HubWindow::HubWindow(QWidget* parent)
     quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
     quit->setShortcutContext(Qt::ApplicationShortcut);
     connect(quit, &QAction::triggered, this, &HubWindow::quitRequested);
+
+    // The widgets' full views, reachable without a tray (and from the keyboard).
+    QMenu* widgets = menuBar()->addMenu(QStringLiteral("&Widgets"));
+    int key = Qt::Key_1;
+    for (const WidgetMeta& meta : WidgetRegistry::all()) {
+        QAction* open = widgets->addAction(meta.name);
+        open->setObjectName(meta.id + QStringLiteral("WindowAction"));
+        open->setShortcut(QKeySequence(Qt::CTRL | Qt::Key(key++)));
+        const QString id = meta.id;
+        connect(open, &QAction::triggered, this, [this, id] { emit widgetWindowRequested(id); });
+    }
 
     auto* central = new QWidget(this);
     auto* outer = new QVBoxLayout(central);
@@ -79,7 +91,7 @@ HubWindow::HubWindow(QWidget* parent)
     scroll->setObjectName(QStringLiteral("hubScrollArea"));
     scroll->setWidgetResizable(true);
     scroll->setFrameShape(QFrame::NoFrame);
-    scroll->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
+    scroll->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     auto* content = new QWidget(scroll);
     m_column = new QVBoxLayout(content);
     m_column->setContentsMargins(20, 20, 20, 20);
@@ -95,6 +107,7 @@ HubWindow::HubWindow(QWidget* parent)
     addSection(m_account);
     addSection(m_toggles);
     addSection(m_settings);
+    connect(m_toggles, &WidgetTogglesView::openRequested, this, &HubWindow::widgetWindowRequested);
 }
 
 void HubWindow::addSection(QWidget* section)

@@ -33,6 +33,8 @@ signals:
     void historyRequested();
     void exportRequested();
     void importRequested();
+    // The Widgets menu or a toggle row's "Open": the widget in a window of its own.
+    void widgetWindowRequested(const QString& widgetId);
 
 private:
     QVBoxLayout* m_column = nullptr;

@@ -3,12 +3,15 @@
 #include <QApplication>
 #include <QKeyEvent>
 #include <QScreen>
+#include <QTimer>
 #include <QVBoxLayout>
 
 namespace {
 // A click on the tray icon deactivates the popup before the icon reports the
 // click; within this window the click is the one that closed it.
 constexpr qint64 reopenGuardMs = 350;
+// How long the window manager has to activate a window after a dialog closes.
+constexpr int dialogSettleMs = 150;
 } // namespace
 
 TrayPopup::TrayPopup(const QString& title, QWidget* parent)
@@ -92,18 +95,49 @@ bool TrayPopup::justClosed() const
 
 bool TrayPopup::ownsActiveWindow() const
 {
-    for (QWidget* w = QApplication::activeWindow(); w; w = w->parentWidget()) {
-        if (w == this)
-            return true;
-    }
-    return false;
+    const QWidget* active = QApplication::activeWindow();
+    return active && (active == this || isAncestorWindowOf(active));
 }
 
 bool TrayPopup::event(QEvent* event)
 {
     if (event->type() == QEvent::WindowDeactivate && isVisible() && !ownsActiveWindow())
         hide();
+    // While shown, a dialog of its own closing is watched for (see eventFilter).
+    if (event->type() == QEvent::Show)
+        qApp->installEventFilter(this);
+    else if (event->type() == QEvent::Hide)
+        qApp->removeEventFilter(this);
     return QWidget::event(event);
+}
+
+bool TrayPopup::eventFilter(QObject* watched, QEvent* event)
+{
+    // A dialog opened from the popup closes: window managers hand activation to
+    // whichever window they like, often none, and a popup left inactive would never
+    // hear of the next outside click. The popup takes activation back instead.
+    if (event->type() == QEvent::Hide && watched != this) {
+        auto* window = qobject_cast<QWidget*>(watched);
+        if (window && window->isWindow() && isAncestorWindowOf(window))
+            QTimer::singleShot(dialogSettleMs, this, [this] {
+                // Only when nothing of the app's is active: a window the window
+                // manager chose (the hub) keeps the keyboard.
+                if (isVisible() && !QApplication::activeWindow()) {
+                    raise();
+                    activateWindow();
+                }
+            });
+    }
+    return false;
+}
+
+bool TrayPopup::isAncestorWindowOf(const QWidget* window) const
+{
+    for (const QWidget* w = window->parentWidget(); w; w = w->parentWidget()) {
+        if (w == this)
+            return true;
+    }
+    return false;
 }
 
 void TrayPopup::keyPressEvent(QKeyEvent* event)

@@ -6,7 +6,8 @@
 // The window a tray icon opens: frameless, 300 x 380, placed next to the icon.
 // A Qt::Tool window rather than a Qt::Popup so that screen readers and UI
 // automation can reach it. It closes on Escape and when it loses activation to
-// a window it does not own; a dialog opened from it keeps it open.
+// a window it does not own; a dialog opened from it keeps it open, and hands
+// activation back to it when it closes.
 class TrayPopup final : public QWidget
 {
     Q_OBJECT
@@ -35,11 +36,13 @@ signals:
 
 protected:
     bool event(QEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
     void hideEvent(QHideEvent* event) override;
 
 private:
     bool ownsActiveWindow() const;
+    bool isAncestorWindowOf(const QWidget* window) const;
 
     QWidget* m_content = nullptr;
     QElapsedTimer m_closedAt;

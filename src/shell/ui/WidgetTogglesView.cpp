@@ -11,6 +11,7 @@
 
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QPushButton>
 #include <QSystemTrayIcon>
 #include <QVBoxLayout>
 
@@ -72,9 +73,14 @@ WidgetTogglesView::WidgetTogglesView(QWidget* parent)
         auto* floating = new Switch(block);
         floating->setObjectName(meta.id + QStringLiteral("FloatingSwitch"));
         floating->setAccessibleName(meta.name + QStringLiteral(" floating"));
+        auto* open = new QPushButton(QStringLiteral("Open"), block);
+        open->setObjectName(meta.id + QStringLiteral("OpenButton"));
+        open->setAccessibleName(QStringLiteral("Open ") + meta.name);
+        open->setToolTip(QStringLiteral("Open %1 in a window").arg(meta.name));
         row->addWidget(icon);
         row->addWidget(name);
         row->addStretch();
+        row->addWidget(open);
         row->addWidget(centred(status, statusColumn, block));
         row->addWidget(centred(floating, floatingColumn, block));
         rows->addLayout(row);
@@ -83,11 +89,15 @@ WidgetTogglesView::WidgetTogglesView(QWidget* parent)
         const QString id = meta.id;
         connect(status, &Switch::toggled, this, [this, id](bool on) { toggle(id, true, on); });
         connect(floating, &Switch::toggled, this, [this, id](bool on) { toggle(id, false, on); });
+        connect(open, &QPushButton::clicked, this, [this, id] { emit openRequested(id); });
     }
     column->addWidget(block);
 
     m_noTrayNote = new QLabel(
-        QStringLiteral("This desktop shows no system tray, so status bar items stay hidden."),
+        QStringLiteral("This desktop shows no system tray, so status bar items stay hidden. "
+                       "Open a widget here instead, or add a tray: on GNOME, install "
+                       "gnome-shell-extension-appindicator, log in again and turn on "
+                       "AppIndicator and KStatusNotifierItem Support in Extensions."),
         this);
     m_noTrayNote->setObjectName(QStringLiteral("noTrayNote"));
     m_noTrayNote->setWordWrap(true);

@@ -8,7 +8,8 @@ class Switch;
 class WidgetPlacement;
 
 // The hub's "Widgets" block: per widget, a switch for its tray item and one for
-// its floating panel, kept in step with the stored placements.
+// its floating panel, kept in step with the stored placements, and a button that
+// opens the widget in a window (all there is on a desktop without a tray).
 class WidgetTogglesView final : public QWidget
 {
     Q_OBJECT
@@ -28,6 +29,10 @@ public:
     // The placement of a widget, created (all off) and saved when there is none;
     // a legacy mode is migrated in memory.
     static WidgetPlacement* placement(const QString& widgetId);
+
+signals:
+    // The row's "Open" button: the widget's full view in a window of its own.
+    void openRequested(const QString& widgetId);
 
 protected:
     void showEvent(QShowEvent* event) override;

@@ -29,6 +29,19 @@ WindowManager::~WindowManager()
 {
     qDeleteAll(m_statusHosts);
     qDeleteAll(m_panelHosts);
+    for (const QPointer<WidgetWindow>& window : std::as_const(m_windows))
+        delete window.data();
+}
+
+WidgetWindow* WindowManager::openWindow(const QString& widgetId)
+{
+    WidgetWindow* window = m_windows.value(widgetId);
+    if (!window) {
+        window = new WidgetWindow(widgetId, widgetView(widgetId, false));
+        m_windows.insert(widgetId, window);
+    }
+    window->bringForward();
+    return window;
 }
 
 QWidget* WindowManager::widgetView(const QString& widgetId, bool viewOnly) const

@@ -2,12 +2,16 @@
 
 #include <QHash>
 #include <QObject>
+#include <QPointer>
 #include <QString>
+
+#include "WidgetWindow.h"
 
 #include <functional>
 
 class DesktopPanelHost;
 class StatusItemHost;
+
 class QWidget;
 
 // Turns widget placements into live tray items and floating panels, and back.
@@ -28,6 +32,10 @@ public:
     void sync(const QString& widgetId, bool inStatusBar, bool inFloating);
     // The user closed a panel: float off, frame forgotten, saved.
     void handlePanelClosed(const QString& widgetId);
+
+    // Opens the widget's full view as an ordinary window, or raises the open one.
+    WidgetWindow* openWindow(const QString& widgetId);
+    WidgetWindow* window(const QString& widgetId) const { return m_windows.value(widgetId); }
 
     // The view for a widget identifier (a placeholder for an unknown one).
     QWidget* widgetView(const QString& widgetId, bool viewOnly) const;
@@ -55,5 +63,6 @@ signals:
 private:
     QHash<QString, StatusItemHost*> m_statusHosts;
     QHash<QString, DesktopPanelHost*> m_panelHosts;
+    QHash<QString, QPointer<WidgetWindow>> m_windows;
     ViewFactory m_viewFactory;
 };

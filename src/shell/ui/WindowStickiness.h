@@ -1,5 +1,6 @@
 #pragma once
 
+class QPoint;
 class QWidget;
 
 // Shows a window on every virtual desktop, above other windows whichever
@@ -12,8 +13,9 @@ public:
     // Before the window is first mapped: what the window manager reads then.
     static void apply(QWidget* window);
     // Once the window is on screen: window managers that read the properties only
-    // at map time (or not at all for these) are asked again.
-    static void request(QWidget* window);
+    // at map time (or not at all for these) are asked again, and those that place
+    // windows themselves are asked to put it at `at`, where the app placed it.
+    static void request(QWidget* window, const QPoint& at);
     // False on an X11 display without a compositing manager, where transparent
     // pixels show as black.
     static bool canBlend();

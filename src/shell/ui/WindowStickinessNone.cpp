@@ -3,7 +3,7 @@
 // No window manager to ask: windows stay where the toolkit puts them.
 void WindowStickiness::apply(QWidget*) {}
 
-void WindowStickiness::request(QWidget*) {}
+void WindowStickiness::request(QWidget*, const QPoint&) {}
 
 // Nothing says a compositor blends, so windows are drawn opaque rather than risk
 // transparent corners showing black.

@@ -1,5 +1,7 @@
 #include "WindowStickiness.h"
 
+#include "SwayCommand.h"
+
 #include <QGuiApplication>
 #include <QWidget>
 
@@ -104,7 +106,7 @@ void WindowStickiness::apply(QWidget* window)
     xcb_flush(c);
 }
 
-void WindowStickiness::request(QWidget* window)
+void WindowStickiness::request(QWidget* window, const QPoint& at)
 {
     const auto w = x11Window(window);
     if (!w)
@@ -116,6 +118,8 @@ void WindowStickiness::request(QWidget* window)
     for (xcb_atom_t state : wantedStates(c))
         sendClientMessage(*w, wmState, {1 /* add */, state, 0, 1 /* an application */, 0});
     xcb_flush(c);
+    // Sway ignores all of that for Xwayland windows, and centres every floating one.
+    SwayCommand::send(SwayCommand::placeSticky(w->id, at.x(), at.y()));
 }
 
 bool WindowStickiness::canBlend()

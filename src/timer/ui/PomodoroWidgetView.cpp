@@ -117,7 +117,7 @@ PomodoroWidgetView::PomodoroWidgetView(bool viewOnly, QWidget* parent)
         m_footer->setFont(Theme::font(Theme::Font::Caption));
         Theme::makeSecondary(m_footer);
         auto* gear =
-            controlButton(QStringLiteral("gearshape"), QStringLiteral("Settings"), 24, this);
+            controlButton(QStringLiteral("gearshape"), QStringLiteral("Settings"), 32, this);
         gear->setObjectName(QStringLiteral("settingsButton"));
         gear->setAutoRaise(true);
         footer->addWidget(m_footer);
