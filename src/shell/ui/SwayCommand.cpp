@@ -33,9 +33,14 @@ QByteArray SwayCommand::encode(const QByteArray& command)
 
 QByteArray SwayCommand::placeSticky(quint32 x11Window, int x, int y)
 {
+    return moveTo(x11Window, x, y).replace("] move", "] sticky enable, move");
+}
+
+QByteArray SwayCommand::moveTo(quint32 x11Window, int x, int y)
+{
     return QByteArrayLiteral("[id=") + QByteArray::number(x11Window) +
-           QByteArrayLiteral("] sticky enable, move absolute position ") + QByteArray::number(x) +
-           ' ' + QByteArray::number(y);
+           QByteArrayLiteral("] move absolute position ") + QByteArray::number(x) + ' ' +
+           QByteArray::number(y);
 }
 
 bool SwayCommand::send(const QByteArray& command, const QString& socket, int attempts)

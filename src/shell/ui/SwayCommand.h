@@ -16,6 +16,8 @@ public:
     // "[id=…] sticky enable, move absolute position X Y" (screen coordinates) for an Xwayland
     // window.
     static QByteArray placeSticky(quint32 x11Window, int x, int y);
+    // "[id=…] move absolute position X Y".
+    static QByteArray moveTo(quint32 x11Window, int x, int y);
     // Sends `command` without waiting; sent again while sway answers that it failed
     // (a window it has not taken on yet), up to `attempts` times in all. False when
     // there is no socket to send to.

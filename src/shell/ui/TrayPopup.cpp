@@ -1,5 +1,7 @@
 #include "TrayPopup.h"
 
+#include "WindowStickiness.h"
+
 #include <QApplication>
 #include <QKeyEvent>
 #include <QScreen>
@@ -82,8 +84,10 @@ void TrayPopup::showNear(const QRect& anchor)
         screen = QGuiApplication::primaryScreen();
     const QRect whole = screen ? screen->geometry() : QRect(QPoint(), DefaultSize);
     const QRect available = screen ? screen->availableGeometry() : whole;
-    move(placement(anchor, whole, available, size()).topLeft());
+    const QPoint at = placement(anchor, whole, available, size()).topLeft();
+    move(at);
     show();
+    WindowStickiness::keepAt(this, at);
     raise();
     activateWindow();
 }

@@ -16,6 +16,9 @@ public:
     // at map time (or not at all for these) are asked again, and those that place
     // windows themselves are asked to put it at `at`, where the app placed it.
     static void request(QWidget* window, const QPoint& at);
+    // Just shown at `at`: window managers that place windows themselves (sway
+    // centres every floating one) are asked to leave it there.
+    static void keepAt(QWidget* window, const QPoint& at);
     // False on an X11 display without a compositing manager, where transparent
     // pixels show as black.
     static bool canBlend();

@@ -5,6 +5,8 @@ void WindowStickiness::apply(QWidget*) {}
 
 void WindowStickiness::request(QWidget*, const QPoint&) {}
 
+void WindowStickiness::keepAt(QWidget*, const QPoint&) {}
+
 // Nothing says a compositor blends, so windows are drawn opaque rather than risk
 // transparent corners showing black.
 bool WindowStickiness::canBlend()

@@ -122,6 +122,12 @@ void WindowStickiness::request(QWidget* window, const QPoint& at)
     SwayCommand::send(SwayCommand::placeSticky(w->id, at.x(), at.y()));
 }
 
+void WindowStickiness::keepAt(QWidget* window, const QPoint& at)
+{
+    if (const auto w = x11Window(window))
+        SwayCommand::send(SwayCommand::moveTo(w->id, at.x(), at.y()));
+}
+
 bool WindowStickiness::canBlend()
 {
     if (QGuiApplication::platformName() != QLatin1String("xcb"))
