@@ -33,6 +33,9 @@ private slots:
 
         const QByteArray command = SwayCommand::placeSticky(4194325, 40, -8);
         QCOMPARE(command, QByteArray("[id=4194325] sticky enable, move absolute position 40 -8"));
+        QCOMPARE(SwayCommand::floatAt(7, QRect(10, 20, 440, 600)),
+                 QByteArray("[id=7] floating enable, resize set 440 600, move absolute position "
+                            "10 20"));
         QVERIFY(SwayCommand::send(command, sway.fullServerName()));
         QTRY_COMPARE(connections, 2);
         QTRY_COMPARE(received.size(), 14 + command.size());
@@ -47,6 +50,12 @@ private slots:
         QCOMPARE(connections, 2);
         QVERIFY(!SwayCommand::succeeded(R"([{"success":true},{"success":false}])"));
         QVERIFY(!SwayCommand::succeeded("not json"));
+
+        const QByteArray workspaces =
+            R"([{"name":"1","focused":false,"rect":{"x":0,"y":0,"width":9,"height":9}},
+            {"name":"2","focused":true,"rect":{"x":0,"y":30,"width":1024,"height":738}}])";
+        QCOMPARE(SwayCommand::focusedWorkspace(workspaces), QRect(0, 30, 1024, 738));
+        QVERIFY(SwayCommand::focusedWorkspace("[]").isNull());
 
         QVERIFY(!SwayCommand::send(command, QString()));
         // A socket nobody listens on fails quietly.

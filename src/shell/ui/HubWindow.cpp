@@ -8,12 +8,16 @@
 #include "WidgetRegistry.h"
 #include "WidgetTogglesView.h"
 #include "WindowActivation.h"
+#include "WindowStickiness.h"
 
 #include <QFrame>
+#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QMenuBar>
+#include <QScreen>
 #include <QScrollArea>
+#include <QShowEvent>
 #include <QVBoxLayout>
 
 HubWindow::HubWindow(QWidget* parent)
@@ -121,6 +125,17 @@ void HubWindow::setStoreProblem(const QString& text)
     m_storeProblem->setText(text);
     m_storeProblem->setAccessibleName(text);
     m_storeProblem->setVisible(!text.isEmpty());
+}
+
+void HubWindow::showEvent(QShowEvent* event)
+{
+    QMainWindow::showEvent(event);
+    if (event->spontaneous())
+        return;
+    QRect frame(QPoint(), size());
+    if (const QScreen* screen = QGuiApplication::primaryScreen())
+        frame.moveCenter(screen->availableGeometry().center());
+    WindowStickiness::keepFloating(this, frame);
 }
 
 void HubWindow::bringForward(const QString& activation)

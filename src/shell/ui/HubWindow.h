@@ -36,6 +36,9 @@ signals:
     // The Widgets menu or a toggle row's "Open": the widget in a window of its own.
     void widgetWindowRequested(const QString& widgetId);
 
+protected:
+    void showEvent(QShowEvent* event) override;
+
 private:
     QVBoxLayout* m_column = nullptr;
     QLabel* m_storeProblem = nullptr;

@@ -149,14 +149,22 @@ SniToolTip StatusNotifierItemDBus::toolTip() const
     return {m_iconName, {}, m_title, m_toolTip};
 }
 
+QPoint StatusNotifierItemDBus::screenPoint(int x, int y)
+{
+    // (0, 0) says nothing; so does a point within the first icon's size of the
+    // corner: some hosts (waybar) pass where in the icon the click was.
+    constexpr int iconLocal = 32;
+    return x < iconLocal && y < iconLocal && x >= 0 && y >= 0 ? QPoint() : QPoint(x, y);
+}
+
 void StatusNotifierItemDBus::activate(int x, int y)
 {
-    emit activated(x == 0 && y == 0 ? QPoint() : QPoint(x, y));
+    emit activated(screenPoint(x, y));
 }
 
 void StatusNotifierItemDBus::contextMenu(int x, int y)
 {
-    emit contextMenuRequested(x == 0 && y == 0 ? QPoint() : QPoint(x, y));
+    emit contextMenuRequested(screenPoint(x, y));
 }
 
 void StatusNotifierItemDBus::scroll(int delta, const QString& orientation)

@@ -34,6 +34,8 @@ public:
     void activate(int x, int y);
     void contextMenu(int x, int y);
     void scroll(int delta, const QString& orientation);
+    // The screen point a host's coordinates give; null when they give none.
+    static QPoint screenPoint(int x, int y);
 
 signals:
     void iconChanged();

@@ -88,6 +88,17 @@ void TrayPopup::showNear(const QRect& anchor)
     move(at);
     show();
     WindowStickiness::keepAt(this, at);
+    if (!anchor.isValid()) {
+        // Where X11 clients are not told of the bars (sway), the tray's end of the bar
+        // is found again once the windowing system says where they are.
+        WindowStickiness::workArea(this, [this, whole](const QRect& area) {
+            if (!isVisible())
+                return;
+            const QPoint there = placement({}, whole, area, size()).topLeft();
+            move(there);
+            WindowStickiness::keepAt(this, there);
+        });
+    }
     raise();
     activateWindow();
 }

@@ -1,6 +1,10 @@
 #pragma once
 
+#include <functional>
+
+class QObject;
 class QPoint;
+class QRect;
 class QWidget;
 
 // Shows a window on every virtual desktop, above other windows whichever
@@ -19,6 +23,13 @@ public:
     // Just shown at `at`: window managers that place windows themselves (sway
     // centres every floating one) are asked to leave it there.
     static void keepAt(QWidget* window, const QPoint& at);
+    // A small main window that a tiling window manager would spread over the whole
+    // screen (and, on sway, over the panels' clicks) floats at `frame` instead.
+    static void keepFloating(QWidget* window, const QRect& frame);
+    // The work area where the windowing system tells X11 clients nothing of its bars
+    // (sway), handed to `answer` when learnt, in `context`'s lifetime; never called
+    // where the screen's own available geometry holds.
+    static void workArea(QObject* context, std::function<void(const QRect&)> answer);
     // False on an X11 display without a compositing manager, where transparent
     // pixels show as black.
     static bool canBlend();

@@ -7,6 +7,11 @@ void WindowStickiness::request(QWidget*, const QPoint&) {}
 
 void WindowStickiness::keepAt(QWidget*, const QPoint&) {}
 
+void WindowStickiness::keepFloating(QWidget*, const QRect&) {}
+
+// The screen's own available geometry is all there is to know.
+void WindowStickiness::workArea(QObject*, std::function<void(const QRect&)>) {}
+
 // Nothing says a compositor blends, so windows are drawn opaque rather than risk
 // transparent corners showing black.
 bool WindowStickiness::canBlend()

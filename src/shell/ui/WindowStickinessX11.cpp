@@ -3,6 +3,7 @@
 #include "SwayCommand.h"
 
 #include <QGuiApplication>
+#include <QPointer>
 #include <QWidget>
 
 #include <xcb/xcb.h>
@@ -126,6 +127,24 @@ void WindowStickiness::keepAt(QWidget* window, const QPoint& at)
 {
     if (const auto w = x11Window(window))
         SwayCommand::send(SwayCommand::moveTo(w->id, at.x(), at.y()));
+}
+
+void WindowStickiness::keepFloating(QWidget* window, const QRect& frame)
+{
+    // Sway keeps Xwayland windows stacked by when they were last active, and hands a
+    // click to the topmost one there: a hub tiled over the screen would take the
+    // clicks meant for the floating panels in front of it.
+    if (const auto w = x11Window(window))
+        SwayCommand::send(SwayCommand::floatAt(w->id, frame));
+}
+
+void WindowStickiness::workArea(QObject* context, std::function<void(const QRect&)> answer)
+{
+    SwayCommand::workArea(
+        [context = QPointer<QObject>(context), answer = std::move(answer)](const QRect& area) {
+            if (context)
+                answer(area);
+        });
 }
 
 bool WindowStickiness::canBlend()
