@@ -2,6 +2,7 @@
 #include "AppServices.h"
 #include "BundleInfo.h"
 #include "ControlCommand.h"
+#include "ControlSurface.h"
 #include "DataCommand.h"
 #include "DataStore.h"
 #include "Preferences.h"
@@ -17,6 +18,7 @@
 #include <QPixmap>
 #include <QTextStream>
 #include <QThread>
+#include <QTimer>
 #include <QUrl>
 
 #include <cstdio>
@@ -133,8 +135,8 @@ std::optional<int> runCommand(int argc, char* argv[])
         return std::nullopt;
     QCoreApplication app(argc, argv);
     QTextStream out(stdout), err(stderr);
-    const int status =
-        data ? DataCommand::run(args, out, err) : ControlCommand::run(args, out, err);
+    const int status = data ? DataCommand::run(args, out, err, &ControlCommand::handOff)
+                            : ControlCommand::run(args, out, err);
     out.flush();
     err.flush();
     return status;
@@ -241,5 +243,10 @@ int main(int argc, char* argv[])
                                 : AppController::Launch::Normal);
     if (!request.url.isEmpty())
         controller.openUrl(QUrl(request.url, QUrl::StrictMode));
+    // Shortcuts, status bars and `tidewell ctl` reach the app here, once the first
+    // windows are up.
+    QTimer::singleShot(0, &controller, [&services, &controller] {
+        ControlSurface::publish(services, &controller, [&controller] { controller.showHistory(); });
+    });
     return app.exec();
 }

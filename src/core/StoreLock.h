@@ -6,7 +6,7 @@
 
 // An advisory lock on a file beside the store, held for as long as the process
 // runs: whatever happens to the single-instance socket, two processes never write
-// one store.
+// one store. One implementation per platform.
 class StoreLock
 {
 public:
@@ -20,6 +20,7 @@ public:
     StoreLock& operator=(const StoreLock&) = delete;
 
 private:
-    explicit StoreLock(int fd);
-    int m_fd;
+    struct Held; // what the platform holds the lock by
+    explicit StoreLock(std::unique_ptr<Held> held);
+    std::unique_ptr<Held> m_held;
 };

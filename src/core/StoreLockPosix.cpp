@@ -8,6 +8,17 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+struct StoreLock::Held
+{
+    explicit Held(int descriptor)
+        : fd(descriptor)
+    {}
+    ~Held() { ::close(fd); }
+    Held(const Held&) = delete;
+    Held& operator=(const Held&) = delete;
+    int fd;
+};
+
 std::unique_ptr<StoreLock> StoreLock::acquire(const QString& storePath, bool* heldElsewhere,
                                               QString* error)
 {
@@ -26,14 +37,11 @@ std::unique_ptr<StoreLock> StoreLock::acquire(const QString& storePath, bool* he
         ::close(fd);
         return nullptr;
     }
-    return std::unique_ptr<StoreLock>(new StoreLock(fd));
+    return std::unique_ptr<StoreLock>(new StoreLock(std::make_unique<Held>(fd)));
 }
 
-StoreLock::StoreLock(int fd)
-    : m_fd(fd)
+StoreLock::StoreLock(std::unique_ptr<Held> held)
+    : m_held(std::move(held))
 {}
 
-StoreLock::~StoreLock()
-{
-    ::close(m_fd);
-}
+StoreLock::~StoreLock() = default;

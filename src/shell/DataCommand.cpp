@@ -3,25 +3,12 @@
 #include "Clock.h"
 #include "DataStore.h"
 #include "DataTransfer.h"
-#include "DesktopBus.h"
 #include "StoreLock.h"
 
-#include <QDBusConnection>
-#include <QDBusConnectionInterface>
-#include <QDBusMessage>
 #include <QFileInfo>
 
 namespace {
-// An import of years of history takes a while; a hung Tidewell still ends the wait.
-constexpr int CallTimeoutMs = 300'000;
-
-struct Request
-{
-    bool isImport = false;
-    ExportDocument::Mode mode = ExportDocument::Mode::Replace;
-    QString file;
-    QString csvDirectory;
-};
+using Request = DataCommand::Request;
 
 std::optional<Request> parse(QStringList args, QString* problem)
 {
@@ -59,50 +46,6 @@ std::optional<Request> parse(QStringList args, QString* problem)
     return std::nullopt;
 }
 
-bool running()
-{
-    QDBusConnection bus = QDBusConnection::sessionBus();
-    return bus.isConnected() && bus.interface() &&
-           bus.interface()->isServiceRegistered(DesktopBus::Service).value();
-}
-
-void report(const Request& request, const QStringList& summary, QTextStream& out)
-{
-    if (!request.isImport) {
-        out << "Exported to " << request.file << '\n';
-        if (!request.csvDirectory.isEmpty())
-            out << "CSV files in " << request.csvDirectory << '\n';
-        return;
-    }
-    for (const QString& line : summary)
-        out << line << '\n';
-    out << "Imported " << request.file << '\n';
-}
-
-int throughRunningApp(const Request& request, QTextStream& out, QTextStream& err)
-{
-    QDBusMessage call = QDBusMessage::createMethodCall(
-        DesktopBus::Service, DesktopBus::ObjectPath, DesktopBus::DataInterface,
-        request.isImport ? QStringLiteral("Import") : QStringLiteral("Export"));
-    if (request.isImport)
-        call << request.file
-             << (request.mode == ExportDocument::Mode::Replace ? QStringLiteral("replace")
-                                                               : QStringLiteral("merge"));
-    else
-        call << request.file << request.csvDirectory;
-    call.setAutoStartService(false);
-    const QDBusMessage reply =
-        QDBusConnection::sessionBus().call(call, QDBus::Block, CallTimeoutMs);
-    if (reply.type() != QDBusMessage::ReplyMessage) {
-        err << "tidewell: " << reply.errorMessage() << '\n';
-        return reply.errorName().startsWith(u"com.brenlow.tidewell.Error.") ? DataCommand::Refused
-                                                                            : DataCommand::Failed;
-    }
-    report(request, request.isImport ? reply.arguments().value(0).toStringList() : QStringList(),
-           out);
-    return DataCommand::Ok;
-}
-
 int onTheStore(const Request& request, QTextStream& out, QTextStream& err)
 {
     QString error;
@@ -117,8 +60,7 @@ int onTheStore(const Request& request, QTextStream& out, QTextStream& err)
     std::unique_ptr<StoreLock> lock =
         path.isEmpty() ? nullptr : StoreLock::acquire(path, &held, &error);
     if (held) {
-        err << "tidewell: Tidewell is running but not on the session bus; quit it and try "
-               "again\n";
+        err << "tidewell: Tidewell is running but cannot be reached; quit it and try again\n";
         return DataCommand::Failed;
     }
     std::unique_ptr<DataStore> store = path.isEmpty() ? nullptr : DataStore::open(path, &error);
@@ -136,7 +78,7 @@ int onTheStore(const Request& request, QTextStream& out, QTextStream& err)
         err << "tidewell: " << error << '\n';
         return DataCommand::Failed;
     }
-    report(request, summary, out);
+    DataCommand::report(request, summary, out);
     return DataCommand::Ok;
 }
 } // namespace
@@ -146,7 +88,8 @@ bool DataCommand::handles(const QStringList& args)
     return args.value(0) == u"export" || args.value(0) == u"import";
 }
 
-int DataCommand::run(const QStringList& args, QTextStream& out, QTextStream& err)
+int DataCommand::run(const QStringList& args, QTextStream& out, QTextStream& err,
+                     const HandOff& handOff)
 {
     QString problem;
     const std::optional<Request> request = parse(args, &problem);
@@ -154,5 +97,20 @@ int DataCommand::run(const QStringList& args, QTextStream& out, QTextStream& err
         err << "tidewell: " << problem << "\nTry 'tidewell --help'.\n";
         return Usage;
     }
-    return running() ? throughRunningApp(*request, out, err) : onTheStore(*request, out, err);
+    if (const std::optional<int> status = handOff(*request, out, err))
+        return *status;
+    return onTheStore(*request, out, err);
+}
+
+void DataCommand::report(const Request& request, const QStringList& summary, QTextStream& out)
+{
+    if (!request.isImport) {
+        out << "Exported to " << request.file << '\n';
+        if (!request.csvDirectory.isEmpty())
+            out << "CSV files in " << request.csvDirectory << '\n';
+        return;
+    }
+    for (const QString& line : summary)
+        out << line << '\n';
+    out << "Imported " << request.file << '\n';
 }

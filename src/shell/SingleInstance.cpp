@@ -20,10 +20,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#ifndef MSG_NOSIGNAL
-#define MSG_NOSIGNAL 0 // platforms without it set SO_NOSIGPIPE on the socket instead
-#endif
-
+// Every send() passes MSG_NOSIGNAL (POSIX.1-2008): a peer that hung up must not end
+// the process with SIGPIPE.
 namespace {
 const QByteArray ack = QByteArrayLiteral("ok\n");
 const QByteArray refusal = QByteArrayLiteral("refused ");
@@ -48,10 +46,6 @@ int openSocket()
         return -1;
     ::fcntl(fd, F_SETFD, FD_CLOEXEC);
     ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
-#ifdef SO_NOSIGPIPE
-    const int on = 1;
-    ::setsockopt(fd, SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof(on));
-#endif
     return fd;
 }
 

@@ -4,6 +4,7 @@
 #include <QString>
 
 #include <functional>
+#include <memory>
 
 class QObject;
 
@@ -22,11 +23,15 @@ struct KeychainReply
 
 // Where the token is kept: the system's secret store, or a fake in tests.
 // Calls block the calling thread, each for a bounded time; KeychainStore makes
-// them on a thread of its own, never on the GUI thread.
+// them on a thread of its own, never on the GUI thread. One implementation per
+// platform; where there is none, nothing is kept.
 class KeychainBackend
 {
 public:
     virtual ~KeychainBackend() = default;
+
+    // This platform's secret store, one for the whole process.
+    static std::shared_ptr<KeychainBackend> system();
 
     // Done with the item's data, Missing when there surely is no such item.
     virtual KeychainReply read(const QString& service, const QString& account) = 0;

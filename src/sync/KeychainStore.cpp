@@ -1,7 +1,6 @@
 #include "KeychainStore.h"
 
 #include "BundleInfo.h"
-#include "SecretServiceKeychain.h"
 
 #include <QCoreApplication>
 #include <QCoro/QCoroFuture>
@@ -93,14 +92,6 @@ KeychainStore::KeychainStore(std::shared_ptr<KeychainBackend> backend)
 }
 
 KeychainStore::~KeychainStore() = default;
-
-std::shared_ptr<KeychainBackend> KeychainStore::system()
-{
-    // One for the whole process: the secret-store library keeps per-process state
-    // tied to the thread that first used it, so its worker thread must never change.
-    static const auto keychain = std::make_shared<SecretServiceKeychain>();
-    return keychain;
-}
 
 QString KeychainStore::service()
 {

@@ -16,14 +16,11 @@
 class KeychainStore
 {
 public:
-    // Keeps the token in `backend` (system() on this desktop).
+    // Keeps the token in `backend` (KeychainBackend::system() in the app).
     explicit KeychainStore(std::shared_ptr<KeychainBackend> backend);
     ~KeychainStore();
     KeychainStore(const KeychainStore&) = delete;
     KeychainStore& operator=(const KeychainStore&) = delete;
-
-    // The desktop's secret store, one for the whole process.
-    static std::shared_ptr<KeychainBackend> system();
 
     // The bundle identifier, or "com.brenlow.tidewell" without one.
     static QString service();

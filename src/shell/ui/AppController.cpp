@@ -7,7 +7,6 @@
 #include "DailyResetService.h"
 #include "DataStore.h"
 #include "DataTransfer.h"
-#include "DesktopBus.h"
 #include "HabitsService.h"
 #include "HistoryWindow.h"
 #include "HubWindow.h"
@@ -86,15 +85,6 @@ void AppController::start(Launch launch)
             m_services.notifications().deliverDue();
             m_services.timer().didBecomeActive();
         });
-        // Shortcuts, status bars and `tidewell ctl` reach the app here.
-        auto* bus = new DesktopBus(m_services.timer(), m_services.habits(), m_services.tasks(),
-                                   m_services.store().mainContext(), m_services.transfer(), this);
-        connect(bus, &DesktopBus::historyRequested, this, &AppController::showHistory);
-        connect(bus, &DesktopBus::registered, this, [](bool ok, const QString& why) {
-            if (!ok)
-                qWarning("AppController: not on the session bus (%s)", qPrintable(why));
-        });
-        bus->publish();
     });
     connect(qApp, &QCoreApplication::aboutToQuit, this, &AppController::shutDown);
     // Logging out ends the session without asking: keep what the user did.

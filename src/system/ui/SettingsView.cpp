@@ -75,6 +75,7 @@ SettingsView::SettingsView(QWidget* parent)
     m_sounds->setChecked(Preferences::soundsEnabled());
     m_notifications->setChecked(Preferences::notificationsEnabled());
     m_autoStart->setChecked(Preferences::autoStartSessions());
+    m_launchAtLogin->setEnabled(LaunchAtLogin::isSupported());
 
     connect(m_sounds, &Switch::toggled, this, [](bool on) {
         Preferences::setSoundsEnabled(on);

@@ -10,7 +10,15 @@
 #include <QSettings>
 #include <QStandardPaths>
 
+// An XDG autostart entry: $XDG_CONFIG_HOME/autostart/<bundle identifier>.desktop.
 namespace {
+QString entryPath()
+{
+    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
+           QStringLiteral("/autostart/") + BundleInfo::current().identifier +
+           QStringLiteral(".desktop");
+}
+
 QByteArray entryContent()
 {
     // The running executable is the installed one (scripts/run or the package
@@ -27,13 +35,12 @@ QByteArray entryContent()
 }
 } // namespace
 
-QString LaunchAtLogin::entryPath()
+bool LaunchAtLogin::isSupported()
 {
-    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
-           QStringLiteral("/autostart/") + BundleInfo::current().identifier +
-           QStringLiteral(".desktop");
+    return true;
 }
 
+// The entry exists and is not hidden.
 bool LaunchAtLogin::isEnabled()
 {
     QFile entry(entryPath());
