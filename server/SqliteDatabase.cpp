@@ -50,9 +50,9 @@ std::unique_ptr<SqliteDatabase> SqliteDatabase::connect(const Settings& settings
         },
         out->m_group.get());
     // A small page cache per connection: the server keeps one connection a thread.
-    for (const char* pragma : {"PRAGMA foreign_keys = ON", "PRAGMA journal_mode = WAL",
-                               "PRAGMA synchronous = FULL", "PRAGMA cache_size = -1024",
-                               "PRAGMA temp_store = MEMORY"}) {
+    for (const char* pragma :
+         {"PRAGMA foreign_keys = ON", "PRAGMA journal_mode = WAL", "PRAGMA synchronous = FULL",
+          "PRAGMA cache_size = -1024", "PRAGMA temp_store = MEMORY"}) {
         if (!out->run(pragma)) {
             *error = messageOf(db);
             return nullptr;
