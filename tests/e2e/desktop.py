@@ -9,6 +9,25 @@ import tempfile
 import time
 
 
+def start_xvfb(log, size, numbers):
+    """An Xvfb on a display number of its own, once it answers; its display and
+    process. -displayfd proved unreliable under some process supervisors. Two
+    desktops started at once may pick the same number: the loser's Xvfb exits, and
+    it moves on to the next."""
+    for number in numbers:
+        if os.path.exists("/tmp/.X%d-lock" % number):
+            continue
+        display = ":%d" % number
+        with open(log, "w") as err:
+            xvfb = subprocess.Popen(["Xvfb", display, "-screen", "0", size + "x24", "-nolisten",
+                                     "tcp"], stdout=subprocess.DEVNULL, stderr=err)
+        ready = wait_for(lambda: xvfb.poll() is not None or subprocess.run(
+            ["xdpyinfo", "-display", display], capture_output=True).returncode == 0, 10)
+        if ready and xvfb.poll() is None:
+            return display, xvfb
+    raise RuntimeError("no Xvfb could start (see %s)" % log)
+
+
 def wait_for(predicate, timeout=10.0, interval=0.05):
     deadline = time.monotonic() + timeout
     while time.monotonic() < deadline:
@@ -32,21 +51,8 @@ class Desktop:
         os.makedirs(self.home)
         os.makedirs(runtime, mode=0o700)
         self.procs = []
-        # A display number of our own; -displayfd proved unreliable under some process
-        # supervisors. Two desktops started at once may pick the same number: the
-        # loser's Xvfb exits, and it moves on to the next.
         self.xvfb_log = os.path.join(self.tmp, "xvfb.log")
-        for number in range(90, 190):
-            if os.path.exists("/tmp/.X%d-lock" % number):
-                continue
-            self.display = ":%d" % number
-            self.xvfb = subprocess.Popen(["Xvfb", self.display, "-screen", "0", "1280x800x24",
-                                          "-nolisten", "tcp"], stdout=subprocess.DEVNULL,
-                                         stderr=open(self.xvfb_log, "w"))
-            ready = wait_for(lambda: self.xvfb.poll() is not None or subprocess.run(
-                ["xdpyinfo", "-display", self.display], capture_output=True).returncode == 0, 10)
-            if ready and self.xvfb.poll() is None:
-                break
+        self.display, self.xvfb = start_xvfb(self.xvfb_log, "1280x800", range(90, 190))
         self.procs.append(self.xvfb)
         # Without activation nothing starts on demand: a secret store is there only
         # when a test starts one.

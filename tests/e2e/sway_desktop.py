@@ -10,7 +10,7 @@ import signal
 import subprocess
 import tempfile
 
-from desktop import wait_for
+from desktop import start_xvfb, wait_for
 
 SWAY_CONFIG = """
 output * bg #336699 solid_color
@@ -40,17 +40,7 @@ class SwayDesktop:
             json.dump(WAYBAR_CONFIG, f)
         self.procs = []
         self.xvfb_log = os.path.join(self.tmp, "xvfb.log")
-        for number in range(190, 290):
-            if os.path.exists("/tmp/.X%d-lock" % number):
-                continue
-            self.outer = ":%d" % number
-            self.xvfb = subprocess.Popen(["Xvfb", self.outer, "-screen", "0", "1024x768x24",
-                                          "-nolisten", "tcp"], stdout=subprocess.DEVNULL,
-                                         stderr=open(self.xvfb_log, "w"))
-            ready = wait_for(lambda: self.xvfb.poll() is not None or subprocess.run(
-                ["xdpyinfo", "-display", self.outer], capture_output=True).returncode == 0, 10)
-            if ready and self.xvfb.poll() is None:
-                break
+        self.outer, self.xvfb = start_xvfb(self.xvfb_log, "1024x768", range(190, 290))
         self.procs.append(self.xvfb)
         self.env = dict(os.environ, DISPLAY=self.outer, HOME=self.home, XDG_RUNTIME_DIR=runtime,
                         XDG_CONFIG_HOME=config,
