@@ -9,7 +9,9 @@
 
 namespace {
 constexpr int edgeGrip = 5;
-}
+// Two seconds of a pointer at rest over the panel end the checks until it moves.
+constexpr int stillChecksBeforeRest = 8;
+} // namespace
 
 DraggablePanel::DraggablePanel(QWidget* parent)
     // A window, not a tool window: some window managers (KWin) hide the tool
@@ -30,12 +32,20 @@ DraggablePanel::DraggablePanel(QWidget* parent)
 
     // The leave event does not always come: not after the window manager's own move
     // (Ctrl-drag), nor on some Wayland desktops when the pointer goes straight onto
-    // a native window. While hovered, the pointer is looked at now and then.
+    // a native window. While hovered and the pointer moves, where it is is looked at
+    // now and then; a pointer at rest costs no wake-ups.
     m_hoverCheck.setInterval(250);
     connect(&m_hoverCheck, &QTimer::timeout, this, [this] {
-        if (!frameGeometry().contains(QCursor::pos())) {
+        const QPoint pointer = QCursor::pos();
+        if (!frameGeometry().contains(pointer)) {
             m_hoverCheck.stop();
+            m_hovered = false;
             emit hoverChanged(false);
+        } else if (pointer != m_lastPointer) {
+            m_lastPointer = pointer;
+            m_stillChecks = 0;
+        } else if (++m_stillChecks >= stillChecksBeforeRest) {
+            m_hoverCheck.stop();
         }
     });
 }
@@ -45,6 +55,13 @@ DraggablePanel::~DraggablePanel()
     // Panels may outlive the application object by a few steps at exit.
     if (QCoreApplication* app = QCoreApplication::instance())
         app->removeEventFilter(this);
+}
+
+void DraggablePanel::watchPointer()
+{
+    m_lastPointer = QCursor::pos();
+    m_stillChecks = 0;
+    m_hoverCheck.start();
 }
 
 QRect DraggablePanel::placedFrame() const
@@ -92,6 +109,12 @@ bool DraggablePanel::eventFilter(QObject* watched, QEvent* event)
         return false;
     }
     const bool doubleClick = event->type() == QEvent::MouseButtonDblClick;
+    if (event->type() == QEvent::MouseMove && m_hovered && !m_hoverCheck.isActive()) {
+        auto* moved = qobject_cast<QWidget*>(watched);
+        if (moved && moved->window() == this)
+            watchPointer();
+        return false;
+    }
     if (event->type() != QEvent::MouseButtonPress && !doubleClick)
         return false;
     auto* widget = qobject_cast<QWidget*>(watched);
@@ -121,13 +144,15 @@ bool DraggablePanel::eventFilter(QObject* watched, QEvent* event)
 void DraggablePanel::enterEvent(QEnterEvent* event)
 {
     QWidget::enterEvent(event);
-    m_hoverCheck.start();
+    m_hovered = true;
+    watchPointer();
     emit hoverChanged(true);
 }
 
 void DraggablePanel::leaveEvent(QEvent* event)
 {
     QWidget::leaveEvent(event);
+    m_hovered = false;
     m_hoverCheck.stop();
     emit hoverChanged(false);
 }

@@ -36,9 +36,13 @@ protected:
 private:
     Qt::Edges edgesAt(const QPoint& localPos) const;
     void acceptFocus(bool accept);
+    void watchPointer();
 
     bool m_askedWindowManager = false;
     QPoint m_placedAt;
     bool m_settled = false;
     QTimer m_hoverCheck;
+    bool m_hovered = false;
+    QPoint m_lastPointer;
+    int m_stillChecks = 0;
 };

@@ -140,7 +140,10 @@ void StatusNotifierItemDBus::setToolTip(const QString& text)
     if (text == m_toolTip)
         return;
     m_toolTip = text;
-    emit toolTipChanged();
+    // The countdown changes every second: no signal while no tray listens (a tray
+    // that comes reads the tooltip anew).
+    if (m_hosted)
+        emit toolTipChanged();
 }
 
 SniToolTip StatusNotifierItemDBus::toolTip() const
