@@ -37,18 +37,18 @@ QHostAddress plain(const QHostAddress& address)
 }
 } // namespace
 
-std::optional<TrustedProxies> TrustedProxies::parse(const QStringList& specs, QString* error)
+std::optional<TrustedProxies> TrustedProxies::parse(const QStringList& entries, QString* error)
 {
     TrustedProxies out;
-    for (const QString& spec : specs) {
-        std::pair<QHostAddress, int> subnet = QHostAddress::parseSubnet(spec);
-        if (!spec.contains(u'/')) {
-            const QHostAddress one(spec);
+    for (const QString& entry : entries) {
+        std::pair<QHostAddress, int> subnet = QHostAddress::parseSubnet(entry);
+        if (!entry.contains(u'/')) {
+            const QHostAddress one(entry);
             subnet = {one, one.protocol() == QAbstractSocket::IPv4Protocol ? 32 : 128};
         }
         if (subnet.first.isNull()) {
             *error =
-                u"--trusted-proxy takes ADDRESS or ADDRESS/BITS, not \u201c" + spec + u"\u201d";
+                u"--trusted-proxy takes ADDRESS or ADDRESS/BITS, not \u201c" + entry + u"\u201d";
             return std::nullopt;
         }
         out.m_subnets.append(subnet);

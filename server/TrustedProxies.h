@@ -17,7 +17,7 @@ class TrustedProxies
 public:
     TrustedProxies() = default;
     // "ADDRESS" or "ADDRESS/BITS" each; absent, with the reason, when one is not.
-    static std::optional<TrustedProxies> parse(const QStringList& specs, QString* error);
+    static std::optional<TrustedProxies> parse(const QStringList& entries, QString* error);
 
     bool isEmpty() const { return m_subnets.isEmpty(); }
     bool trusts(const QHostAddress& address) const;

@@ -28,6 +28,17 @@ def start_xvfb(log, size, numbers):
     raise RuntimeError("no Xvfb could start (see %s)" % log)
 
 
+def stop_all(procs):
+    """Ends the processes, newest first, killing any that does not go within 5 s."""
+    for p in reversed(procs):
+        if p.poll() is None:
+            p.terminate()
+            try:
+                p.wait(5)
+            except subprocess.TimeoutExpired:
+                p.kill()
+
+
 def wait_for(predicate, timeout=10.0, interval=0.05):
     deadline = time.monotonic() + timeout
     while time.monotonic() < deadline:
@@ -180,13 +191,7 @@ class Desktop:
                                     log.read()[-1500:])
 
     def close(self):
-        for p in reversed(self.procs):
-            if p.poll() is None:
-                p.terminate()
-                try:
-                    p.wait(5)
-                except subprocess.TimeoutExpired:
-                    p.kill()
+        stop_all(self.procs)
         try:
             os.kill(self.bus_pid, signal.SIGTERM)
         except ProcessLookupError:

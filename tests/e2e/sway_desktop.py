@@ -10,7 +10,7 @@ import signal
 import subprocess
 import tempfile
 
-from desktop import start_xvfb, wait_for
+from desktop import start_xvfb, stop_all, wait_for
 
 SWAY_CONFIG = """
 output * bg #336699 solid_color
@@ -175,11 +175,5 @@ class SwayDesktop:
             os.killpg(self.session.pid, signal.SIGTERM)
         except ProcessLookupError:
             pass
-        for p in reversed(self.procs):
-            if p.poll() is None:
-                p.terminate()
-                try:
-                    p.wait(5)
-                except subprocess.TimeoutExpired:
-                    p.kill()
+        stop_all(self.procs)
         shutil.rmtree(self.tmp, ignore_errors=True)
