@@ -9,7 +9,7 @@ import tempfile
 import time
 
 
-def start_xvfb(log, size, numbers):
+def start_xvfb(log, size, numbers, extra=()):
     """An Xvfb on a display number of its own, once it answers; its display and
     process. -displayfd proved unreliable under some process supervisors. Two
     desktops started at once may pick the same number: the loser's Xvfb exits, and
@@ -20,7 +20,7 @@ def start_xvfb(log, size, numbers):
         display = ":%d" % number
         with open(log, "w") as err:
             xvfb = subprocess.Popen(["Xvfb", display, "-screen", "0", size + "x24", "-nolisten",
-                                     "tcp"], stdout=subprocess.DEVNULL, stderr=err)
+                                     "tcp", *extra], stdout=subprocess.DEVNULL, stderr=err)
         ready = wait_for(lambda: xvfb.poll() is not None or subprocess.run(
             ["xdpyinfo", "-display", display], capture_output=True).returncode == 0, 10)
         if ready and xvfb.poll() is None:

@@ -4,6 +4,7 @@ Sway refuses to run as root, so this runs as the user the test runs as (see
 run-as-desktop-user)."""
 import glob
 import json
+import re
 import os
 import shutil
 import signal
@@ -15,6 +16,7 @@ from desktop import start_xvfb, stop_all, wait_for
 SWAY_CONFIG = """
 output * bg #336699 solid_color
 default_border none
+exec mako
 bar {
     swaybar_command waybar
 }
@@ -25,6 +27,11 @@ WAYBAR_CONFIG = {"layer": "top", "position": "top", "height": 30,
 
 
 class SwayDesktop:
+    has_tray = True
+    menus = False
+    bar_height = 30
+    screen = (1024, 768)
+
     def __init__(self):
         if os.geteuid() == 0:
             raise RuntimeError("sway does not run as root: start the test as a user")
@@ -115,6 +122,7 @@ class SwayDesktop:
         """Sway's windows by title: rect, whether floating, sticky, focused, visible and
         the workspace each is on (for sticky ones, the one in view)."""
         found = {}
+        order = []
 
         def walk(node, workspace, floating):
             if node.get("type") == "workspace":
@@ -123,7 +131,8 @@ class SwayDesktop:
                 found.setdefault(node["name"], []).append(dict(
                     rect=node["rect"], floating=floating, sticky=node.get("sticky"),
                     focused=node.get("focused"), visible=node.get("visible"),
-                    workspace=workspace, window=node.get("window")))
+                    workspace=workspace, window=node.get("window"), stacking=len(order)))
+                order.append(node["name"])
             for child in node.get("nodes", []):
                 walk(child, workspace, False)
             for child in node.get("floating_nodes", []):
@@ -133,6 +142,33 @@ class SwayDesktop:
 
     def window(self, title):
         return (self.windows().get(title) or [None])[0]
+
+    def start_other_app(self):
+        """A native Wayland application: the title its window gets."""
+        self.swaymsg("exec", "foot")
+        return "foot"
+
+    def _criteria(self, title):
+        return '[title="^%s$"]' % re.escape(title).replace('"', '\\"')
+
+    def activate(self, title):
+        return bool(self.window(title)) and bool(self.swaymsg(self._criteria(title) + " focus"))
+
+    def close_window(self, title):
+        return self.swaymsg(self._criteria(title) + " kill")
+
+    def show_workspace(self, number):
+        self.swaymsg("workspace", str(number))
+
+    def open_popup(self, x, y):
+        self.click(x, y)
+
+    def close_menus(self):
+        pass
+
+    def menu_item(self, prefix):
+        """waybar's menus are not windows sway lists: their items are not looked for."""
+        return None
 
     def click(self, x, y, button=1):
         """A click on sway's output, which sway hands to whatever is there."""

@@ -14,7 +14,9 @@ QWidget* EditorWindowHost::open(const QString& title, const QSize& size, QWidget
                                 QWidget* opener)
 {
     QWidget* from = opener ? opener->window() : nullptr;
-    Qt::WindowFlags flags = Qt::Window | Qt::WindowTitleHint | Qt::WindowCloseButtonHint;
+    // A dialog: tiling window managers (sway) float it instead of tiling it under the
+    // floating panel it came from.
+    Qt::WindowFlags flags = Qt::Dialog | Qt::WindowTitleHint | Qt::WindowCloseButtonHint;
     if (from && from->windowFlags().testFlag(Qt::WindowStaysOnTopHint))
         flags |= Qt::WindowStaysOnTopHint;
     content->setParent(nullptr);
