@@ -32,7 +32,8 @@ JSON.stringify(sorted.map((w, i) => {
 }));
 """
 
-# The centres of the AppIndicator extension's icons in the top bar, left to right.
+# The centres of the AppIndicator extension's icons in the top bar, left to right,
+# each with its item's Id.
 TRAY_JS = """
 JSON.stringify(Object.keys(Main.panel.statusArea)
     .filter(k => k.startsWith('appindicator-'))
@@ -40,7 +41,8 @@ JSON.stringify(Object.keys(Main.panel.statusArea)
     .filter(item => item.visible && item.get_stage() && item.width > 0)
     .map(item => {
         const [x, y] = item.get_transformed_position();
-        return [Math.round(x + item.width / 2), Math.round(y + item.height / 2)];
+        return [Math.round(x + item.width / 2), Math.round(y + item.height / 2),
+                item._indicator.id];
     }).sort((a, b) => a[0] - b[0]));
 """
 
@@ -218,15 +220,17 @@ class GnomeDesktop:
     def close_window(self, title):
         return self._with_window(title, "w.delete(global.get_current_time())")
 
-    def open_popup(self, x, y):
-        """The AppIndicator extension opens an item's menu on a click and activates
-        the item on a double click."""
-        self.run(["xdotool", "mousemove", str(x), str(y), "click", "--repeat", "2",
-                  "--delay", "80", "1"])
+    def open_popup(self, x, y, button=1):
+        """The AppIndicator extension opens an item's menu on a click (it activates an
+        item only on a double click, and not reliably the first time): the menu's
+        first entry, "Show …", opens the popup."""
+        self.close_menus()
+        self.click(x, y, button)
+        item = wait_for(lambda: self.menu_item("Show "), 5)
+        if item:
+            self.click(*item)
 
     def close_menus(self):
-        """Until an item has once answered Activate, the extension opens its menu on
-        the first click of a double click too; that menu stays open."""
         self.eval("if (Main.panel.menuManager.activeMenu) "
                   "Main.panel.menuManager.activeMenu.close(); true")
 
@@ -253,10 +257,23 @@ class GnomeDesktop:
         return image
 
     def tray_icons(self, count, timeout=20):
-        def find():
-            icons = self.eval(TRAY_JS)
-            return [tuple(i) for i in icons] if icons and len(icons) == count else None
-        return wait_for(find, timeout, 0.3)
+        """The icons' centres once `count` show, laid out (an item is laid out again
+        when its properties arrive)."""
+        seen = []
+
+        def settled():
+            icons = self.eval(TRAY_JS) or []
+            seen.append([(x, y) for x, y, _ in icons] if len(icons) == count and
+                        all(x is not None for x, _, _ in icons) else None)
+            return seen[-1] if len(seen) > 1 and seen[-1] and seen[-1] == seen[-2] else None
+        return wait_for(settled, timeout, 0.3)
+
+    def tray_icon(self, item_id):
+        """Where the item with that Id is now: the extension may reorder its icons."""
+        for x, y, found in self.eval(TRAY_JS) or []:
+            if found == item_id:
+                return x, y
+        return None
 
     def close(self):
         self.quit_app()

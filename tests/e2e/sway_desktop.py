@@ -160,8 +160,8 @@ class SwayDesktop:
     def show_workspace(self, number):
         self.swaymsg("workspace", str(number))
 
-    def open_popup(self, x, y):
-        self.click(x, y)
+    def open_popup(self, x, y, button=1):
+        self.click(x, y, button)
 
     def close_menus(self):
         pass
@@ -199,6 +199,10 @@ class SwayDesktop:
                     start = None
             return sorted(icons) if len(icons) == count else None
         return wait_for(find, timeout, 0.3)
+
+    def tray_icon(self, item_id):
+        """waybar's icons are found on screen, not by their Id."""
+        return None
 
     def close(self):
         self.quit_app()

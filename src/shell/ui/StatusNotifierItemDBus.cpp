@@ -111,7 +111,10 @@ void StatusNotifierItemDBus::registerWithWatcher()
 {
     QDBusMessage call = QDBusMessage::createMethodCall(
         watcherService, watcherPath, watcherService, QStringLiteral("RegisterStatusNotifierItem"));
-    call << m_service;
+    // By object path, so the watcher takes this connection as the item's: GNOME's
+    // AppIndicator extension, given a well-known name, races its own name watcher
+    // against reading the item and now and then drops the item.
+    call << itemPath;
     auto* pending = new QDBusPendingCallWatcher(m_connection.asyncCall(call, callTimeoutMs), this);
     connect(pending, &QDBusPendingCallWatcher::finished, this, [this, pending] {
         pending->deleteLater();
