@@ -85,7 +85,12 @@ def find_in(root, group, name, timeout=10):
     pyatspi = _registry()
     deadline = time.monotonic() + timeout
     while True:
-        for found in pyatspi.utils.findAllDescendants(root, lambda o: o is not None and o.name == name):
+        try:
+            candidates = pyatspi.utils.findAllDescendants(
+                root, lambda o: o is not None and o.name == name)
+        except TypeError:
+            candidates = []  # a window went while the tree was walked; look again
+        for found in candidates:
             parent = found.parent
             while parent is not None and parent != root:
                 if parent.name == group:

@@ -59,6 +59,7 @@ JSON.stringify(found && [Math.round(found[0] + found[2] / 2), Math.round(found[1
 
 class GnomeDesktop:
     menus = True
+    bar_edge = "top"
     bar_height = 32
     screen = SIZE
 

@@ -29,6 +29,7 @@ WAYBAR_CONFIG = {"layer": "top", "position": "top", "height": 30,
 class SwayDesktop:
     has_tray = True
     menus = False
+    bar_edge = "top"
     bar_height = 30
     screen = (1024, 768)
 
