@@ -13,6 +13,7 @@ import subprocess
 import tempfile
 
 from desktop import start_xvfb, stop_all, wait_for
+from nested_desktop import NestedDesktop
 
 APPINDICATOR = "ubuntu-appindicators@ubuntu.com"
 SIZE = (1024, 768)
@@ -57,7 +58,7 @@ JSON.stringify(found && [Math.round(found[0] + found[2] / 2), Math.round(found[1
 """
 
 
-class GnomeDesktop:
+class GnomeDesktop(NestedDesktop):
     menus = True
     bar_edge = "top"
     bar_height = 32
@@ -136,9 +137,6 @@ class GnomeDesktop:
         with open(self.shell_log) as f:
             return f.read()[-2000:]
 
-    def run(self, cmd, env=None, **kw):
-        return subprocess.run(cmd, env=env or self.env, capture_output=True, text=True, **kw)
-
     def eval(self, js):
         """The value of the script's last expression, or None when the shell cannot
         say (not running yet, or the script failed)."""
@@ -161,12 +159,6 @@ class GnomeDesktop:
         except ValueError:
             return str(out)
 
-    def name_has_owner(self, name):
-        out = self.run(["gdbus", "call", "--session", "--dest", "org.freedesktop.DBus",
-                        "--object-path", "/org/freedesktop/DBus",
-                        "--method", "org.freedesktop.DBus.NameHasOwner", name]).stdout
-        return "true" in out
-
     def spawn(self, argv):
         """Starts a program from the shell, as its launcher would."""
         self.eval("imports.misc.util.spawn(%s); true" % json.dumps(argv))
@@ -174,36 +166,10 @@ class GnomeDesktop:
     def launch(self, binary, *args):
         before = set(self.pids(binary))
         self.spawn([binary, *args])
-        fresh = wait_for(lambda: set(self.pids(binary)) - before, 20)
-        if not fresh:
-            raise RuntimeError("Tidewell did not start in GNOME Shell: " + self.log())
-        self.app = fresh.pop()
-        with open("/proc/%d/environ" % self.app, "rb") as f:
-            environ = dict(item.split(b"=", 1) for item in f.read().split(b"\0") if b"=" in item)
-        self.app_env = dict(self.env, DISPLAY=environ[b"DISPLAY"].decode(),
-                            XAUTHORITY=environ.get(b"XAUTHORITY", b"").decode())
-        return self.app
+        return self.adopt(binary, before, keep=("DISPLAY", "XAUTHORITY"))
 
-    def pids(self, binary):
-        out = self.run(["pgrep", "-u", str(os.getuid()), "-f", "^" + binary]).stdout
-        return [int(p) for p in out.split()]
-
-    def quit_app(self):
-        if self.app:
-            os.kill(self.app, 15)
-            wait_for(lambda: not os.path.exists("/proc/%d" % self.app), 15)
-            self.app = None
-
-    def windows(self):
-        """The shell's windows by title, each with its frame, stacking position
-        (higher is nearer the top), stickiness, focus and whether it is in view."""
-        found = {}
-        for w in self.eval(WINDOWS_JS) or []:
-            found.setdefault(w["title"], []).append(w)
-        return found
-
-    def window(self, title):
-        return (self.windows().get(title) or [None])[0]
+    def window_list(self):
+        return self.eval(WINDOWS_JS) or []
 
     def start_other_app(self):
         """A native Wayland application: the title its window gets."""
@@ -244,18 +210,6 @@ class GnomeDesktop:
                   "while (m.n_workspaces < %d) m.append_new_workspace(false, 0); "
                   "m.get_workspace_by_index(%d).activate(global.get_current_time()); true"
                   % (number, number - 1))
-
-    def click(self, x, y, button=1):
-        """A click on the shell's output: the nested shell fills the Xvfb from its
-        top left corner, so its coordinates are the Xvfb's."""
-        self.run(["xdotool", "mousemove", str(x), str(y), "click", str(button)])
-
-    def screenshot(self, path=None):
-        from PIL import ImageGrab
-        image = ImageGrab.grab(xdisplay=self.outer)
-        if path:
-            image.save(path)
-        return image
 
     def tray_icons(self, count, timeout=20):
         """The icons' centres once `count` show, laid out (an item is laid out again

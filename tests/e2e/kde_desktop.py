@@ -13,6 +13,7 @@ import tempfile
 import time
 
 from desktop import start_xvfb, stop_all, wait_for
+from nested_desktop import NestedDesktop
 
 SIZE = (1024, 768)
 
@@ -43,7 +44,7 @@ print("%(marker)s " + JSON.stringify(found));
 """
 
 
-class KdeDesktop:
+class KdeDesktop(NestedDesktop):
     has_tray = True
     menus = True
     bar_edge = "bottom"
@@ -115,9 +116,6 @@ class KdeDesktop:
         with open(self.kwin_log, errors="replace") as f:
             return f.read()[-2000:]
 
-    def run(self, cmd, env=None, **kw):
-        return subprocess.run(cmd, env=env or self.env, capture_output=True, text=True, **kw)
-
     def script(self, source):
         """Runs a KWin script and returns what it printed after its marker, as JSON."""
         marker = "TIDEWELL-%d" % next(self._marks)
@@ -141,17 +139,8 @@ class KdeDesktop:
         os.remove(path)
         return json.loads(out) if out else None
 
-    def _windows(self):
+    def window_list(self):
         return self.script(WINDOWS_JS) or []
-
-    def windows(self):
-        found = {}
-        for w in self._windows():
-            found.setdefault(w["title"], []).append(w)
-        return found
-
-    def window(self, title):
-        return (self.windows().get(title) or [None])[0]
 
     def _with_window(self, title, action):
         return self.script(WITH_WINDOW_JS.replace("%(title)s", json.dumps(title))
@@ -256,21 +245,6 @@ class KdeDesktop:
         if button == 3:
             time.sleep(0.6)
             self.run(["xdotool", "key", "Down", "Return"])
-
-    def close_menus(self):
-        pass
-
-    def click(self, x, y, button=1):
-        """A click on KWin's output: the nested KWin fills the Xvfb from its top left
-        corner, so its coordinates are the Xvfb's."""
-        self.run(["xdotool", "mousemove", str(x), str(y), "click", str(button)])
-
-    def screenshot(self, path=None):
-        from PIL import ImageGrab
-        image = ImageGrab.grab(xdisplay=self.outer)
-        if path:
-            image.save(path)
-        return image
 
     def close(self):
         self.quit_app()

@@ -12,6 +12,7 @@ import subprocess
 import tempfile
 
 from desktop import start_xvfb, stop_all, wait_for
+from nested_desktop import NestedDesktop
 
 SWAY_CONFIG = """
 output * bg #336699 solid_color
@@ -26,7 +27,7 @@ WAYBAR_CONFIG = {"layer": "top", "position": "top", "height": 30,
                  "modules-right": ["tray"], "tray": {"icon-size": 18, "spacing": 12}}
 
 
-class SwayDesktop:
+class SwayDesktop(NestedDesktop):
     has_tray = True
     menus = False
     bar_edge = "top"
@@ -82,54 +83,28 @@ class SwayDesktop:
         with open(self.sway_log) as f:
             return f.read()[-2000:]
 
-    def run(self, cmd, env=None, **kw):
-        return subprocess.run(cmd, env=env or self.env, capture_output=True, text=True, **kw)
-
     def swaymsg(self, *args):
         out = self.run(["swaymsg", "-r", *args]).stdout
         return json.loads(out) if out.strip() else None
-
-    def name_has_owner(self, name):
-        out = self.run(["gdbus", "call", "--session", "--dest", "org.freedesktop.DBus",
-                        "--object-path", "/org/freedesktop/DBus",
-                        "--method", "org.freedesktop.DBus.NameHasOwner", name]).stdout
-        return "true" in out
 
     def launch(self, binary, *args):
         """Starts Tidewell inside sway, as a keyboard shortcut or launcher would, and
         learns the Xwayland display it got."""
         before = set(self.pids(binary))
         self.swaymsg("exec", " ".join([binary, *args]))
-        fresh = wait_for(lambda: set(self.pids(binary)) - before, 20)
-        if not fresh:
-            raise RuntimeError("Tidewell did not start in sway: " + self.log())
-        self.app = fresh.pop()
-        with open("/proc/%d/environ" % self.app, "rb") as f:
-            environ = dict(item.split(b"=", 1) for item in f.read().split(b"\0") if b"=" in item)
-        self.app_env = dict(self.env, DISPLAY=environ[b"DISPLAY"].decode())
-        return self.app
+        return self.adopt(binary, before)
 
-    def pids(self, binary):
-        out = self.run(["pgrep", "-u", str(os.getuid()), "-f", "^" + binary]).stdout
-        return [int(p) for p in out.split()]
-
-    def quit_app(self):
-        if self.app:
-            os.kill(self.app, 15)
-            wait_for(lambda: not os.path.exists("/proc/%d" % self.app), 15)
-            self.app = None
-
-    def windows(self):
-        """Sway's windows by title: rect, whether floating, sticky, focused, visible and
-        the workspace each is on (for sticky ones, the one in view)."""
-        found = {}
+    def window_list(self):
+        """Sway's windows: rect, whether floating, sticky, focused, visible and the
+        workspace each is on (for sticky ones, the one in view)."""
+        found = []
         order = []
 
         def walk(node, workspace, floating):
             if node.get("type") == "workspace":
                 workspace = node.get("name")
             if node.get("type") in ("con", "floating_con") and node.get("name"):
-                found.setdefault(node["name"], []).append(dict(
+                found.append(dict(title=node["name"],
                     rect=node["rect"], floating=floating, sticky=node.get("sticky"),
                     focused=node.get("focused"), visible=node.get("visible"),
                     workspace=workspace, window=node.get("window"), stacking=len(order)))
@@ -140,9 +115,6 @@ class SwayDesktop:
                 walk(child, workspace, True)
         walk(self.swaymsg("-t", "get_tree"), None, False)
         return found
-
-    def window(self, title):
-        return (self.windows().get(title) or [None])[0]
 
     def start_other_app(self):
         """A native Wayland application: the title its window gets."""
@@ -163,24 +135,6 @@ class SwayDesktop:
 
     def open_popup(self, x, y, button=1):
         self.click(x, y, button)
-
-    def close_menus(self):
-        pass
-
-    def menu_item(self, prefix):
-        """waybar's menus are not windows sway lists: their items are not looked for."""
-        return None
-
-    def click(self, x, y, button=1):
-        """A click on sway's output, which sway hands to whatever is there."""
-        self.run(["xdotool", "mousemove", str(x), str(y), "click", str(button)])
-
-    def screenshot(self, path=None):
-        from PIL import ImageGrab
-        image = ImageGrab.grab(xdisplay=self.outer)
-        if path:
-            image.save(path)
-        return image
 
     def tray_icons(self, count, timeout=20):
         """The centres of the tray's icons in waybar, left to right, once `count` show:
