@@ -193,9 +193,18 @@ class GnomeDesktop(NestedDesktop):
         first entry, "Show …", opens the popup."""
         self.close_menus()
         self.click(x, y, button)
-        item = wait_for(lambda: self.menu_item("Show "), 5)
+        # The menu slides open: its entry is clicked once it stays put.
+        seen = []
+
+        def settled():
+            seen.append(self.menu_item("Show "))
+            return seen[-1] if len(seen) > 2 and seen[-1] and seen[-3:].count(seen[-1]) == 3 \
+                else None
+        item = wait_for(settled, 5, 0.1)
         if item:
             self.click(*item)
+        else:
+            self.close_menus()
 
     def close_menus(self):
         self.eval("if (Main.panel.menuManager.activeMenu) "
