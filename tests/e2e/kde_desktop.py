@@ -10,7 +10,6 @@ import shutil
 import signal
 import subprocess
 import tempfile
-import time
 
 from desktop import start_xvfb, stop_all, wait_for
 from nested_desktop import NestedDesktop
@@ -236,15 +235,6 @@ class KdeDesktop(NestedDesktop):
             icons = [self.tray_icon("tidewell-" + w) for w in ("pomodoro", "tasks", "habits")]
             return sorted(icons) if all(icons) and len(icons) == count else None
         return wait_for(find, timeout, 0.3)
-
-    def open_popup(self, x, y, button=1):
-        """A click activates the item; a right click opens its menu, and the keyboard
-        picks its first entry, "Show …", which opens the popup. (Plasma's menus are
-        not in its accessibility tree.)"""
-        self.click(x, y, button)
-        if button == 3:
-            time.sleep(0.6)
-            self.run(["xdotool", "key", "Down", "Return"])
 
     def close(self):
         self.quit_app()

@@ -3,6 +3,7 @@ with its own session bus, and Tidewell under its Xwayland. A subclass starts the
 desktop and says where its windows and tray icons are."""
 import os
 import subprocess
+import time
 
 from desktop import wait_for
 
@@ -59,6 +60,15 @@ class NestedDesktop:
         """A click on the desktop's output: the nested compositor fills the Xvfb from
         its top left corner, so its coordinates are the Xvfb's."""
         self.run(["xdotool", "mousemove", str(x), str(y), "click", str(button)])
+
+    def open_popup(self, x, y, button=1):
+        """A click opens the item's popup; a right click its menu, whose first entry,
+        "Show …", the keyboard picks (Plasma's menus are not in any accessibility
+        tree to find it by)."""
+        self.click(x, y, button)
+        if button == 3:
+            time.sleep(0.6)
+            self.run(["xdotool", "key", "Down", "Return"])
 
     def screenshot(self, path=None):
         from PIL import ImageGrab

@@ -133,9 +133,6 @@ class SwayDesktop(NestedDesktop):
     def show_workspace(self, number):
         self.swaymsg("workspace", str(number))
 
-    def open_popup(self, x, y, button=1):
-        self.click(x, y, button)
-
     def tray_icons(self, count, timeout=20):
         """The centres of the tray's icons in waybar, left to right, once `count` show:
         runs of non-background pixels along the bar's middle, from the right end."""

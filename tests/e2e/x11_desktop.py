@@ -3,7 +3,6 @@ tray), seen through the same eyes as the nested Wayland desktops: windows as the
 window manager lists them, the tray's icons, clicks and workspaces."""
 import re
 import subprocess
-import time
 
 from desktop import Desktop, wait_for
 from nested_desktop import NestedDesktop
@@ -106,14 +105,6 @@ class X11Desktop(NestedDesktop):
     def tray_icon(self, item_id):
         """XEmbed icons carry no Id: they are found by place."""
         return None
-
-    def open_popup(self, x, y, button=1):
-        """A click opens the popup; a right click the item's menu, whose first entry,
-        "Show …", the keyboard picks."""
-        self.click(x, y, button)
-        if button == 3:
-            time.sleep(0.6)
-            self.run(["xdotool", "key", "Down", "Return"])
 
     def close(self):
         self.quit_app()
