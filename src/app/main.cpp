@@ -6,16 +6,22 @@
 #include "DataCommand.h"
 #include "DataStore.h"
 #include "Preferences.h"
+#include "RestoreDialog.h"
 #include "ShellStyle.h"
 #include "SingleInstance.h"
+#include "StoreBackups.h"
 #include "StoreLock.h"
+#include "StoreRestore.h"
 
 #include <QApplication>
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QIcon>
 #include <QImageReader>
+#include <QLocale>
+#include <QMessageBox>
 #include <QPixmap>
+#include <QPushButton>
 #include <QTextStream>
 #include <QThread>
 #include <QTimer>
@@ -23,6 +29,8 @@
 
 #include <cstdio>
 #include <cstring>
+
+#include <unistd.h>
 
 namespace {
 // Drops argv[i], keeping argc and the terminating null right.
@@ -111,6 +119,53 @@ std::optional<int> handOff(const QString& socketPath, const SingleInstance::Requ
         break;
     }
     return std::nullopt;
+}
+// Puts the store file `from` in the store's place and starts Tidewell again on it,
+// in this process; returns only when that fails.
+int restoreAndRestart(const QString& storePath, const QString& from, bool damaged,
+                      std::unique_ptr<StoreLock>& lock)
+{
+    QString aside, error;
+    if (!StoreRestore::replace(storePath, from, damaged, QDateTime::currentDateTime(), &aside,
+                               &error)) {
+        say(u"the backup was not restored: " + error);
+        return 1;
+    }
+    const StoreBackups::Entry entry = StoreBackups::describe(from);
+    StoreRestore::leaveNote(storePath, {entry.day.isValid()
+                                            ? QLocale().toString(entry.day, QLocale::LongFormat)
+                                            : QFileInfo(from).fileName(),
+                                        aside});
+    const QByteArray program = QFile::encodeName(QCoreApplication::applicationFilePath());
+    lock.reset(); // the next image takes the lock afresh
+    char* const args[] = {const_cast<char*>(program.constData()), nullptr};
+    ::execv(program.constData(), args);
+    say(QStringLiteral("restored; start Tidewell again"));
+    return 1;
+}
+
+// The store cannot be used: with backups to go back to, the user may choose one.
+// The path of the one chosen, or empty.
+QString offerBackups(const QString& storePath, const QString& reason)
+{
+    const QList<StoreBackups::Entry> backups =
+        StoreBackups(StoreBackups::folderFor(storePath)).list();
+    if (backups.isEmpty())
+        return {};
+    QMessageBox box(QMessageBox::Critical, QStringLiteral("Tidewell"),
+                    QStringLiteral("Tidewell cannot open its store"));
+    box.setObjectName(QStringLiteral("storeRefused"));
+    box.setInformativeText(storePath + u": " + reason +
+                           QStringLiteral("\n\nYou can go back to one of its daily backups; the "
+                                          "store as it is now is kept beside it."));
+    QPushButton* restore =
+        box.addButton(QStringLiteral("Restore from backup…"), QMessageBox::AcceptRole);
+    box.addButton(QStringLiteral("Quit"), QMessageBox::RejectRole);
+    box.exec();
+    if (box.clickedButton() != restore)
+        return {};
+    RestoreDialog dialog(backups);
+    return dialog.exec() == QDialog::Accepted ? dialog.chosenPath() : QString();
 }
 } // namespace
 
@@ -230,23 +285,37 @@ int main(int argc, char* argv[])
         const QString line =
             u"Failed to initialise SwiftData store at " + storePath + u": " + error;
         std::fprintf(stderr, "%s\n", line.toLocal8Bit().constData());
-        return 1;
+        say(QStringLiteral("to go back to a daily backup: tidewell restore-backup --list"));
+        const QString chosen = offerBackups(storePath, error);
+        return chosen.isEmpty() ? 1 : restoreAndRestart(storePath, chosen, true, lock);
     }
     // A first start knows nobody signed in here yet: nothing will ask the keyring
     // until someone does.
     if (store->isNew() && !Preferences::accountExists())
         Preferences::setAccountExists(false);
-    AppServices services({.store = std::move(store)});
-    AppController controller(services);
-    controller.attach(&instance);
-    controller.start(background ? AppController::Launch::Background
-                                : AppController::Launch::Normal);
-    if (!request.url.isEmpty())
-        controller.openUrl(QUrl(request.url, QUrl::StrictMode));
-    // Shortcuts, status bars and `tidewell ctl` reach the app here, once the first
-    // windows are up.
-    QTimer::singleShot(0, &controller, [&services, &controller] {
-        ControlSurface::publish(services, &controller, [&controller] { controller.showHistory(); });
-    });
-    return app.exec();
+    QString restoreFrom;
+    bool damaged = false;
+    int status = 0;
+    {
+        AppServices services({.store = std::move(store)});
+        AppController controller(services);
+        controller.attach(&instance);
+        controller.start(background ? AppController::Launch::Background
+                                    : AppController::Launch::Normal);
+        if (!request.url.isEmpty())
+            controller.openUrl(QUrl(request.url, QUrl::StrictMode));
+        // Shortcuts, status bars and `tidewell ctl` reach the app here, once the first
+        // windows are up.
+        QTimer::singleShot(0, &controller, [&services, &controller] {
+            ControlSurface::publish(services, &controller,
+                                    [&controller] { controller.showHistory(); });
+        });
+        status = app.exec();
+        restoreFrom = controller.pendingRestore();
+        damaged = !services.store().mainContext().damage().isEmpty();
+    }
+    // The store is closed now, and the lock still held: nobody else opens it
+    // while the backup takes its place.
+    return restoreFrom.isEmpty() ? status
+                                 : restoreAndRestart(storePath, restoreFrom, damaged, lock);
 }

@@ -58,6 +58,8 @@ bool ModelContext::ensureLoaded(RecordKind kind, const FetchRequest& request)
     if (!table.select(m_db, request.field, request.value, &rows, &error)) {
         qWarning("DataStore fetch failed: %s", qPrintable(error));
         ++m_readFailures;
+        if (RecordTable::isDamage(error))
+            markDamaged(error.mid(RecordTable::DamagePrefix.size()));
         return false;
     }
     for (Record* row : rows) {
@@ -172,6 +174,15 @@ void ModelContext::recordTouched(Record* record)
     emit changed(record->kind());
 }
 
+void ModelContext::markDamaged(const QString& problem)
+{
+    if (!m_damage.isEmpty() || problem.isEmpty())
+        return;
+    m_damage = problem;
+    qWarning("DataStore damaged: %s", qPrintable(problem));
+    emit damaged(problem);
+}
+
 bool ModelContext::hasChanges() const
 {
     return !m_inserted.isEmpty() || !m_updated.isEmpty() || !m_deleted.isEmpty();
@@ -182,6 +193,13 @@ bool ModelContext::save(QString* error)
     if (!hasChanges())
         return true;
     QString why;
+    if (!m_damage.isEmpty()) {
+        why = RecordTable::DamagePrefix + m_damage;
+        if (error)
+            *error = why;
+        emit saveFailed(why);
+        return false;
+    }
     // Registration order of the kinds, then creation order within a kind.
     auto byKind = [this](const QSet<Record*>& set) {
         QList<Record*> list(set.begin(), set.end());
@@ -196,7 +214,7 @@ bool ModelContext::save(QString* error)
 
     bool ok = m_db.transaction();
     if (!ok)
-        why = u"cannot begin a transaction: " + m_db.lastError().text();
+        why = RecordTable::describe(m_db.lastError());
     // Deletes first, so that a record deleted and re-inserted with the same key
     // (a pull replacing local data) is written as its new row.
     for (const auto& [kind, key] : std::as_const(m_deleted)) {
@@ -214,10 +232,12 @@ bool ModelContext::save(QString* error)
     }
     if (ok && !m_db.commit()) {
         ok = false;
-        why = u"commit failed: " + m_db.lastError().text();
+        why = RecordTable::describe(m_db.lastError());
     }
     if (!ok) {
         m_db.rollback();
+        if (RecordTable::isDamage(why))
+            markDamaged(why.mid(RecordTable::DamagePrefix.size()));
         qWarning("DataStore save failed: %s", qPrintable(why));
         if (error)
             *error = why;

@@ -71,12 +71,20 @@ public:
     // that replaces the server's copy) compares this before and after reading.
     quint64 readFailures() const { return m_readFailures; }
 
+    // Damage to the store file, found by a statement or by the full check. From
+    // then on nothing is written to it: saves are refused and changes stay in
+    // memory, so a damaged file is never made worse. Empty while whole.
+    QString damage() const { return m_damage; }
+    void markDamaged(const QString& problem);
+
 signals:
     // Records of that kind were inserted, deleted or changed (also by a pull).
     void changed(RecordKind kind);
     void saved();
     // A save could not write; the changes stay pending for the next one.
     void saveFailed(const QString& reason);
+    // The store was found damaged (once).
+    void damaged(const QString& problem);
 
 private:
     friend class Record;
@@ -100,6 +108,7 @@ private:
     std::array<Slot, RecordKindCount> m_slots;
     quint64 m_nextSequence = 0;
     quint64 m_readFailures = 0;
+    QString m_damage;
     QSet<Record*> m_inserted;
     QSet<Record*> m_updated;
     QList<std::pair<RecordKind, QString>> m_deleted;

@@ -27,7 +27,7 @@ template <typename T> Record* make()
 bool fail(const QSqlQuery& query, QString* error)
 {
     if (error)
-        *error = query.lastError().text();
+        *error = RecordTable::describe(query.lastError());
     return false;
 }
 } // namespace
@@ -72,6 +72,20 @@ const RecordTable& RecordTable::of(RecordKind kind)
                     &FocusSession::staticMetaObject, make<FocusSession>, std::nullopt),
     };
     return tables[static_cast<int>(kind)];
+}
+
+QString RecordTable::describe(const QSqlError& error)
+{
+    // SQLite's primary result codes, as the Qt driver reports them.
+    static const QStringList damage{QStringLiteral("10"), QStringLiteral("11"),
+                                    QStringLiteral("26")}; // IOERR, CORRUPT, NOTADB
+    const QString text = error.databaseText().isEmpty() ? error.text() : error.databaseText();
+    return damage.contains(error.nativeErrorCode()) ? DamagePrefix + text : error.text();
+}
+
+bool RecordTable::isDamage(const QString& described)
+{
+    return described.startsWith(DamagePrefix);
 }
 
 QStringList RecordTable::fields() const
@@ -143,12 +157,20 @@ bool RecordTable::select(QSqlDatabase& db, const QString& field, const QVariant&
         query.addBindValue(toSql(value));
     if (!query.exec())
         return fail(query, error);
+    QList<Record*> rows;
     while (query.next()) {
         Record* record = m_create();
         for (int c = 0; c < m_properties.size(); ++c)
             m_properties[c].write(record, fromSql(query.value(c), m_properties[c].metaType()));
-        out->append(record);
+        rows.append(record);
     }
+    // A step that fails ends the loop like the last row does: never hand back part
+    // of a table as the whole of it.
+    if (query.lastError().isValid()) {
+        qDeleteAll(rows);
+        return fail(query, error);
+    }
+    out->append(rows);
     return true;
 }
 

@@ -5,6 +5,7 @@
 #include <QMetaObject>
 #include <QMetaProperty>
 #include <QSqlDatabase>
+#include <QSqlError>
 #include <QStringList>
 #include <QVariant>
 
@@ -44,6 +45,12 @@ public:
     bool insert(QSqlDatabase& db, const Record* record, QString* error) const;
     bool update(QSqlDatabase& db, const Record* record, QString* error) const;
     bool remove(QSqlDatabase& db, const QString& key, QString* error) const;
+
+    // An error of the store as the user reads it; damage to the file (a corrupt
+    // page, not a database, an I/O error) starts with DamagePrefix.
+    static inline const QString DamagePrefix = QStringLiteral("the store file is damaged: ");
+    static QString describe(const QSqlError& error);
+    static bool isDamage(const QString& described);
 
     // A property value as it is stored, and back.
     static QVariant toSql(const QVariant& value);

@@ -1,70 +1,19 @@
 #include "StoreProbe.h"
 
+#include "SqliteFile.h"
 #include "StoreSchema.h"
 
 #include <QDir>
 #include <QFileInfo>
 #include <QMap>
 #include <QStringList>
-#include <QUrl>
 
 #include <sqlite3.h>
 
 namespace {
-// One connection, closed however the look ends.
-class Connection
-{
-public:
-    Connection(const QString& path, int flags)
-    {
-        m_status = sqlite3_open_v2(QFile::encodeName(path).constData(), &m_db,
-                                   flags | SQLITE_OPEN_NOMUTEX, nullptr);
-    }
-    ~Connection() { sqlite3_close_v2(m_db); }
-    Connection(const Connection&) = delete;
-    Connection& operator=(const Connection&) = delete;
-
-    bool isOpen() const { return m_status == SQLITE_OK; }
-    sqlite3* handle() const { return m_db; }
-    QString error() const
-    {
-        return m_db ? QString::fromUtf8(sqlite3_errmsg(m_db))
-                    : QString::fromUtf8(sqlite3_errstr(m_status));
-    }
-
-    // Every row of `sql`, each column as text; false (with the reason) on failure.
-    bool rows(const QString& sql, QList<QStringList>* out, QString* error) const
-    {
-        sqlite3_stmt* statement = nullptr;
-        if (sqlite3_prepare_v2(m_db, sql.toUtf8().constData(), -1, &statement, nullptr) !=
-            SQLITE_OK) {
-            *error = this->error();
-            return false;
-        }
-        int status = SQLITE_ROW;
-        while ((status = sqlite3_step(statement)) == SQLITE_ROW) {
-            QStringList row;
-            for (int i = 0; i < sqlite3_column_count(statement); ++i)
-                row.append(QString::fromUtf8(
-                    reinterpret_cast<const char*>(sqlite3_column_text(statement, i))));
-            out->append(row);
-        }
-        sqlite3_finalize(statement);
-        if (status != SQLITE_DONE) {
-            *error = this->error();
-            return false;
-        }
-        return true;
-    }
-
-private:
-    sqlite3* m_db = nullptr;
-    int m_status = SQLITE_ERROR;
-};
-
 using Shapes = QMap<QString, QList<QStringList>>; // table -> its columns as table_info rows
 
-bool shapesOf(const Connection& db, Shapes* shapes, QString* error)
+bool shapesOf(const SqliteFile& db, Shapes* shapes, QString* error)
 {
     QList<QStringList> tables;
     if (!db.rows(QStringLiteral("SELECT name FROM sqlite_master WHERE type = 'table' "
@@ -94,7 +43,7 @@ const Shapes& expectedShapes(int version)
     static const QList<Shapes>* shapes = [] {
         auto* out = new QList<Shapes>;
         for (int v = 1; v <= StoreSchema::Version; ++v) {
-            Connection db(QStringLiteral(":memory:"), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+            SqliteFile db(QStringLiteral(":memory:"), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
             for (const char* statement : StoreSchema::statements(v))
                 sqlite3_exec(db.handle(), statement, nullptr, nullptr, nullptr);
             Shapes tables;
@@ -124,16 +73,7 @@ StoreProbe::Result StoreProbe::examine(const QString& path)
     if (!file.exists() || (file.isFile() && file.size() == 0))
         return {Verdict::Empty, {}};
 
-    // Without a write-ahead log the file is complete on its own, and reading it as
-    // immutable creates no -wal and -shm beside it. With one (a crash, or another
-    // process at work) it has to be read through the log.
-    const QFileInfo log(path + QStringLiteral("-wal"));
-    const bool whole = !log.exists() || log.size() == 0;
-    const Connection reader(
-        whole ? QUrl::fromLocalFile(file.absoluteFilePath()).toString(QUrl::FullyEncoded) +
-                    QStringLiteral("?immutable=1")
-              : path,
-        SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+    const SqliteFile reader(SqliteFile::readOnlyUri(path), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
     if (!reader.isOpen())
         return refused(reader.error());
     QString error;
@@ -148,7 +88,7 @@ StoreProbe::Result StoreProbe::examine(const QString& path)
                            .arg(StoreSchema::Version));
     Shapes shapes;
     if (!shapesOf(reader, &shapes, &error))
-        return refused(error);
+        return refused(reader.failedOnDamage() ? u"the file is damaged: " + error : error);
     if (version == 0 && !shapes.isEmpty())
         return refused(QStringLiteral("the file holds tables of another program, not a "
                                       "Tidewell store"));
@@ -164,18 +104,11 @@ StoreProbe::Result StoreProbe::examine(const QString& path)
                                u" does not have the columns Tidewell writes (it was not "
                                u"written by Tidewell)");
         }
-        rows.clear();
-        // quick_check reads every page but skips comparing indexes with their
-        // tables, which would triple the cost on a store with years of history.
-        if (!reader.rows(QStringLiteral("PRAGMA quick_check"), &rows, &error))
-            return refused(u"the file is damaged: " + error);
-        if (rows.size() != 1 || rows.value(0).value(0) != u"ok")
-            return refused(u"the file is damaged: " + rows.value(0).value(0));
     }
 
     // Opening for writing changes nothing; SQLite falls back to read-only when the
     // file cannot be written (permissions, an immutable file, a read-only mount).
-    const Connection writer(path, SQLITE_OPEN_READWRITE);
+    const SqliteFile writer(path, SQLITE_OPEN_READWRITE);
     if (!writer.isOpen())
         return refused(writer.error());
     if (sqlite3_db_readonly(writer.handle(), "main") != 0)
@@ -183,4 +116,10 @@ StoreProbe::Result StoreProbe::examine(const QString& path)
     if (version == 0)
         return {Verdict::Empty, {}, 0};
     return {version == StoreSchema::Version ? Verdict::Current : Verdict::Older, {}, version};
+}
+
+QString StoreProbe::damage(const QString& path)
+{
+    const SqliteFile reader(SqliteFile::readOnlyUri(path), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+    return reader.damage();
 }

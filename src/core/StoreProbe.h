@@ -3,9 +3,10 @@
 #include <QString>
 
 // Looks at a store file before the app depends on it, and never changes it: is it
-// ours, of a version we read, whole, and writable? The checks use SQLite directly
-// (not Qt SQL), so they can run on a thread of their own before the application
-// object exists, overlapping the rest of start-up.
+// ours, of a version we read, and writable? Only checks whose cost does not grow
+// with the store run at open; the full check (damage()) runs later, on a thread of
+// its own. The checks use SQLite directly (not Qt SQL), so they can run before the
+// application object exists, overlapping the rest of start-up.
 class StoreProbe
 {
 public:
@@ -26,4 +27,6 @@ public:
     };
 
     static Result examine(const QString& path);
+    // Reads the whole file: empty when it is whole, else what is damaged.
+    static QString damage(const QString& path);
 };

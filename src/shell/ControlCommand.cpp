@@ -15,6 +15,7 @@ QString ControlCommand::help()
        tidewell task add [--list NAME] TEXT | task list [--list NAME] | task lists
        tidewell export FILE.json [--csv DIR]
        tidewell import --replace|--merge FILE.json
+       tidewell restore-backup --list | DATE | FILE
 
 Without a command, starts Tidewell, or brings the running one forward.
 --background starts it without the hub window when a widget is in the tray or
@@ -25,6 +26,10 @@ and focus_sessions.csv into DIR); import checks the whole file first, then eithe
 replaces all data with it or merges it in (records matched by id; of two records of
 the same habit and day, the larger count stays). Both work whether or not Tidewell
 runs; with it running they go through it.
+restore-backup --list shows the daily backups of the store (kept for a week, and one
+a month for half a year); restore-backup DATE (YYYY-MM-DD) or FILE puts that backup
+in the store's place, keeping the store as it was beside it, and restarts Tidewell
+when it runs.
 
 Status templates: {phase} {phase_icon} {remaining} {state} {focus_count} {percentage}
   default: '{phase} {remaining} {state}'; 'waybar' prints the JSON a waybar custom

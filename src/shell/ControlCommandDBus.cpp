@@ -269,8 +269,12 @@ std::optional<int> ControlCommand::handOff(const DataCommand::Request& request, 
         return std::nullopt;
     QDBusMessage call = QDBusMessage::createMethodCall(
         DesktopBus::Service, DesktopBus::ObjectPath, DesktopBus::DataInterface,
-        request.isImport ? QStringLiteral("Import") : QStringLiteral("Export"));
-    if (request.isImport)
+        request.isRestore  ? QStringLiteral("RestoreBackup")
+        : request.isImport ? QStringLiteral("Import")
+                           : QStringLiteral("Export"));
+    if (request.isRestore)
+        call << request.file;
+    else if (request.isImport)
         call << request.file
              << (request.mode == ExportDocument::Mode::Replace ? QStringLiteral("replace")
                                                                : QStringLiteral("merge"));

@@ -60,3 +60,14 @@ void DataBusAdaptor::ShowHistory()
 {
     emit static_cast<DesktopBus*>(parent())->historyRequested();
 }
+
+void DataBusAdaptor::RestoreBackup(const QString& path)
+{
+    if (QFileInfo(path).isRelative()) {
+        refuse(invalid, QStringLiteral("paths must be absolute"));
+        return;
+    }
+    QString error;
+    if (!m_transfer.requestRestore(path, &error))
+        refuse(failed, error);
+}

@@ -22,6 +22,8 @@ public slots:
     // `mode` is "replace" or "merge"; returns one line per kind that changed.
     QStringList Import(const QString& path, const QString& mode);
     void ShowHistory();
+    // Restores the store file at `path` (absolute); Tidewell restarts with it.
+    void RestoreBackup(const QString& path);
 
 private:
     void refuse(const QString& error, const QString& message) const;

@@ -8,9 +8,10 @@
 #include <functional>
 #include <optional>
 
-// `tidewell export FILE.json [--csv DIR]` and `tidewell import --replace|--merge
-// FILE.json`. With Tidewell running they go through it, so its widgets show an
-// import at once; otherwise they open the store themselves.
+// `tidewell export FILE.json [--csv DIR]`, `tidewell import --replace|--merge
+// FILE.json` and `tidewell restore-backup --list|DATE|FILE`. With Tidewell running
+// they go through it, so its widgets show an import (or a restore) at once;
+// otherwise they open the store themselves.
 class DataCommand
 {
 public:
@@ -19,6 +20,7 @@ public:
     struct Request
     {
         bool isImport = false;
+        bool isRestore = false; // `file` is the store file to restore
         ExportDocument::Mode mode = ExportDocument::Mode::Replace;
         QString file;         // absolute
         QString csvDirectory; // absolute; an export's, when asked for

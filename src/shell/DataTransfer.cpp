@@ -4,6 +4,7 @@
 #include "CsvExport.h"
 #include "DataStore.h"
 #include "PomodoroService.h"
+#include "StoreRestore.h"
 #include "SyncEngine.h"
 
 #include <QDir>
@@ -96,5 +97,13 @@ bool DataTransfer::importDocument(const ExportDocument& document, ExportDocument
         QCoro::connect(m_sync->pushPomodoro(), this, [] {});
     }
     emit imported();
+    return true;
+}
+
+bool DataTransfer::requestRestore(const QString& path, QString* error)
+{
+    if (!StoreRestore::check(path, error))
+        return false;
+    emit restoreRequested(path);
     return true;
 }

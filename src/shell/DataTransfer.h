@@ -38,8 +38,13 @@ public:
     bool importDocument(const ExportDocument& document, ExportDocument::Mode mode,
                         QStringList* summary, QString* error);
 
+    // Checks the store file `path` and asks the running app to restore it (which
+    // restarts it); false, and why, when the file is not a store it can use.
+    bool requestRestore(const QString& path, QString* error);
+
 signals:
     void imported();
+    void restoreRequested(const QString& path);
 
 private:
     DataStore& m_store;

@@ -6,7 +6,9 @@ StoreHealth::StoreHealth(ModelContext& context, QObject* parent)
     : QObject(parent)
 {
     connect(&context, &ModelContext::saved, this, [this] { setProblem({}); });
-    connect(&context, &ModelContext::saveFailed, this, [this](const QString& reason) {
+    connect(&context, &ModelContext::saveFailed, this, [this, &context](const QString& reason) {
+        if (!context.damage().isEmpty())
+            return; // said once, by the damage line below
         const bool first = m_problem.isEmpty();
         setProblem(u"Your latest changes could not be saved: " + reason);
         if (!first)
@@ -17,6 +19,22 @@ StoreHealth::StoreHealth(ModelContext& context, QObject* parent)
                              reason;
         emit announced(title, body);
     });
+    connect(&context, &ModelContext::damaged, this, [this](const QString& problem) {
+        setProblem(damageLine(problem));
+        emit announced(QStringLiteral("Tidewell's store is damaged"),
+                       u"Tidewell stopped saving to it, so nothing gets worse. Changes you make "
+                       u"now are not saved. Restore a backup from the hub: File ▸ Restore from "
+                       u"backup… The store said: " +
+                           problem);
+    });
+    if (!context.damage().isEmpty())
+        setProblem(damageLine(context.damage()));
+}
+
+QString StoreHealth::damageLine(const QString& problem)
+{
+    return u"The store is damaged (" + problem +
+           u"): changes are not saved. Choose File ▸ Restore from backup…";
 }
 
 void StoreHealth::setProblem(const QString& text)

@@ -8,7 +8,8 @@ class ModelContext;
 // Whether the store still takes what the user does. A failed save keeps the
 // changes in memory for the next attempt, but the user must know they are not on
 // disk yet: the first failure after a good save is announced as a notification,
-// and `problem` holds a line for the hub until a save succeeds again.
+// and `problem` holds a line for the hub until a save succeeds again. Damage to
+// the file is announced once and stays in `problem`: nothing is saved any more.
 class StoreHealth final : public QObject
 {
     Q_OBJECT
@@ -26,6 +27,7 @@ signals:
     void announced(const QString& title, const QString& body);
 
 private:
+    static QString damageLine(const QString& problem);
     void setProblem(const QString& text);
 
     QString m_problem;

@@ -15,9 +15,14 @@
 #include "NotificationService.h"
 #include "PomodoroService.h"
 #include "PowerService.h"
+#include "RestoreDialog.h"
 #include "SettingsView.h"
 #include "SingleInstance.h"
+#include "StoreBackups.h"
+#include "StoreCheck.h"
 #include "StoreHealth.h"
+#include "StoreRestore.h"
+#include "SyncEngine.h"
 #include "TasksService.h"
 #include "UnixSignalWatcher.h"
 #include "WindowManager.h"
@@ -25,6 +30,7 @@
 #include <QApplication>
 #include <QFileDialog>
 #include <QFileInfo>
+#include <QLocale>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QSessionManager>
@@ -38,6 +44,10 @@
 namespace {
 // How long a start at login waits for a tray before it shows the hub instead.
 constexpr std::chrono::seconds kTrayGrace{5};
+// The store's full check waits until start-up is well over, and is looked at
+// again every hour so that a session running for days checks (and backs up) daily.
+constexpr std::chrono::seconds kCheckDelay{3};
+constexpr std::chrono::hours kCheckInterval{1};
 } // namespace
 
 AppController::AppController(AppServices& services, QObject* parent)
@@ -98,6 +108,9 @@ void AppController::start(Launch launch)
     connect(m_hub, &HubWindow::historyRequested, this, &AppController::showHistory);
     connect(m_hub, &HubWindow::exportRequested, this, &AppController::exportWithDialog);
     connect(m_hub, &HubWindow::importRequested, this, &AppController::importWithDialog);
+    connect(m_hub, &HubWindow::restoreRequested, this, &AppController::restoreWithDialog);
+    connect(&m_services.transfer(), &DataTransfer::restoreRequested, this,
+            &AppController::restoreAndRestart);
     connect(m_hub, &HubWindow::widgetWindowRequested, this,
             [](const QString& widgetId) { WindowManager::shared().openWindow(widgetId); });
     // A save that fails is said where the user looks: the hub, and a notification
@@ -111,6 +124,9 @@ void AppController::start(Launch launch)
                 auto posted = notices.schedule(title, body, m_services.clock().now().addMSecs(1));
                 QCoro::connect(std::move(posted), qApp, [](auto) {});
             });
+    m_hub->setStoreProblem(health->problem());
+    watchStore();
+    tellAboutRestore();
     if (launch == Launch::Background) {
         // Started at login: the placed widgets are the app. With none, the hub is
         // the only way in, so it shows after all.
@@ -215,6 +231,9 @@ void AppController::shutDown()
     if (m_shutDown)
         return;
     m_shutDown = true;
+    // Reached only by a clean quit: the next start need not check the store at once.
+    if (m_check)
+        m_check->end();
     m_services.power().release();
     m_services.notifications().cancelAll();
     m_services.dayReset().stop();
@@ -298,4 +317,98 @@ void AppController::offerImport(const QString& path)
             tell(m_hub, QMessageBox::Warning, QStringLiteral("Import failed"), why);
     });
     ask->open();
+}
+
+void AppController::watchStore()
+{
+    ModelContext& context = m_services.store().mainContext();
+    m_check = new StoreCheck(m_services.store().path(), m_services.clock(), this);
+    m_check->begin();
+    connect(m_check, &StoreCheck::damaged, &context, &ModelContext::markDamaged);
+    connect(m_check, &StoreCheck::backupFailed, this, [](const QString& reason) {
+        qWarning("Tidewell: today's backup of the store failed: %s", qPrintable(reason));
+    });
+    const auto checkIfDue = [this, &context] {
+        if (context.damage().isEmpty())
+            m_check->runIfDue();
+    };
+    QTimer::singleShot(kCheckDelay, this, checkIfDue);
+    auto* daily = new QTimer(this);
+    daily->setInterval(kCheckInterval);
+    connect(daily, &QTimer::timeout, this, checkIfDue);
+    daily->start();
+}
+
+void AppController::tellAboutRestore()
+{
+    const StoreRestore::Note note = StoreRestore::takeNote(m_services.store().path());
+    if (note.restored.isEmpty())
+        return;
+    QString body = u"Tidewell now holds the data of " + note.restored + u'.';
+    if (!note.aside.isEmpty())
+        body += u" The store as it was is kept as " + note.aside + u'.';
+    QCoro::connect(m_services.notifications().schedule(QStringLiteral("Backup restored"), body,
+                                                       m_services.clock().now().addMSecs(1)),
+                   qApp, [](auto) {});
+    // As after an import: each resource once, whole; dropped while signed out.
+    SyncEngine& sync = m_services.sync();
+    QCoro::connect(sync.pushHabits(), this, [] {});
+    QCoro::connect(sync.pushTasks(), this, [] {});
+    QCoro::connect(sync.pushPomodoro(), this, [] {});
+}
+
+void AppController::restoreWithDialog()
+{
+    const StoreBackups backups(StoreBackups::folderFor(m_services.store().path()));
+    auto* dialog = new RestoreDialog(backups.list(), m_hub);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    connect(dialog, &QDialog::accepted, this,
+            [this, dialog] { offerRestore(dialog->chosenPath()); });
+    dialog->open();
+}
+
+void AppController::offerRestore(const QString& path)
+{
+    QString error;
+    if (!StoreRestore::check(path, &error)) {
+        tell(m_hub, QMessageBox::Warning, QStringLiteral("This file cannot be restored"), error);
+        return;
+    }
+    const StoreBackups::Entry entry = StoreBackups::describe(path);
+    const QString title =
+        QStringLiteral("Restore %1?")
+            .arg(entry.day.isValid()
+                     ? u"the backup of " + QLocale().toString(entry.day, QLocale::LongFormat)
+                     : QFileInfo(path).fileName());
+    auto* box = new QMessageBox(QMessageBox::Question, QStringLiteral("Restore from backup"), title,
+                                QMessageBox::NoButton, m_hub);
+    box->setObjectName(QStringLiteral("restoreConfirmation"));
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setInformativeText(
+        RestoreDialog::describe(entry) +
+        QStringLiteral("\n\nTidewell restarts with this data. The store as it is now is kept as "
+                       "a file beside it, not deleted."));
+    QPushButton* restore = box->addButton(QStringLiteral("Restore"), QMessageBox::AcceptRole);
+    restore->setObjectName(QStringLiteral("confirmRestore"));
+    QPushButton* cancel = box->addButton(QStringLiteral("Cancel"), QMessageBox::RejectRole);
+    box->setDefaultButton(cancel);
+    box->setEscapeButton(cancel);
+    connect(box, &QMessageBox::buttonClicked, this, [this, restore, path](QAbstractButton* b) {
+        if (b == restore)
+            restoreAndRestart(path);
+    });
+    box->open();
+}
+
+void AppController::restoreAndRestart(const QString& path)
+{
+    m_pendingRestore = path;
+    PomodoroService& timer = m_services.timer();
+    if (timer.isActive())
+        timer.pause();
+    // Whatever is pending belongs to the store being moved aside; a damaged one
+    // refuses it, and the copy aside is what remains of it.
+    m_services.store().mainContext().save();
+    // After the reply to a bus caller has gone out.
+    QTimer::singleShot(0, qApp, &QCoreApplication::quit);
 }

@@ -10,6 +10,7 @@ class AppServices;
 class HistoryWindow;
 class HubWindow;
 class SingleInstance;
+class StoreCheck;
 
 // The application's lifecycle: start-up order, the quit guard while a focus
 // phase runs, shut-down, signals, and requests from later launches.
@@ -52,6 +53,16 @@ public:
     // Checks `path`, then asks how to import it; an error box when it cannot be.
     void offerImport(const QString& path);
     void setQuitConfirmation(QuitConfirmation confirm) { m_confirmQuit = std::move(confirm); }
+
+    // The hub's "Restore from backup…": the backups, then a confirmation.
+    void restoreWithDialog();
+    // Asks before restoring the store file at `path`; an error box when it cannot be.
+    void offerRestore(const QString& path);
+    // Quits so that the store file at `path` can take the store's place; the caller
+    // of exec() restores it (pendingRestore()) and starts Tidewell again.
+    void restoreAndRestart(const QString& path);
+    QString pendingRestore() const { return m_pendingRestore; }
+    StoreCheck* storeCheck() const { return m_check; }
     static void askToQuitDuringFocus(std::function<void(bool)> answer);
 
 signals:
@@ -61,6 +72,8 @@ signals:
 private:
     void shutDown();
     void pauseSaveAndQuit();
+    void watchStore();
+    void tellAboutRestore();
 
     AppServices& m_services;
     QPointer<HubWindow> m_hub;
@@ -68,4 +81,6 @@ private:
     QuitConfirmation m_confirmQuit;
     bool m_askingToQuit = false; // the quit alert is open
     bool m_shutDown = false;
+    StoreCheck* m_check = nullptr;
+    QString m_pendingRestore;
 };

@@ -40,6 +40,9 @@ HubWindow::HubWindow(QWidget* parent)
     QAction* import = file->addAction(QStringLiteral("Import…"));
     import->setObjectName(QStringLiteral("importAction"));
     connect(import, &QAction::triggered, this, &HubWindow::importRequested);
+    QAction* restore = file->addAction(QStringLiteral("Restore from backup…"));
+    restore->setObjectName(QStringLiteral("restoreAction"));
+    connect(restore, &QAction::triggered, this, &HubWindow::restoreRequested);
     file->addSeparator();
     QAction* quit = file->addAction(QStringLiteral("Quit"));
     quit->setObjectName(QStringLiteral("quitAction"));

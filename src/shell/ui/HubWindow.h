@@ -33,6 +33,7 @@ signals:
     void historyRequested();
     void exportRequested();
     void importRequested();
+    void restoreRequested();
     // The Widgets menu or a toggle row's "Open": the widget in a window of its own.
     void widgetWindowRequested(const QString& widgetId);
 
