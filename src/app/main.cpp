@@ -11,6 +11,7 @@
 #include "SingleInstance.h"
 #include "StoreBackups.h"
 #include "StoreLock.h"
+#include "StoreProbe.h"
 #include "StoreRestore.h"
 
 #include <QApplication>
@@ -285,6 +286,8 @@ int main(int argc, char* argv[])
         const QString line =
             u"Failed to initialise SwiftData store at " + storePath + u": " + error;
         std::fprintf(stderr, "%s\n", line.toLocal8Bit().constData());
+        if (!StoreProbe::examine(storePath).restorable)
+            return 1;
         say(QStringLiteral("to go back to a daily backup: tidewell restore-backup --list"));
         const QString chosen = offerBackups(storePath, error);
         return chosen.isEmpty() ? 1 : restoreAndRestart(storePath, chosen, true, lock);

@@ -56,9 +56,9 @@ const Shapes& expectedShapes(int version)
     return shapes->at(version - 1);
 }
 
-StoreProbe::Result refused(const QString& reason)
+StoreProbe::Result refused(const QString& reason, bool restorable = false)
 {
-    return {StoreProbe::Verdict::Refused, reason};
+    return {StoreProbe::Verdict::Refused, reason, 0, restorable};
 }
 } // namespace
 
@@ -75,11 +75,11 @@ StoreProbe::Result StoreProbe::examine(const QString& path)
 
     const SqliteFile reader(SqliteFile::readOnlyUri(path), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
     if (!reader.isOpen())
-        return refused(reader.error());
+        return refused(reader.error(), reader.failedOnDamage());
     QString error;
     QList<QStringList> rows;
     if (!reader.rows(QStringLiteral("PRAGMA user_version"), &rows, &error))
-        return refused(error);
+        return refused(error, reader.failedOnDamage());
     const int version = rows.value(0).value(0).toInt();
     if (version > StoreSchema::Version)
         return refused(QStringLiteral("the store was written by a newer version of Tidewell "
@@ -88,21 +88,25 @@ StoreProbe::Result StoreProbe::examine(const QString& path)
                            .arg(StoreSchema::Version));
     Shapes shapes;
     if (!shapesOf(reader, &shapes, &error))
-        return refused(reader.failedOnDamage() ? u"the file is damaged: " + error : error);
+        return refused(reader.failedOnDamage() ? u"the file is damaged: " + error : error,
+                       reader.failedOnDamage());
     if (version == 0 && !shapes.isEmpty())
         return refused(QStringLiteral("the file holds tables of another program, not a "
-                                      "Tidewell store"));
+                                      "Tidewell store"),
+                       true);
 
     if (version > 0) {
         const Shapes& expected = expectedShapes(version);
         for (auto table = expected.begin(); table != expected.end(); ++table) {
             if (!shapes.contains(table.key()))
                 return refused(u"the store lacks the table " + table.key() +
-                               u" (it was not written by Tidewell)");
+                                   u" (it was not written by Tidewell)",
+                               true);
             if (shapes.value(table.key()) != table.value())
                 return refused(u"the table " + table.key() +
-                               u" does not have the columns Tidewell writes (it was not "
-                               u"written by Tidewell)");
+                                   u" does not have the columns Tidewell writes (it was not "
+                                   u"written by Tidewell)",
+                               true);
         }
     }
 

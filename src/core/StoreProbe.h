@@ -24,6 +24,9 @@ public:
         Verdict verdict = Verdict::Refused;
         QString reason;
         int version = 0;
+        // Refused as damaged or not ours: a backup could take its place (not so for
+        // a read-only file or one from a newer Tidewell).
+        bool restorable = false;
     };
 
     static Result examine(const QString& path);

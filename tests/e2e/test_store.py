@@ -1,10 +1,14 @@
 #!/usr/bin/python3
 """End-to-end: what the real tidewell binary keeps of the user's data when things
 go wrong. Half a minute of quick counts killed with SIGKILL loses at most the last two
-seconds; a store file that cannot be written is refused at start and left as it was.
+seconds; a store file that cannot be written is refused at start and left as it was;
+a store damaged under the running app stops taking writes, says so, and the backup
+the app made the day before (under libfaketime) brings that day's data back from
+the hub's File menu.
 
 Usage: test_store.py <tidewell binary>
 """
+import datetime
 import hashlib
 import os
 import signal
@@ -88,6 +92,119 @@ class StoreUnderStress(TidewellCase):
         finally:
             subprocess.run(["chattr", "-i", path] if root_user else ["chmod", "644", path])
         self.relaunch()
+
+    def backups(self):
+        return os.path.join(os.path.dirname(self.store()), "backups")
+
+    def launch(self, **env):
+        self.log = os.path.join(self.desktop.home, "tidewell.log")
+        type(self).app = subprocess.Popen([APP], env=dict(self.desktop.env, **env),
+                                          stdout=subprocess.DEVNULL, stderr=open(self.log, "a"))
+        type(self).root = self.a11y.application("Tidewell")
+
+    def find_named(self, predicate, timeout=10):
+        """The first showing control whose name `predicate` accepts."""
+        import pyatspi
+        found = wait_for(lambda: pyatspi.utils.findDescendant(
+            self.root, lambda o: o is not None and o.name and predicate(o.name)
+            and o.getState().contains(pyatspi.STATE_SHOWING)), timeout, 0.2)
+        self.assertTrue(found, "no control of that name")
+        return found
+
+    def test_3_damage_under_the_running_app_then_restore_yesterday(self):
+        a11y = self.a11y
+        today = datetime.date.today()
+        yesterday = today - datetime.timedelta(days=1)
+        # Yesterday (faked): the app checks the store and backs it up a few seconds in.
+        self.stop_app()
+        self.launch(LD_PRELOAD="/usr/lib/x86_64-linux-gnu/faketime/libfaketime.so.1",
+                    FAKETIME="-1d", FAKETIME_DONT_FAKE_MONOTONIC="1")
+        backup = os.path.join(self.backups(), "store-%s.sqlite" % yesterday.isoformat())
+        self.assertTrue(wait_for(lambda: os.path.exists(backup), 30, 0.5), "no backup yesterday")
+        self.stop_app()
+
+        # Today: a second habit, and years of history, so that the store has a middle.
+        db = sqlite3.connect(self.store())
+        db.execute('INSERT INTO habit (id, icon, name, colorHex, maxValue, currentValue, '
+                   'firstTrackerDate, "order") VALUES (?, ?, ?, ?, 5, 0, ?, 1)',
+                   (str(uuid.uuid4()), "🍵", "Tea", "#10B981", time.time()))
+        (water,), = db.execute("SELECT id FROM habit WHERE name = 'Water'").fetchall()
+        db.executemany("INSERT INTO habit_history VALUES (?, ?, 3, 100, 0, ?)",
+                       [(str(uuid.uuid4()), (today - datetime.timedelta(days=d)).isoformat(),
+                         water) for d in range(1, 4000)])
+        db.commit()
+        db.close()
+        monitor_log = open(os.path.join(self.desktop.home, "monitor.log"), "w+")
+        monitor = subprocess.Popen(
+            ["dbus-monitor", "--session", "interface='org.freedesktop.Notifications'"],
+            env=self.desktop.env, stdout=monitor_log, stderr=subprocess.DEVNULL)
+        try:
+            self.launch()
+            root = self.root
+            switch = a11y.find(root, "Habits in status bar")
+            a11y.switch_on(switch)
+            (x, y), = self.desktop.tray_icons_or_report()
+            self.desktop.click(x, y)
+            self.assertTrue(wait_for(lambda: self.desktop.window_ids("^Habits$")), "no popup")
+            a11y.find_in(root, "Tea", "Add one")
+
+            # The disk fails: the inner pages of the history's indexes, which a count
+            # goes through and the app has not written since it started (its writes
+            # are still in the log), are overwritten.
+            db = sqlite3.connect("file:%s?mode=ro" % self.store(), uri=True)
+            pages = [p for (p,) in db.execute(
+                "SELECT pageno FROM dbstat WHERE name IN (SELECT name FROM sqlite_master "
+                "WHERE type = 'index' AND tbl_name = 'habit_history') "
+                "AND pagetype = 'internal' ORDER BY pageno")]
+            (size,), = db.execute("PRAGMA page_size").fetchall()
+            db.close()
+            self.assertTrue(pages, "the index has no inner pages")
+            with open(self.store(), "r+b") as store:
+                for page in pages:
+                    store.seek((page - 1) * size)
+                    store.write(b"\x5a" * size)
+            damaged = hashlib.sha256(open(self.store(), "rb").read()).hexdigest()
+            a11y.press(a11y.find_in(root, "Water", "Add one"))
+
+            self.find_named(lambda n: n.startswith("The store is damaged"))
+            self.assertTrue(wait_for(lambda: "damaged" in open(monitor_log.name).read(), 10),
+                            "no notification")
+            # Nothing more is written to the damaged file.
+            a11y.press(a11y.find_in(root, "Tea", "Add one"))
+            time.sleep(2.5)  # past the debounced save
+            self.assertEqual(hashlib.sha256(open(self.store(), "rb").read()).hexdigest(),
+                             damaged)
+
+            a11y.press(a11y.find(root, "File"))
+            a11y.press(a11y.find(root, "Restore from backup…", role="menu item"))
+            a11y.find(root, "Backups")
+            day = "%s, %d %s %d" % (yesterday.strftime("%A"), yesterday.day,
+                                    yesterday.strftime("%B"), yesterday.year)
+            row = self.find_named(lambda n: n.startswith(day + " — 1 habit"))
+            a11y.press(row)
+            a11y.press(a11y.find(root, "Restore…"))
+            a11y.press(a11y.find(root, "Restore", role="push button"))
+
+            # The app starts again on yesterday's store, in the same process, and takes
+            # the note the restore left for it: Water, and no Tea.
+            folder = os.path.dirname(self.store())
+            note = self.store() + ".restored"
+            self.assertTrue(wait_for(lambda: any(f.startswith("store-damaged-") for f in
+                                                 os.listdir(folder)) and not os.path.exists(note),
+                                     20), "the app did not come back: %s" % open(self.log).read())
+            self.assertIsNone(self.app.poll())
+            type(self).root = self.a11y.application("Tidewell")
+            root = self.root
+            (x, y), = self.desktop.tray_icons_or_report()
+            self.desktop.click(x, y)
+            self.assertTrue(wait_for(lambda: self.desktop.window_ids("^Habits$")), "no popup")
+            a11y.find_in(root, "Water", "Add one")
+            self.assertRaises(AssertionError, a11y.find_in, root, "Tea", "Add one", 2)
+            self.assertTrue(wait_for(lambda: "Backup restored" in open(monitor_log.name).read(),
+                                     10), "no word of the restore")
+        finally:
+            monitor.terminate()
+            monitor_log.close()
 
 
 if __name__ == "__main__":

@@ -7,13 +7,18 @@ the accessibility tree within a second while the request is under way, local dat
 is unchanged, the account stays signed in (only 401 signs out) and the token never
 reaches a second host. Then the keyring: hung, missing at start-up, and locked; the app
 starts within 2 s with its data usable each time and is signed in again once the
-keyring answers, starts, or is unlocked.
+keyring answers, starts, or is unlocked. Last, the store: damaged under the running
+app, writes stop and the hub says so; `tidewell restore-backup` brings back the day's
+backup the app made itself.
 
 Usage: fault_matrix.py <tidewell binary> [--json FILE]
 """
+import datetime
+import hashlib
 import json
 import os
 import signal
+import sqlite3
 import ssl
 import subprocess
 import sys
@@ -279,6 +284,68 @@ class FaultMatrix(unittest.TestCase):
             desktop.keyring = desktop.start_keyring()
 
         self.keyring_case("keyring locked", lock, unlock)
+
+    def test_7_store_damaged_while_running(self):
+        store = os.path.join(self.desktop.home, ".local/share/com.brenlow.tidewell/store.sqlite")
+        backup = os.path.join(os.path.dirname(store), "backups",
+                              "store-%s.sqlite" % datetime.date.today().isoformat())
+        # The app backs up the store a few seconds after its first start of the day.
+        self.assertTrue(wait_for(lambda: os.path.exists(backup), 30, 0.5), "no backup today")
+        self.app.send_signal(signal.SIGTERM)
+        self.app.wait(15)
+        # Years of history, so that its indexes have inner pages for the disk to lose.
+        db = sqlite3.connect(store)
+        (water,), = db.execute("SELECT id FROM habit WHERE name = 'Water'").fetchall()
+        db.executemany("INSERT INTO habit_history VALUES (?, ?, 1, 8, 0, ?)",
+                       [(str(uuid.uuid4()), (datetime.date.today() - datetime.timedelta(days=d))
+                         .isoformat(), water) for d in range(1, 4000)])
+        db.commit()
+        pages = [p for (p,) in db.execute(
+            "SELECT pageno FROM dbstat WHERE name IN (SELECT name FROM sqlite_master "
+            "WHERE type = 'index' AND tbl_name = 'habit_history') AND pagetype = 'internal'")]
+        (size,), = db.execute("PRAGMA page_size").fetchall()
+        db.close()
+        type(self).launch()
+        self.root = type(self).root
+        wait_for(lambda: self.bus.name_has_owner("com.brenlow.tidewell"), 10)
+        habits = dbus.Interface(self.bus.get_object("com.brenlow.tidewell",
+                                                    "/com/brenlow/tidewell"),
+                                "com.brenlow.tidewell.Habits")
+        with open(store, "r+b") as f:
+            for page in pages:
+                f.seek((page - 1) * size)
+                f.write(b"\x5a" * size)
+        damaged = hashlib.sha256(open(store, "rb").read()).hexdigest()
+        habits.Count("Water", timeout=5)
+        said = wait_for(lambda: [t for t in self.labels() if t.startswith("The store is damaged")],
+                        10, 0.2)
+        habits.Count("Water", timeout=5)
+        time.sleep(2.5)  # past the debounced save
+        untouched = hashlib.sha256(open(store, "rb").read()).hexdigest() == damaged
+
+        before = self.bus.get_name_owner("com.brenlow.tidewell")
+
+        def restarted_with_water():
+            try:
+                return self.bus.get_name_owner("com.brenlow.tidewell") != before and \
+                    "Water" in self.local_data()
+            except dbus.exceptions.DBusException:
+                return False
+
+        started = time.monotonic()
+        restored = self.desktop.run([APP, "restore-backup", datetime.date.today().isoformat()],
+                                    timeout=60)
+        back = restored.returncode == 0 and wait_for(restarted_with_water, 20, 0.2)
+        self.results["store damaged while running"] = {
+            "text": (said or []) + ["restored: %s" % restored.stdout.strip()],
+            "start_s": round(time.monotonic() - started, 3),
+            "passed": bool(said) and untouched and bool(back)}
+        self.assertTrue(said, "the hub did not say the store is damaged")
+        self.assertTrue(untouched, "the damaged store was written to")
+        self.assertEqual(restored.returncode, 0, restored.stderr)
+        self.assertTrue(back, "the restored data did not come back")
+        self.assertTrue([f for f in os.listdir(os.path.dirname(store))
+                         if f.startswith("store-damaged-")])
 
 
 if __name__ == "__main__":

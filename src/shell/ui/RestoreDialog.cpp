@@ -54,8 +54,11 @@ RestoreDialog::RestoreDialog(const QList<StoreBackups::Entry>& backups, QWidget*
     connect(file, &QPushButton::clicked, this, &RestoreDialog::chooseFile);
     connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
-    connect(m_list, &QListWidget::currentItemChanged, this, [this](QListWidgetItem* item) {
-        m_chosen = item ? item->data(Qt::UserRole).toString() : QString();
+    m_list->setSelectionMode(QAbstractItemView::SingleSelection);
+    // Selection, not the current item: assistive technologies select rows.
+    connect(m_list, &QListWidget::itemSelectionChanged, this, [this] {
+        const QList<QListWidgetItem*> selected = m_list->selectedItems();
+        m_chosen = selected.isEmpty() ? QString() : selected.first()->data(Qt::UserRole).toString();
         m_restore->setEnabled(!m_chosen.isEmpty());
     });
     connect(m_list, &QListWidget::itemActivated, this, [this] {
