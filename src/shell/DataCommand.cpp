@@ -107,6 +107,21 @@ std::optional<Request> parseRestore(const QStringList& args, QTextStream& out, Q
     return request;
 }
 
+// The store's lock, taken for the command; nothing (and the reason said) when a
+// Tidewell that cannot be reached holds it. No lock without a path.
+std::optional<std::unique_ptr<StoreLock>> lockStore(const QString& path, QTextStream& err)
+{
+    bool held = false;
+    QString ignored;
+    std::unique_ptr<StoreLock> lock =
+        path.isEmpty() ? nullptr : StoreLock::acquire(path, &held, &ignored);
+    if (held) {
+        err << "tidewell: Tidewell is running but cannot be reached; quit it and try again\n";
+        return std::nullopt;
+    }
+    return lock;
+}
+
 int restoreOnTheStore(const Request& request, QTextStream& out, QTextStream& err)
 {
     QString error;
@@ -115,13 +130,9 @@ int restoreOnTheStore(const Request& request, QTextStream& out, QTextStream& err
         return DataCommand::Refused;
     }
     const QString path = DataStore::defaultPath(&error);
-    bool held = false;
-    std::unique_ptr<StoreLock> lock =
-        path.isEmpty() ? nullptr : StoreLock::acquire(path, &held, &error);
-    if (held) {
-        err << "tidewell: Tidewell is running but cannot be reached; quit it and try again\n";
+    const std::optional<std::unique_ptr<StoreLock>> lock = lockStore(path, err);
+    if (!lock)
         return DataCommand::Failed;
-    }
     if (path.isEmpty()) {
         err << "tidewell: " << error << '\n';
         return DataCommand::Failed;
@@ -158,13 +169,9 @@ int onTheStore(const Request& request, QTextStream& out, QTextStream& err)
         return DataCommand::Refused;
     }
     const QString path = DataStore::defaultPath(&error);
-    bool held = false;
-    std::unique_ptr<StoreLock> lock =
-        path.isEmpty() ? nullptr : StoreLock::acquire(path, &held, &error);
-    if (held) {
-        err << "tidewell: Tidewell is running but cannot be reached; quit it and try again\n";
+    const std::optional<std::unique_ptr<StoreLock>> lock = lockStore(path, err);
+    if (!lock)
         return DataCommand::Failed;
-    }
     std::unique_ptr<DataStore> store = path.isEmpty() ? nullptr : DataStore::open(path, &error);
     if (!store) {
         err << "tidewell: cannot open the store at " << path << ": " << error << '\n';
