@@ -8,6 +8,7 @@
 #include "PlaceholderWidgetView.h"
 #include "PomodoroService.h"
 #include "StatusItemHost.h"
+#include "StoreNotice.h"
 #include "Switch.h"
 #include "TestServices.h"
 #include "WidgetPlacement.h"
@@ -84,6 +85,39 @@ private slots:
         DesktopPanelHost* unknown = wm.panelHost(QStringLiteral("weather"));
         QVERIFY(unknown);
         QCOMPARE(unknown->panel()->size(), QSize(240, 200));
+    }
+
+    void damagedStoreIsSaidInEveryWidgetWindow()
+    {
+        WindowManager wm;
+        wm.setViewFactory([](const QString&, bool) { return new QLabel(QStringLiteral("view")); });
+        addPlacement(context(), QStringLiteral("weather"), QStringLiteral("off"), false, true);
+        QVERIFY(context().save());
+        wm.restoreFromPersistence();
+        const auto notices = [&wm] {
+            QStringList out;
+            for (QWidget* root :
+                 {static_cast<QWidget*>(wm.panelHost(QStringLiteral("weather"))->panel()),
+                  static_cast<QWidget*>(wm.openWindow(QStringLiteral("tasks")))})
+                for (const StoreNotice* notice : root->findChildren<StoreNotice*>())
+                    out.append(notice->text());
+            return out;
+        };
+        QCOMPARE(notices(), (QStringList{QString(), QString()}));
+        context().markDamaged(QStringLiteral("database disk image is malformed"));
+        const QStringList said = notices();
+        QCOMPARE(said.size(), 2);
+        for (const QString& line : said)
+            QVERIFY(line.startsWith(u"The store is damaged: changes are not saved."));
+        // A window opened afterwards says it from the start.
+        WindowManager later;
+        later.setViewFactory([](const QString&, bool) { return new QLabel; });
+        QVERIFY(later.openWindow(QStringLiteral("habits"))
+                    ->findChild<StoreNotice*>()
+                    ->text()
+                    .startsWith(u"The store is damaged"));
+        wm.openWindow(QStringLiteral("tasks"))->close();
+        later.openWindow(QStringLiteral("habits"))->close();
     }
 
     void unknownWidgetShowsPlaceholderAndDot()

@@ -7,6 +7,7 @@
 #include "PlaceholderWidgetView.h"
 #include "PomodoroWidgetView.h"
 #include "StatusItemHost.h"
+#include "StoreNotice.h"
 #include "TasksWidgetView.h"
 #include "TrayPopup.h"
 #include "WidgetPlacement.h"
@@ -37,7 +38,7 @@ WidgetWindow* WindowManager::openWindow(const QString& widgetId)
 {
     WidgetWindow* window = m_windows.value(widgetId);
     if (!window) {
-        window = new WidgetWindow(widgetId, widgetView(widgetId, false));
+        window = new WidgetWindow(widgetId, noticed(widgetView(widgetId, false)));
         m_windows.insert(widgetId, window);
     }
     window->bringForward();
@@ -57,6 +58,11 @@ QWidget* WindowManager::widgetView(const QString& widgetId, bool viewOnly) const
     if (const WidgetMeta* meta = WidgetRegistry::find(widgetId))
         return new PlaceholderWidgetView(meta->name);
     return new PlaceholderWidgetView(QStringLiteral("Unknown widget"));
+}
+
+QWidget* WindowManager::noticed(QWidget* view) const
+{
+    return new StoreNotice(DataStore::shared().mainContext(), view);
 }
 
 void WindowManager::restoreFromPersistence()
@@ -80,7 +86,7 @@ void WindowManager::sync(const QString& widgetId, bool inStatusBar, bool inFloat
 {
     if (inStatusBar && !m_statusHosts.contains(widgetId)) {
         auto* host = new StatusItemHost(
-            widgetId, [this, widgetId] { return widgetView(widgetId, false); }, this);
+            widgetId, [this, widgetId] { return noticed(widgetView(widgetId, false)); }, this);
         connect(host, &StatusItemHost::openHubRequested, this, &WindowManager::openHubRequested);
         connect(host, &StatusItemHost::historyRequested, this, &WindowManager::historyRequested);
         connect(host, &StatusItemHost::quitRequested, this, &WindowManager::quitRequested);
@@ -94,7 +100,7 @@ void WindowManager::sync(const QString& widgetId, bool inStatusBar, bool inFloat
 
     if (inFloating && !m_panelHosts.contains(widgetId)) {
         auto* host = new DesktopPanelHost(widgetId, WidgetRegistry::defaultPanelSize(widgetId),
-                                          widgetView(widgetId, true), this);
+                                          noticed(widgetView(widgetId, true)), this);
         connect(host, &DesktopPanelHost::closedByUser, this, &WindowManager::handlePanelClosed);
         m_panelHosts.insert(widgetId, host);
     } else if (!inFloating) {

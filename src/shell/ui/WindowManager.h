@@ -61,6 +61,9 @@ signals:
     void placementsChanged();
 
 private:
+    // `view` under the line that shows while the store is damaged.
+    QWidget* noticed(QWidget* view) const;
+
     QHash<QString, StatusItemHost*> m_statusHosts;
     QHash<QString, DesktopPanelHost*> m_panelHosts;
     QHash<QString, QPointer<WidgetWindow>> m_windows;
