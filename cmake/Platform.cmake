@@ -63,10 +63,9 @@ if(TIDEWELL_PLATFORM STREQUAL "linux")
       shell/ui/DBusMenuExporter.cpp shell/ui/DBusMenuExporter.h
       shell/ui/TrayDBusTypes.cpp shell/ui/TrayDBusTypes.h
     LIBS Qt6::DBus)
-  # Sway is asked over its IPC socket, a local one.
   tidewell_platform_facility(window_stickiness
     SOURCES shell/ui/WindowStickinessX11.cpp shell/ui/SwayCommand.cpp shell/ui/SwayCommand.h
-    LIBS PkgConfig::XCB Qt6::Network)
+    LIBS PkgConfig::XCB)
   tidewell_platform_facility(window_activation
     SOURCES shell/ui/WindowActivationLinux.cpp LIBS PkgConfig::XCB)
   tidewell_platform_facility(control LIBS tw_shell_dbus)

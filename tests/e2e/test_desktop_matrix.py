@@ -8,9 +8,10 @@ With a tray: each item has its own Id, and opens its popup under its icon; a pop
 closes on an outside click, also after its settings dialog. Everywhere: three
 panels placed at once float clear of each other, above another application's
 window and on another workspace; Ctrl+drag moves one for good; the habit editor
-opens above its panel; a focus phase's notification names the app's icon; and
-nothing asks the keyring while nobody has signed in. Without a tray, the timer,
-a habit and a task are used from the hub alone.
+opens above its panel; a focus phase's notification names the app's icon;
+nothing asks the keyring while nobody has signed in, and Qt Network stays
+unloaded. Without a tray, the timer, a habit and a task are used from the hub
+alone.
 
 Usage: test_desktop_matrix.py x11|sway|gnome|gnome-without-tray|kde <tidewell binary> [shots]
 """
@@ -233,6 +234,10 @@ class OnADesktop(unittest.TestCase):
         self.assertGreater(self.window("New habit")["stacking"], self.window("Habits")["stacking"])
         a11y.press(a11y.find(self.root, "Cancel", role="push button"))
         self.assertTrue(wait_for(lambda: not self.window("New habit"), 5))
+
+        # Nothing here needs Qt Network: it comes with the first sync only.
+        with open("/proc/%d/maps" % desk.app) as maps:
+            self.assertNotIn("libQt6Network", maps.read())
 
     def test_3_hub_alone(self):
         if self.desk.has_tray:

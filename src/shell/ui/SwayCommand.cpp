@@ -1,14 +1,19 @@
 #include "SwayCommand.h"
 
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QLocalSocket>
+#include <QSocketNotifier>
 #include <QTimer>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <memory>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 namespace {
 constexpr int answerWaitMs = 2000;
@@ -83,28 +88,54 @@ bool SwayCommand::ask(Message type, const QByteArray& payload, const QString& so
 {
     if (socket.isEmpty())
         return false;
-    auto* connection = new QLocalSocket;
+    // A plain Unix socket rather than QLocalSocket, which would load Qt Network (and
+    // the TLS, proxy and Kerberos libraries under it) at every start on sway.
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const QByteArray path = QFile::encodeName(socket);
+    if (size_t(path.size()) >= sizeof(address.sun_path))
+        return false;
+    std::memcpy(address.sun_path, path.constData(), size_t(path.size()));
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return false;
+    // A request is a few hundred bytes: it fits the socket's buffer in one send.
     const QByteArray message = encode(payload, type);
-    QObject::connect(connection, &QLocalSocket::connected, connection,
-                     [connection, message] { connection->write(message); });
+    if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
+        ::send(fd, message.constData(), size_t(message.size()), MSG_NOSIGNAL) !=
+            ssize_t(message.size())) {
+        ::close(fd); // sway has gone: nothing to wait for
+        return true;
+    }
+    // The socket goes once sway has answered, or failed, or taken too long.
+    auto* reader = new QSocketNotifier(qintptr(fd), QSocketNotifier::Read);
+    auto finish = [reader, fd] {
+        if (!reader->isEnabled())
+            return;
+        reader->setEnabled(false);
+        ::close(fd);
+        reader->deleteLater();
+    };
     auto received = std::make_shared<QByteArray>();
-    QObject::connect(connection, &QLocalSocket::readyRead, connection,
-                     [connection, received, answer = std::move(answer)] {
-                         *received += connection->readAll();
+    QObject::connect(reader, &QSocketNotifier::activated, reader,
+                     [fd, received, finish, answer = std::move(answer)] {
+                         char chunk[4096];
+                         const ssize_t got = ::recv(fd, chunk, sizeof chunk, 0);
+                         if (got < 0 && (errno == EAGAIN || errno == EINTR))
+                             return;
+                         if (got <= 0)
+                             return finish();
+                         received->append(chunk, got);
                          if (received->size() < headerSize)
                              return;
                          quint32 length = 0;
-                         memcpy(&length, received->constData() + 6, sizeof length);
+                         std::memcpy(&length, received->constData() + 6, sizeof length);
                          if (received->size() < headerSize + qsizetype(length))
                              return;
-                         connection->disconnectFromServer();
+                         finish();
                          answer(received->mid(headerSize, length));
                      });
-    // The socket goes once sway has answered, or failed, or taken too long.
-    QObject::connect(connection, &QLocalSocket::disconnected, connection, &QObject::deleteLater);
-    QObject::connect(connection, &QLocalSocket::errorOccurred, connection, &QObject::deleteLater);
-    QTimer::singleShot(answerWaitMs, connection, &QObject::deleteLater);
-    connection->connectToServer(socket);
+    QTimer::singleShot(answerWaitMs, reader, finish);
     return true;
 }
 
