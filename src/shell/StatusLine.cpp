@@ -1,5 +1,7 @@
 #include "StatusLine.h"
 
+#include "Countdown.h"
+
 #include <QJsonDocument>
 #include <QJsonObject>
 
@@ -9,6 +11,11 @@ namespace {
 QString phaseOf(const QVariantMap& p)
 {
     return p.value(QStringLiteral("Phase")).toString();
+}
+
+Countdown::Phase phaseIn(const QVariantMap& p)
+{
+    return Countdown::named(phaseOf(p));
 }
 } // namespace
 
@@ -24,31 +31,17 @@ void StatusLine::update(const QVariantMap& changed)
 
 QString StatusLine::phaseLabel() const
 {
-    const QString phase = phaseOf(m_properties);
-    if (phase == u"short-break")
-        return QStringLiteral("Short Break");
-    if (phase == u"long-break")
-        return QStringLiteral("Long Break");
-    return QStringLiteral("Pomodoro");
+    return PomodoroService::label(phaseIn(m_properties));
 }
 
 QString StatusLine::phaseIcon() const
 {
-    const QString phase = phaseOf(m_properties);
-    if (phase == u"short-break")
-        return QStringLiteral("☕");
-    if (phase == u"long-break")
-        return QStringLiteral("🛌");
-    return QStringLiteral("🍅");
+    return Countdown::symbol(phaseIn(m_properties));
 }
 
 QString StatusLine::remaining() const
 {
-    // Whole seconds rounded up, as the countdown shows them.
-    const qint64 ms =
-        std::max<qint64>(m_properties.value(QStringLiteral("RemainingMs")).toLongLong(), 0);
-    const qint64 seconds = (ms + 999) / 1000;
-    return QString::asprintf("%02lld:%02lld", seconds / 60, seconds % 60);
+    return Countdown::text(m_properties.value(QStringLiteral("RemainingMs")).toLongLong());
 }
 
 int StatusLine::percentage() const

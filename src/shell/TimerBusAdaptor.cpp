@@ -1,5 +1,6 @@
 #include "TimerBusAdaptor.h"
 
+#include "Countdown.h"
 #include "DesktopBus.h"
 #include "PomodoroService.h"
 
@@ -18,8 +19,8 @@ TimerBusAdaptor::TimerBusAdaptor(QObject* parent, PomodoroService& timer)
             {QStringLiteral("Phase"), QStringLiteral("DurationMs"), QStringLiteral("RemainingMs")});
     });
     connect(&timer, &PomodoroService::remainingMsChanged, this, [this] {
-        // Rounded up, as the countdown shows it: 24:59.9 reads 25:00.
-        if ((remainingMs() + 999) / 1000 != m_announcedSeconds)
+        // Once a second, as the countdown shows it.
+        if (Countdown::seconds(remainingMs()) != m_announcedSeconds)
             changed({QStringLiteral("RemainingMs")});
     });
     connect(&timer, &PomodoroService::pomodoroTotalCountChanged, this,
@@ -51,7 +52,7 @@ void TimerBusAdaptor::announce()
         properties.insert(name, value(name));
     m_pending.clear();
     if (properties.contains(QStringLiteral("RemainingMs")))
-        m_announcedSeconds = (remainingMs() + 999) / 1000;
+        m_announcedSeconds = Countdown::seconds(remainingMs());
     DesktopBus::announce(DesktopBus::TimerInterface, properties);
 }
 
@@ -63,15 +64,7 @@ QVariant TimerBusAdaptor::value(const QString& name) const
 
 QString TimerBusAdaptor::phase() const
 {
-    switch (m_timer.currentPhase()) {
-    case PomodoroService::Phase::Focus:
-        return QStringLiteral("focus");
-    case PomodoroService::Phase::ShortBreak:
-        return QStringLiteral("short-break");
-    case PomodoroService::Phase::LongBreak:
-        return QStringLiteral("long-break");
-    }
-    return {};
+    return Countdown::name(m_timer.currentPhase());
 }
 
 qlonglong TimerBusAdaptor::remainingMs() const

@@ -1,5 +1,6 @@
 #include "StatusItemHost.h"
 
+#include "Countdown.h"
 #include "PomodoroService.h"
 #include "SymbolIcon.h"
 #include "TrayItem.h"
@@ -86,18 +87,6 @@ QIcon renderIcon(const QString& symbol, const QString& countdown)
     return QIcon(pm);
 }
 
-QString phaseSymbol(PomodoroService::Phase phase)
-{
-    switch (phase) {
-    case PomodoroService::Phase::ShortBreak:
-        return QStringLiteral("☕");
-    case PomodoroService::Phase::LongBreak:
-        return QStringLiteral("🛌");
-    case PomodoroService::Phase::Focus:
-        break;
-    }
-    return QStringLiteral("🍅");
-}
 } // namespace
 
 StatusItemHost::StatusItemHost(const QString& widgetId, ContentFactory content, QObject* parent)
@@ -147,12 +136,8 @@ StatusItemHost::~StatusItemHost()
 QString StatusItemHost::pomodoroTitle(PomodoroService::Phase phase, bool isActive,
                                       qint64 remainingMs)
 {
-    const QString symbol = phaseSymbol(phase);
-    if (!isActive)
-        return symbol;
-    const qint64 minutes = remainingMs / 60000;
-    const qint64 seconds = (remainingMs / 1000) % 60;
-    return symbol + u' ' + QString::asprintf("%02lld:%02lld", minutes, seconds);
+    const QString symbol = Countdown::symbol(phase);
+    return isActive ? symbol + u' ' + Countdown::text(remainingMs) : symbol;
 }
 
 void StatusItemHost::refreshPomodoroTitle()

@@ -1,5 +1,6 @@
 #include "PomodoroWidgetView.h"
 
+#include "Countdown.h"
 #include "PomodoroService.h"
 #include "PomodoroSettingsSheet.h"
 #include "SymbolIcon.h"
@@ -150,7 +151,7 @@ PomodoroWidgetView::PomodoroWidgetView(bool viewOnly, QWidget* parent)
 
 QString PomodoroWidgetView::timeText(qint64 remainingMs)
 {
-    return QString::asprintf("%02lld:%02lld", remainingMs / 60000, (remainingMs / 1000) % 60);
+    return Countdown::text(remainingMs);
 }
 
 void PomodoroWidgetView::showEvent(QShowEvent* event)
