@@ -163,48 +163,41 @@ QCoro::Task<bool> SyncEngine::mayPush()
     co_return self&& m_auth.isSignedIn();
 }
 
-QCoro::Task<> SyncEngine::pushHabits()
+template <typename Read, typename Put>
+QCoro::Task<> SyncEngine::push(const QString& resource, Read read, Put put)
 {
     if (!co_await mayPush())
         co_return;
-    const QString prefix = QStringLiteral("Push (habits) failed: ");
-    const std::optional<QList<WireHabit>> habits = SyncMapping::habits(context());
-    if (!habits) {
-        setLastError(prefix + unreadable);
+    const QString prefix = QStringLiteral("Push (%1) failed: ").arg(resource);
+    // Nothing to send (a timer never configured) says nothing; a store that
+    // could not be read says so, and sends nothing.
+    const quint64 failures = context().readFailures();
+    const auto local = read(context());
+    if (!local) {
+        if (context().readFailures() != failures)
+            setLastError(prefix + unreadable);
         co_return;
     }
     const QPointer<SyncEngine> self(this);
-    const auto error = co_await m_client.putHabits(*habits);
+    const auto error = co_await put(*local);
     if (self && error)
         failed(*error, prefix);
+}
+
+QCoro::Task<> SyncEngine::pushHabits()
+{
+    return push(QStringLiteral("habits"), &SyncMapping::habits,
+                [this](const QList<WireHabit>& habits) { return m_client.putHabits(habits); });
 }
 
 QCoro::Task<> SyncEngine::pushTasks()
 {
-    if (!co_await mayPush())
-        co_return;
-    const QString prefix = QStringLiteral("Push (tasks) failed: ");
-    const std::optional<QList<WireTaskList>> lists = SyncMapping::taskLists(context());
-    if (!lists) {
-        setLastError(prefix + unreadable);
-        co_return;
-    }
-    const QPointer<SyncEngine> self(this);
-    const auto error = co_await m_client.putTasks(*lists);
-    if (self && error)
-        failed(*error, prefix);
+    return push(QStringLiteral("tasks"), &SyncMapping::taskLists,
+                [this](const QList<WireTaskList>& lists) { return m_client.putTasks(lists); });
 }
 
 QCoro::Task<> SyncEngine::pushPomodoro()
 {
-    if (!co_await mayPush())
-        co_return;
-    const QString prefix = QStringLiteral("Push (pomodoro) failed: ");
-    const std::optional<PomodoroState> state = SyncMapping::pomodoro(context());
-    if (!state)
-        co_return;
-    const QPointer<SyncEngine> self(this);
-    const auto error = co_await m_client.putPomodoro(*state);
-    if (self && error)
-        failed(*error, prefix);
+    return push(QStringLiteral("pomodoro"), &SyncMapping::pomodoro,
+                [this](const PomodoroState& state) { return m_client.putPomodoro(state); });
 }
