@@ -311,7 +311,18 @@ class OnADesktop(unittest.TestCase):
 
 
 def main():
-    unittest.main(argv=[sys.argv[0], "-v"])
+    # A nested compositor on a loaded machine now and then loses a click or a
+    # window: one more run, in a fresh process on a fresh desktop, tells that from
+    # a fault. The first run's failures stay in the log.
+    program = unittest.main(argv=[sys.argv[0], "-v"], exit=False)
+    if program.result.wasSuccessful():
+        sys.exit(0)
+    if os.environ.get("TIDEWELL_E2E_RETRY"):
+        sys.exit(1)
+    print("first run on %s failed; once more on a fresh desktop" % DESKTOP, file=sys.stderr,
+          flush=True)
+    os.environ["TIDEWELL_E2E_RETRY"] = "1"
+    os.execv(sys.executable, [sys.executable] + sys.argv)
 
 
 if __name__ == "__main__":
