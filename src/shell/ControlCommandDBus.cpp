@@ -44,8 +44,8 @@ int failed(const QDBusMessage& reply, QTextStream& err)
         return ControlCommand::NotRunning;
     }
     err << "tidewell: " << reply.errorMessage() << '\n';
-    return name.startsWith(u"com.brenlow.tidewell.Error.") ? ControlCommand::Refused
-                                                           : ControlCommand::NotRunning;
+    return name.startsWith(DesktopBus::ErrorPrefix) ? ControlCommand::Refused
+                                                    : ControlCommand::NotRunning;
 }
 
 int usage(QTextStream& err, const QString& what)
@@ -285,8 +285,8 @@ std::optional<int> ControlCommand::handOff(const DataCommand::Request& request, 
         QDBusConnection::sessionBus().call(call, QDBus::Block, DataCallTimeoutMs);
     if (reply.type() != QDBusMessage::ReplyMessage) {
         err << "tidewell: " << reply.errorMessage() << '\n';
-        return reply.errorName().startsWith(u"com.brenlow.tidewell.Error.") ? DataCommand::Refused
-                                                                            : DataCommand::Failed;
+        return reply.errorName().startsWith(DesktopBus::ErrorPrefix) ? DataCommand::Refused
+                                                                     : DataCommand::Failed;
     }
     DataCommand::report(
         request, request.isImport ? reply.arguments().value(0).toStringList() : QStringList(), out);

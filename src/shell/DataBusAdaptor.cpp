@@ -5,42 +5,35 @@
 
 #include <QFileInfo>
 
-namespace {
-const QString failed = QStringLiteral("com.brenlow.tidewell.Error.Failed");
-const QString invalid = QStringLiteral("com.brenlow.tidewell.Error.InvalidArgs");
-} // namespace
-
 DataBusAdaptor::DataBusAdaptor(QObject* parent, DataTransfer& transfer)
     : QDBusAbstractAdaptor(parent)
     , m_transfer(transfer)
 {}
-
-void DataBusAdaptor::refuse(const QString& error, const QString& message) const
-{
-    static_cast<DesktopBus*>(parent())->sendErrorReply(error, message);
-}
 
 void DataBusAdaptor::Export(const QString& path, const QString& csvDirectory)
 {
     // The caller's working folder is not ours: relative paths would land elsewhere.
     if (QFileInfo(path).isRelative() ||
         (!csvDirectory.isEmpty() && QFileInfo(csvDirectory).isRelative())) {
-        refuse(invalid, QStringLiteral("paths must be absolute"));
+        DesktopBus::refuse(this, DesktopBus::Error::InvalidArgs,
+                           QStringLiteral("paths must be absolute"));
         return;
     }
     QString error;
     if (!m_transfer.exportTo(path, csvDirectory, &error))
-        refuse(failed, error);
+        DesktopBus::refuse(this, DesktopBus::Error::Failed, error);
 }
 
 QStringList DataBusAdaptor::Import(const QString& path, const QString& mode)
 {
     if (mode != u"replace" && mode != u"merge") {
-        refuse(invalid, QStringLiteral("the mode must be \"replace\" or \"merge\""));
+        DesktopBus::refuse(this, DesktopBus::Error::InvalidArgs,
+                           QStringLiteral("the mode must be \"replace\" or \"merge\""));
         return {};
     }
     if (QFileInfo(path).isRelative()) {
-        refuse(invalid, QStringLiteral("paths must be absolute"));
+        DesktopBus::refuse(this, DesktopBus::Error::InvalidArgs,
+                           QStringLiteral("paths must be absolute"));
         return {};
     }
     QString error;
@@ -50,7 +43,7 @@ QStringList DataBusAdaptor::Import(const QString& path, const QString& mode)
                                                 mode == u"replace" ? ExportDocument::Mode::Replace
                                                                    : ExportDocument::Mode::Merge,
                                                 &summary, &error)) {
-        refuse(failed, error);
+        DesktopBus::refuse(this, DesktopBus::Error::Failed, error);
         return {};
     }
     return summary;
@@ -64,10 +57,11 @@ void DataBusAdaptor::ShowHistory()
 void DataBusAdaptor::RestoreBackup(const QString& path)
 {
     if (QFileInfo(path).isRelative()) {
-        refuse(invalid, QStringLiteral("paths must be absolute"));
+        DesktopBus::refuse(this, DesktopBus::Error::InvalidArgs,
+                           QStringLiteral("paths must be absolute"));
         return;
     }
     QString error;
     if (!m_transfer.requestRestore(path, &error))
-        refuse(failed, error);
+        DesktopBus::refuse(this, DesktopBus::Error::Failed, error);
 }

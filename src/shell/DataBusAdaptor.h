@@ -26,7 +26,5 @@ public slots:
     void RestoreBackup(const QString& path);
 
 private:
-    void refuse(const QString& error, const QString& message) const;
-
     DataTransfer& m_transfer;
 };

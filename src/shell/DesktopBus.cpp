@@ -48,6 +48,14 @@ void DesktopBus::publish()
     registrar->start();
 }
 
+void DesktopBus::refuse(const QObject* adaptor, Error error, const QString& message)
+{
+    static const char* const names[] = {"Failed",     "InvalidArgs", "NoSuchHabit",
+                                        "NoSuchList", "NoSuchTask",  "EmptyTask"};
+    auto* bus = static_cast<DesktopBus*>(adaptor->parent());
+    bus->sendErrorReply(ErrorPrefix + QLatin1String(names[int(error)]), message);
+}
+
 void DesktopBus::announce(const QString& interface, const QVariantMap& changed)
 {
     QDBusMessage signal =

@@ -27,6 +27,11 @@ public:
     static inline const QString TasksInterface = QStringLiteral("com.brenlow.tidewell.Tasks");
     static inline const QString DataInterface = QStringLiteral("com.brenlow.tidewell.Data");
 
+    // The errors the interfaces answer with; `tidewell ctl` reads any of them as a
+    // refusal (exit status 2).
+    static inline const QString ErrorPrefix = QStringLiteral("com.brenlow.tidewell.Error.");
+    enum class Error { Failed, InvalidArgs, NoSuchHabit, NoSuchList, NoSuchTask, EmptyTask };
+
     DesktopBus(PomodoroService& timer, HabitsService& habits, TasksService& tasks,
                ModelContext& context, DataTransfer& transfer, QObject* parent = nullptr);
 
@@ -34,6 +39,10 @@ public:
     // wait for the bus daemon, and the GUI thread never waits for D-Bus. Emits
     // `registered` with the outcome.
     void publish();
+
+    // Answers the call `adaptor` is serving with `error` instead of its reply. The
+    // call's context belongs to the registered object, the adaptor's parent.
+    static void refuse(const QObject* adaptor, Error error, const QString& message);
 
     // Sends org.freedesktop.DBus.Properties.PropertiesChanged for `interface`.
     static void announce(const QString& interface, const QVariantMap& changed);

@@ -23,12 +23,6 @@ const QDBusArgument& operator>>(const QDBusArgument& in, HabitEntry& habit)
     return in;
 }
 
-void HabitsBusAdaptor::refuse(const QString& error, const QString& message) const
-{
-    // The call's context belongs to the registered object, this adaptor's parent.
-    static_cast<DesktopBus*>(parent())->sendErrorReply(error, message);
-}
-
 void HabitsBusAdaptor::registerTypes()
 {
     qDBusRegisterMetaType<HabitEntry>();
@@ -58,8 +52,8 @@ Habit* HabitsBusAdaptor::find(const QString& name)
     m_habits.bootstrap();
     Habit* habit = m_habits.findByName(name, m_context);
     if (!habit)
-        refuse(QStringLiteral("com.brenlow.tidewell.Error.NoSuchHabit"),
-               QStringLiteral("No habit is named \u201c%1\u201d").arg(name));
+        DesktopBus::refuse(this, DesktopBus::Error::NoSuchHabit,
+                           QStringLiteral("No habit is named \u201c%1\u201d").arg(name));
     return habit;
 }
 

@@ -41,9 +41,6 @@ public slots:
 private:
     Habit* find(const QString& name);
 
-    // Answers the call under way with a D-Bus error instead of its return value.
-    void refuse(const QString& error, const QString& message) const;
-
     HabitsService& m_habits;
     ModelContext& m_context;
 };

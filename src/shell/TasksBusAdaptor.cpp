@@ -25,12 +25,6 @@ const QDBusArgument& operator>>(const QDBusArgument& in, TaskEntry& task)
     return in;
 }
 
-void TasksBusAdaptor::refuse(const QString& error, const QString& message) const
-{
-    // The call's context belongs to the registered object, this adaptor's parent.
-    static_cast<DesktopBus*>(parent())->sendErrorReply(error, message);
-}
-
 void TasksBusAdaptor::registerTypes()
 {
     qDBusRegisterMetaType<TaskEntry>();
@@ -64,9 +58,10 @@ TaskList* TasksBusAdaptor::find(const QString& name)
         if (list->name() == name)
             return list;
     }
-    refuse(QStringLiteral("com.brenlow.tidewell.Error.NoSuchList"),
-           name.isEmpty() ? QStringLiteral("There is no task list")
-                          : QStringLiteral("No task list is named \u201c%1\u201d").arg(name));
+    DesktopBus::refuse(this, DesktopBus::Error::NoSuchList,
+                       name.isEmpty()
+                           ? QStringLiteral("There is no task list")
+                           : QStringLiteral("No task list is named \u201c%1\u201d").arg(name));
     return nullptr;
 }
 
@@ -87,8 +82,8 @@ int TasksBusAdaptor::Add(const QString& name, const QString& text)
     if (!list)
         return -1;
     if (Blanks::isBlank(text)) {
-        refuse(QStringLiteral("com.brenlow.tidewell.Error.EmptyTask"),
-               QStringLiteral("A task needs some text"));
+        DesktopBus::refuse(this, DesktopBus::Error::EmptyTask,
+                           QStringLiteral("A task needs some text"));
         return -1;
     }
     const TaskItem* added = m_tasks.addTask(text, list, m_context);
@@ -102,11 +97,11 @@ void TasksBusAdaptor::Check(const QString& name, int index)
         return;
     const QList<TaskItem*> tasks = TasksService::sortedTasks(list);
     if (index < 0 || index >= tasks.size()) {
-        refuse(QStringLiteral("com.brenlow.tidewell.Error.NoSuchTask"),
-               QStringLiteral("\u201c%1\u201d has no task %2 (it has %3)")
-                   .arg(list->name())
-                   .arg(index)
-                   .arg(tasks.size()));
+        DesktopBus::refuse(this, DesktopBus::Error::NoSuchTask,
+                           QStringLiteral("\u201c%1\u201d has no task %2 (it has %3)")
+                               .arg(list->name())
+                               .arg(index)
+                               .arg(tasks.size()));
         return;
     }
     if (!tasks[index]->checked())

@@ -43,9 +43,6 @@ public slots:
 private:
     TaskList* find(const QString& name);
 
-    // Answers the call under way with a D-Bus error instead of its return value.
-    void refuse(const QString& error, const QString& message) const;
-
     TasksService& m_tasks;
     ModelContext& m_context;
 };
