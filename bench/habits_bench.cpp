@@ -54,7 +54,7 @@ double medianOpenMs(const QString& path)
         timer.start();
         {
             const AppServices services({.store = openStoreOrExit(path)});
-            HabitsWidgetView view(false);
+            HabitsWidgetView view(services.habits(), services.store().mainContext(), false);
             view.show();
             view.adjustSize();
             QCoreApplication::processEvents();

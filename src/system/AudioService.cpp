@@ -1,6 +1,7 @@
 #include "AudioService.h"
 
 #include "ModuleLoader.h"
+#include "Preferences.h"
 #include "SharedInstance.h"
 #include "SoundBackend.h"
 
@@ -90,6 +91,17 @@ void AudioService::setMuted(bool muted)
         return;
     m_muted = muted;
     emit isMutedChanged();
+}
+
+void AudioService::setSoundsEnabled(bool on)
+{
+    Preferences::setSoundsEnabled(on);
+    setMuted(!on);
+}
+
+void AudioService::applySoundsPreference()
+{
+    setMuted(!Preferences::soundsEnabled());
 }
 
 QString AudioService::resourceDirectory() const

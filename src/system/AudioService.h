@@ -43,6 +43,11 @@ public:
 
     bool isMuted() const;
     void setMuted(bool muted);
+    // The user's "Sounds" switch: stored, and the sounds follow it.
+    void setSoundsEnabled(bool on);
+    // Mutes or unmutes as the stored preference says (at launch, and when the
+    // preference may have changed elsewhere).
+    void applySoundsPreference();
 
     // Does nothing while muted; otherwise plays the sound from its beginning.
     void play(Sound sound);

@@ -135,6 +135,11 @@ void TasksService::deleteFinishedTasks(TaskList* list, ModelContext& context)
     save(context);
 }
 
+void TasksService::listChosen()
+{
+    m_audio.play(AudioService::Sound::ChangeList);
+}
+
 void TasksService::deleteAllTasks(TaskList* list, ModelContext& context)
 {
     if (!list)

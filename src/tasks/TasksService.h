@@ -47,6 +47,8 @@ public:
     void deleteTask(TaskItem* task, ModelContext& context);
     void deleteFinishedTasks(TaskList* list, ModelContext& context);
     void deleteAllTasks(TaskList* list, ModelContext& context);
+    // The user turned to another list: it is heard.
+    void listChosen();
 
     // The list's tasks by order; equal orders keep their stored sequence.
     static QList<TaskItem*> sortedTasks(const TaskList* list);

@@ -53,7 +53,7 @@ private slots:
             {0, 0.0, "Add one"}, {1, 0.25, "Add one"}, {4, 1.0, "Reset"}, {6, 1.0, "Reset"}};
         for (const auto& [current, filled, action] : cases) {
             habit->setCurrentValue(current);
-            HabitRow row(habit, false);
+            HabitRow row(service(), context(), habit, false);
             row.resize(300, 48);
             row.show();
             QCOMPARE(row.findChild<QLabel*>("habitCount")->text(), QString("%1/4").arg(current));
@@ -75,7 +75,7 @@ private slots:
     {
         // Stored icons may be code points; an unreadable colour falls back to the accent.
         Habit* water = service().createHabit("1F4A7", "Water", "oops", 4, context());
-        HabitsWidgetView view(false);
+        HabitsWidgetView view(service(), context(), false);
         view.show();
         HabitRow* row = view.rows().first();
         QCOMPARE(row->findChild<QLabel*>("habitIcon")->text(), QStringLiteral("💧"));
@@ -128,7 +128,7 @@ private slots:
         // In a window kept above the others (a floating panel), "Add your first
         // habit" opens the editor above that window, not beneath it.
         QWidget panel(nullptr, Qt::Window | Qt::WindowStaysOnTopHint);
-        auto* compact = new HabitsWidgetView(true, &panel);
+        auto* compact = new HabitsWidgetView(service(), context(), true, &panel);
         panel.show();
         compact->findChild<QPushButton*>("addFirstHabitButton")->click();
         QWidget* editor = EditorWindowHost::openWindows().constLast();
@@ -144,9 +144,10 @@ private slots:
     // and a habit deleted while its editor is open is not created again by Save.
     void editorKeepsWhatItCannotEdit()
     {
+        HabitsWidgetView list(service(), context(), false);
         Habit* big = service().createHabit("💧", "Water", "#3B82F6", 120, context());
         big->setCurrentValue(90);
-        HabitsWidgetView::openEditor(big);
+        list.openEditor(big);
         QPointer<QWidget> window = EditorWindowHost::openWindows().first();
         auto* goal = window->findChild<QSpinBox*>("goalStepper");
         QCOMPARE(goal->value(), 120);
@@ -158,7 +159,7 @@ private slots:
         QCOMPARE(big->currentValue(), qint64(90));
 
         // The first step from such a value is into the range; typing beyond it is refused.
-        HabitsWidgetView::openEditor(big);
+        list.openEditor(big);
         window = EditorWindowHost::openWindows().first();
         goal = window->findChild<QSpinBox*>("goalStepper");
         goal->stepBy(1);
@@ -180,7 +181,8 @@ private slots:
 
     void editorCreatesAndEdits()
     {
-        HabitsWidgetView::openEditor(nullptr);
+        HabitsWidgetView list(service(), context(), false);
+        list.openEditor(nullptr);
         QWidget* window = EditorWindowHost::openWindows().first();
         QCOMPARE(window->windowTitle(), QStringLiteral("New habit"));
         auto* sheet = window->findChild<HabitEditorSheet*>();
@@ -218,8 +220,8 @@ private slots:
         // Editing, in several windows at once: the stored code-point icon shows decoded;
         // Escape saves nothing.
         read->setIcon("1F9D8");
-        HabitsWidgetView::openEditor(read);
-        HabitsWidgetView::openEditor(read);
+        list.openEditor(read);
+        list.openEditor(read);
         window = guard = EditorWindowHost::openWindows().first();
         QCOMPARE(window->windowTitle(), QStringLiteral("Edit habit"));
         sheet = window->findChild<HabitEditorSheet*>();
@@ -237,7 +239,7 @@ private slots:
         sheet->findChild<QPushButton*>("saveButton")->click();
         QCOMPARE(read->colorHex(), QStringLiteral("#EF4444"));
 
-        HabitsWidgetView::openEditor(read);
+        list.openEditor(read);
         EditorWindowHost::openWindows().last()->findChild<QPushButton*>("deleteButton")->click();
         QVERIFY(context().fetch<Habit>().isEmpty());
         QTRY_COMPARE(EditorWindowHost::openWindows().size(), 0);

@@ -27,9 +27,10 @@ private slots:
         timer.bootstrap();
         timer.updateSettings(2, 1, {}, {}, false);
 
-        PomodoroWidgetView popup(false);
+        PomodoroWidgetView popup(timer, false);
         const QLabel* shown = popup.findChild<QLabel*>(QStringLiteral("timeLabel"));
-        StatusItemHost tray(QStringLiteral("pomodoro"), [] { return new QWidget; });
+        StatusItemHost tray(
+            QStringLiteral("pomodoro"), [] { return new QWidget; }, timer);
         QObject busObject;
         const TimerBusAdaptor bus(&busObject, timer);
         const auto status = [&bus] {

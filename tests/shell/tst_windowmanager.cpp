@@ -58,8 +58,8 @@ private slots:
 
         // The hub comes first at start-up; its toggles look the placements up (and
         // migrate them in memory) before the window manager restores them.
-        WidgetTogglesView toggles;
-        WindowManager wm;
+        WindowManager wm(*m_services);
+        WidgetTogglesView toggles(context(), wm);
         wm.setViewFactory([](const QString& id, bool) { return new PlaceholderWidgetView(id); });
         wm.restoreFromPersistence();
 
@@ -89,7 +89,7 @@ private slots:
 
     void damagedStoreIsSaidInEveryWidgetWindow()
     {
-        WindowManager wm;
+        WindowManager wm(*m_services);
         wm.setViewFactory([](const QString&, bool) { return new QLabel(QStringLiteral("view")); });
         addPlacement(context(), QStringLiteral("weather"), QStringLiteral("off"), false, true);
         QVERIFY(context().save());
@@ -110,7 +110,7 @@ private slots:
         for (const QString& line : said)
             QVERIFY(line.startsWith(u"The store is damaged: changes are not saved."));
         // A window opened afterwards says it from the start.
-        WindowManager later;
+        WindowManager later(*m_services);
         later.setViewFactory([](const QString&, bool) { return new QLabel; });
         QVERIFY(later.openWindow(QStringLiteral("habits"))
                     ->findChild<StoreNotice*>()
@@ -122,7 +122,7 @@ private slots:
 
     void unknownWidgetShowsPlaceholderAndDot()
     {
-        WindowManager wm;
+        WindowManager wm(*m_services);
         QWidget* view = wm.widgetView(QStringLiteral("weather"), true);
         auto* label = view->findChild<QLabel*>(QStringLiteral("placeholderLabel"));
         QVERIFY(label);
@@ -134,15 +134,17 @@ private slots:
                  QStringLiteral("🛌"));
         QCOMPARE(StatusItemHost::pomodoroTitle(PomodoroService::Phase::Focus, true, 6'000'000),
                  QStringLiteral("🍅 100:00"));
-        StatusItemHost host(QStringLiteral("weather"), [] { return new QWidget; });
+        StatusItemHost host(
+            QStringLiteral("weather"), [] { return new QWidget; }, m_services->timer());
         QCOMPARE(host.title(), QStringLiteral("•"));
     }
 
     void syncIsIdempotentAndKeepsFramesUntilClosed()
     {
-        WindowManager wm;
+        WindowManager wm(*m_services);
         wm.setViewFactory([](const QString& id, bool) { return new PlaceholderWidgetView(id); });
-        WidgetPlacement* placement = WidgetTogglesView::placement(QStringLiteral("tasks"));
+        WidgetTogglesView toggles(context(), wm);
+        WidgetPlacement* placement = toggles.placement(QStringLiteral("tasks"));
         QVERIFY(!context().hasChanges());
         placement->setInFloating(true);
         wm.sync(QStringLiteral("tasks"), false, true);
@@ -182,9 +184,9 @@ private slots:
 
     void togglesCreatePlacementsAndDriveHosts()
     {
-        WindowManager::shared().setViewFactory(
-            [](const QString& id, bool) { return new PlaceholderWidgetView(id); });
-        WidgetTogglesView toggles;
+        WindowManager wm(*m_services);
+        wm.setViewFactory([](const QString& id, bool) { return new PlaceholderWidgetView(id); });
+        WidgetTogglesView toggles(context(), wm);
         QCOMPARE(context().count<WidgetPlacement>(), 3);
         for (const char* id : {"pomodoro", "tasks", "habits"}) {
             QVERIFY(!toggles.statusBarSwitch(QLatin1String(id))->isChecked());
@@ -193,11 +195,11 @@ private slots:
         }
         toggles.floatingSwitch(QStringLiteral("habits"))->click();
         QVERIFY(context().find<WidgetPlacement>(QStringLiteral("habits"))->inFloating());
-        QVERIFY(WindowManager::shared().panelHost(QStringLiteral("habits")));
+        QVERIFY(wm.panelHost(QStringLiteral("habits")));
         QVERIFY(!context().hasChanges());
 
         // Closing the panel turns its switch off.
-        WindowManager::shared().handlePanelClosed(QStringLiteral("habits"));
+        wm.handlePanelClosed(QStringLiteral("habits"));
         QTRY_VERIFY(!toggles.floatingSwitch(QStringLiteral("habits"))->isChecked());
     }
 
@@ -230,7 +232,8 @@ private slots:
     // once closed.
     void hubOpensEachWidgetInAWindow()
     {
-        HubWindow hub;
+        WindowManager wm(*m_services);
+        HubWindow hub(*m_services, wm);
         QStringList asked;
         connect(&hub, &HubWindow::widgetWindowRequested, this,
                 [&asked](const QString& id) { asked << id; });
@@ -238,7 +241,6 @@ private slots:
         hub.toggles()->findChild<QPushButton*>(QStringLiteral("pomodoroOpenButton"))->click();
         QCOMPARE(asked, (QStringList{"tasks", "pomodoro"}));
 
-        WindowManager wm;
         QList<bool> viewOnly;
         wm.setViewFactory([&viewOnly](const QString& id, bool compact) {
             viewOnly << compact;

@@ -39,7 +39,8 @@ class TestAccountUi final : public QObject, private SyncFixture
     void showSection()
     {
         m_window = std::make_unique<QWidget>();
-        m_section = new AccountSection(m_window.get());
+        m_section = new AccountSection(m_services->auth(), m_services->sync(), m_services->client(),
+                                       m_window.get());
         m_window->show();
         QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
     }

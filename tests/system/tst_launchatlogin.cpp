@@ -27,7 +27,7 @@ private slots:
     {
         const QString path =
             m_config.filePath(QStringLiteral("autostart/com.brenlow.tidewell.desktop"));
-        SettingsView view;
+        SettingsView view(m_services->audio(), m_services->notifications());
         view.show();
         QVERIFY(QTest::qWaitForWindowExposed(&view));
         view.launchAtLoginSwitch()->click();

@@ -25,19 +25,19 @@ private slots:
     void preferencesStartAtDefaultsAndPersist()
     {
         {
-            SettingsView view;
+            SettingsView view(m_services->audio(), m_services->notifications());
             view.show();
             QVERIFY(QTest::qWaitForWindowExposed(&view));
             QVERIFY(view.soundsSwitch()->isChecked());
             QVERIFY(view.notificationsSwitch()->isChecked());
             QVERIFY(!view.autoStartSwitch()->isChecked());
             QVERIFY(!view.launchAtLoginSwitch()->isChecked());
-            QVERIFY(!AudioService::shared().isMuted());
+            QVERIFY(!m_services->audio().isMuted());
             for (auto* sw : view.findChildren<Switch*>())
                 QVERIFY(!sw->accessibleName().isEmpty());
 
             view.soundsSwitch()->click();
-            QVERIFY(AudioService::shared().isMuted());
+            QVERIFY(m_services->audio().isMuted());
             view.autoStartSwitch()->click();
         }
         // Kept under the key earlier versions wrote, so an upgrade keeps the choice.
@@ -45,14 +45,14 @@ private slots:
                      .value(QStringLiteral("settings.soundsEnabled")),
                  QVariant(false));
         // After a restart the stored preference mutes from the first second.
-        AudioService::shared().setMuted(false);
-        SettingsView::applySoundsPreference();
-        QVERIFY(AudioService::shared().isMuted());
-        SettingsView again;
+        m_services->audio().setMuted(false);
+        m_services->audio().applySoundsPreference();
+        QVERIFY(m_services->audio().isMuted());
+        SettingsView again(m_services->audio(), m_services->notifications());
         QVERIFY(!again.soundsSwitch()->isChecked());
         QVERIFY(again.autoStartSwitch()->isChecked());
         again.soundsSwitch()->click();
-        QVERIFY(!AudioService::shared().isMuted());
+        QVERIFY(!m_services->audio().isMuted());
     }
 };
 

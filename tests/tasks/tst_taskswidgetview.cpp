@@ -50,6 +50,7 @@ class TestTasksWidgetView final : public QObject
 {
     Q_OBJECT
 
+    TooltipPanelService m_tooltips;
     std::unique_ptr<TasksWidgetView> m_view;
 
     std::unique_ptr<AppServices> m_services;
@@ -71,7 +72,8 @@ class TestTasksWidgetView final : public QObject
 
     void showView(bool viewOnly = false)
     {
-        m_view = std::make_unique<TasksWidgetView>(viewOnly);
+        m_view = std::make_unique<TasksWidgetView>(
+            m_services->tasks(), m_services->store().mainContext(), m_tooltips, viewOnly);
         m_view->resize(300, 380);
         m_view->show();
         m_view->activateWindow();
@@ -351,11 +353,11 @@ private slots:
         TaskList* work = showWork();
         TaskRow* a = row("a");
         constexpr int delayMs = TaskRow::TooltipDelayMs;
-        TooltipPanelService::shared().show("one");
-        TooltipPanelService::shared().show("two");
+        m_tooltips.show("one");
+        m_tooltips.show("two");
         QTRY_COMPARE(tooltipsShown(), QStringLiteral("two"));
         QCOMPARE(QApplication::activeWindow(), m_view.get());
-        TooltipPanelService::shared().show(QString()); // an empty text only removes
+        m_tooltips.show(QString()); // an empty text only removes
         QCOMPARE(tooltipsShown(), QString());
 
         // A quick pass shows nothing; coming back within the wait restarts it.

@@ -1,12 +1,12 @@
 #include "HabitEditorSheet.h"
 
 #include "Blanks.h"
-#include "DataStore.h"
 #include "EmojiCoding.h"
 #include "Habit.h"
 #include "HabitColor.h"
 #include "HabitsService.h"
 #include "LimitedSpinBox.h"
+#include "ModelContext.h"
 #include "Theme.h"
 
 #include <QGridLayout>
@@ -79,8 +79,11 @@ QString HabitEditorSheet::firstCharacter(const QString& text)
     return end <= 0 ? text : text.left(end);
 }
 
-HabitEditorSheet::HabitEditorSheet(Habit* existing, QWidget* parent)
+HabitEditorSheet::HabitEditorSheet(HabitsService& habits, ModelContext& context, Habit* existing,
+                                   QWidget* parent)
     : QWidget(parent)
+    , m_habits(habits)
+    , m_context(context)
     , m_existing(existing)
     , m_editing(existing != nullptr)
 {
@@ -299,18 +302,17 @@ void HabitEditorSheet::commit()
     if (m_editing && !m_existing)
         return; // deleted meanwhile: saving must not bring it back as a new habit
     const QString icon = m_icon.isEmpty() ? QStringLiteral("💧") : m_icon;
-    ModelContext& context = DataStore::shared().mainContext();
+    ModelContext& context = m_context;
     if (m_existing)
-        HabitsService::shared().updateHabit(m_existing, icon, name, m_colorHex, maxValue(),
-                                            context);
+        m_habits.updateHabit(m_existing, icon, name, m_colorHex, maxValue(), context);
     else
-        HabitsService::shared().createHabit(icon, name, m_colorHex, maxValue(), context);
+        m_habits.createHabit(icon, name, m_colorHex, maxValue(), context);
     emit dismissed();
 }
 
 void HabitEditorSheet::deleteExisting()
 {
     if (m_existing)
-        HabitsService::shared().deleteHabit(m_existing, DataStore::shared().mainContext());
+        m_habits.deleteHabit(m_existing, m_context);
     emit dismissed();
 }

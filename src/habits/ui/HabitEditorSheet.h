@@ -10,6 +10,8 @@ class QLineEdit;
 class QPushButton;
 class LimitedSpinBox;
 class QToolButton;
+class HabitsService;
+class ModelContext;
 
 // The habit form: icon (one emoji), colour, name and daily goal, with Create or
 // Save, Cancel, and Delete for an existing habit. Only those buttons write.
@@ -23,7 +25,8 @@ public:
     static constexpr int MinGoal = 1;
     static constexpr int MaxGoal = 50;
 
-    explicit HabitEditorSheet(Habit* existing, QWidget* parent = nullptr);
+    HabitEditorSheet(HabitsService& habits, ModelContext& context, Habit* existing,
+                     QWidget* parent = nullptr);
 
     QString icon() const { return m_icon; }
     QString colorHex() const { return m_colorHex; }
@@ -48,6 +51,8 @@ private:
     void updateSaveEnabled();
     QString trimmedName() const;
 
+    HabitsService& m_habits;
+    ModelContext& m_context;
     QPointer<Habit> m_existing;
     bool m_editing = false; // opened on an existing habit (which may since have gone)
     QString m_icon = QStringLiteral("💧");

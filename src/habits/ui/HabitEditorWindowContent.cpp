@@ -4,9 +4,10 @@
 
 #include <QVBoxLayout>
 
-HabitEditorWindowContent::HabitEditorWindowContent(Habit* existing, QWidget* parent)
+HabitEditorWindowContent::HabitEditorWindowContent(HabitsService& habits, ModelContext& context,
+                                                   Habit* existing, QWidget* parent)
     : QWidget(parent)
-    , m_sheet(new HabitEditorSheet(existing, this))
+    , m_sheet(new HabitEditorSheet(habits, context, existing, this))
 {
     setObjectName(QStringLiteral("habitEditorWindow"));
     auto* layout = new QVBoxLayout(this);

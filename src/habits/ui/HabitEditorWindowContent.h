@@ -4,6 +4,8 @@
 
 class Habit;
 class HabitEditorSheet;
+class HabitsService;
+class ModelContext;
 
 // The editor window's content: the form, whose every dismissal closes the window.
 class HabitEditorWindowContent final : public QWidget
@@ -11,7 +13,8 @@ class HabitEditorWindowContent final : public QWidget
     Q_OBJECT
 
 public:
-    explicit HabitEditorWindowContent(Habit* existing, QWidget* parent = nullptr);
+    HabitEditorWindowContent(HabitsService& habits, ModelContext& context, Habit* existing,
+                             QWidget* parent = nullptr);
     HabitEditorSheet* sheet() const { return m_sheet; }
 
 private:

@@ -1,11 +1,11 @@
 #include "HabitRow.h"
 
-#include "DataStore.h"
 #include "ElidedLabel.h"
 #include "EmojiCoding.h"
 #include "Habit.h"
 #include "HabitColor.h"
 #include "HabitsService.h"
+#include "ModelContext.h"
 #include "SymbolIcon.h"
 #include "Theme.h"
 
@@ -31,8 +31,11 @@ QAccessibleInterface* rowAccessible(const QString& className, QObject* object)
 }
 } // namespace
 
-HabitRow::HabitRow(Habit* habit, bool viewOnly, QWidget* parent)
+HabitRow::HabitRow(HabitsService& habits, ModelContext& context, Habit* habit, bool viewOnly,
+                   QWidget* parent)
     : QWidget(parent)
+    , m_habits(habits)
+    , m_context(context)
     , m_habit(habit)
     , m_viewOnly(viewOnly)
 {
@@ -83,7 +86,7 @@ HabitRow::HabitRow(Habit* habit, bool viewOnly, QWidget* parent)
         connect(m_action, &QToolButton::clicked, this, [this] {
             if (!m_habit)
                 return;
-            HabitsService::shared().countOrReset(m_habit, DataStore::shared().mainContext());
+            m_habits.countOrReset(m_habit, m_context);
         });
         row->addWidget(m_action);
 

@@ -5,6 +5,8 @@
 
 #include "Habit.h"
 class ElidedLabel;
+class HabitsService;
+class ModelContext;
 class QLabel;
 class QToolButton;
 
@@ -16,7 +18,8 @@ class HabitRow final : public QWidget
     Q_OBJECT
 
 public:
-    HabitRow(Habit* habit, bool viewOnly, QWidget* parent = nullptr);
+    HabitRow(HabitsService& habits, ModelContext& context, Habit* habit, bool viewOnly,
+             QWidget* parent = nullptr);
 
     Habit* habit() const { return m_habit; }
     // currentValue / maxValue, 0 when the target is below 1, capped at 1.
@@ -32,6 +35,8 @@ protected:
 private:
     void refresh();
 
+    HabitsService& m_habits;
+    ModelContext& m_context;
     QPointer<Habit> m_habit;
     bool m_viewOnly;
     QLabel* m_icon;

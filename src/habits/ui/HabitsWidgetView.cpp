@@ -1,11 +1,11 @@
 #include "HabitsWidgetView.h"
 
-#include "DataStore.h"
 #include "EditorWindowHost.h"
 #include "Habit.h"
 #include "HabitEditorWindowContent.h"
 #include "HabitRow.h"
 #include "HabitsService.h"
+#include "ModelContext.h"
 #include "SymbolIcon.h"
 #include "Theme.h"
 
@@ -17,8 +17,11 @@
 #include <QToolButton>
 #include <QVBoxLayout>
 
-HabitsWidgetView::HabitsWidgetView(bool viewOnly, QWidget* parent)
+HabitsWidgetView::HabitsWidgetView(HabitsService& habits, ModelContext& context, bool viewOnly,
+                                   QWidget* parent)
     : QWidget(parent)
+    , m_habits(habits)
+    , m_context(context)
     , m_viewOnly(viewOnly)
 {
     setObjectName(QStringLiteral("habitsWidget"));
@@ -42,7 +45,7 @@ HabitsWidgetView::HabitsWidgetView(bool viewOnly, QWidget* parent)
         add->setIcon(SymbolIcon::icon(QStringLiteral("plus.circle.fill"), Theme::accent()));
         add->setToolTip(QStringLiteral("New habit"));
         add->setAccessibleName(QStringLiteral("New habit"));
-        connect(add, &QToolButton::clicked, this, [this] { openEditor(nullptr, this); });
+        connect(add, &QToolButton::clicked, this, [this] { openEditor(nullptr); });
         header->addWidget(add);
     }
     column->addLayout(header);
@@ -80,7 +83,7 @@ HabitsWidgetView::HabitsWidgetView(bool viewOnly, QWidget* parent)
     auto* first = new QPushButton(QStringLiteral("Add your first habit"), m_empty);
     first->setObjectName(QStringLiteral("addFirstHabitButton"));
     first->setAccessibleName(QStringLiteral("Add your first habit"));
-    connect(first, &QPushButton::clicked, this, [this] { openEditor(nullptr, this); });
+    connect(first, &QPushButton::clicked, this, [this] { openEditor(nullptr); });
     empty->addWidget(drop);
     empty->addWidget(none);
     empty->addWidget(first, 0, Qt::AlignHCenter);
@@ -90,11 +93,10 @@ HabitsWidgetView::HabitsWidgetView(bool viewOnly, QWidget* parent)
     scroll->setWidget(content);
     column->addWidget(scroll, 1);
 
-    connect(&DataStore::shared().mainContext(), &ModelContext::changed, this,
-            [this](RecordKind kind) {
-                if (kind == RecordKind::Habit)
-                    reload();
-            });
+    connect(&m_context, &ModelContext::changed, this, [this](RecordKind kind) {
+        if (kind == RecordKind::Habit)
+            reload();
+    });
     reload();
 }
 
@@ -106,13 +108,13 @@ bool HabitsWidgetView::isShowingEmptyState() const
 void HabitsWidgetView::showEvent(QShowEvent* event)
 {
     QWidget::showEvent(event);
-    HabitsService::shared().bootstrap();
+    m_habits.bootstrap();
 }
 
 void HabitsWidgetView::reload()
 {
-    const QList<Habit*> habits = DataStore::shared().mainContext().fetch<Habit>(
-        FetchRequest::sortedBy(QStringLiteral("order")));
+    const QList<Habit*> habits =
+        m_context.fetch<Habit>(FetchRequest::sortedBy(QStringLiteral("order")));
     QList<QString> keys;
     for (const Habit* h : habits)
         keys << h->key();
@@ -123,8 +125,8 @@ void HabitsWidgetView::reload()
     qDeleteAll(m_rows);
     m_rows.clear();
     for (Habit* habit : habits) {
-        auto* row = new HabitRow(habit, m_viewOnly, m_empty->parentWidget());
-        connect(row, &HabitRow::editRequested, this, [this](Habit* h) { openEditor(h, this); });
+        auto* row = new HabitRow(m_habits, m_context, habit, m_viewOnly, m_empty->parentWidget());
+        connect(row, &HabitRow::editRequested, this, [this](Habit* h) { openEditor(h); });
         connect(habit, &Habit::orderChanged, this, &HabitsWidgetView::reload, Qt::UniqueConnection);
         m_list->insertWidget(m_list->count() - 1, row);
         m_rows << row;
@@ -132,8 +134,9 @@ void HabitsWidgetView::reload()
     m_empty->setHidden(!habits.isEmpty());
 }
 
-void HabitsWidgetView::openEditor(Habit* habit, QWidget* opener)
+void HabitsWidgetView::openEditor(Habit* habit)
 {
     EditorWindowHost::open(habit ? QStringLiteral("Edit habit") : QStringLiteral("New habit"),
-                           QSize(480, 540), new HabitEditorWindowContent(habit), opener);
+                           QSize(480, 540),
+                           new HabitEditorWindowContent(m_habits, m_context, habit), this);
 }

@@ -5,6 +5,8 @@
 
 class Habit;
 class HabitRow;
+class HabitsService;
+class ModelContext;
 class QScrollArea;
 class QToolButton;
 class QVBoxLayout;
@@ -18,12 +20,13 @@ class HabitsWidgetView final : public QWidget
     Q_OBJECT
 
 public:
-    explicit HabitsWidgetView(bool viewOnly, QWidget* parent = nullptr);
+    HabitsWidgetView(HabitsService& habits, ModelContext& context, bool viewOnly,
+                     QWidget* parent = nullptr);
 
     QList<HabitRow*> rows() const { return m_rows; }
     bool isShowingEmptyState() const;
     // Opens the editor window for a new habit (null) or an existing one.
-    static void openEditor(Habit* habit, QWidget* opener = nullptr);
+    void openEditor(Habit* habit);
 
 protected:
     void showEvent(QShowEvent* event) override;
@@ -31,6 +34,8 @@ protected:
 private:
     void reload();
 
+    HabitsService& m_habits;
+    ModelContext& m_context;
     bool m_viewOnly;
     QVBoxLayout* m_list;
     QWidget* m_empty;

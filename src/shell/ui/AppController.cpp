@@ -1,6 +1,7 @@
 #include "AppController.h"
 
 #include "AppServices.h"
+#include "AudioService.h"
 #include "AuthService.h"
 #include "Clock.h"
 #include "ClockJumps.h"
@@ -16,7 +17,6 @@
 #include "PomodoroService.h"
 #include "PowerService.h"
 #include "RestoreDialog.h"
-#include "SettingsView.h"
 #include "SingleInstance.h"
 #include "StoreBackups.h"
 #include "StoreCheck.h"
@@ -53,6 +53,7 @@ constexpr std::chrono::hours kCheckInterval{1};
 AppController::AppController(AppServices& services, QObject* parent)
     : QObject(parent)
     , m_services(services)
+    , m_windows(new WindowManager(services, this))
     , m_confirmQuit(&AppController::askToQuitDuringFocus)
 {}
 
@@ -67,13 +68,13 @@ void AppController::start(Launch launch)
     QApplication::setQuitOnLastWindowClosed(false);
 
     // A user who turned sounds off expects silence from the first second.
-    SettingsView::applySoundsPreference();
+    m_services.audio().applySoundsPreference();
     m_services.dayReset().scheduleNext();
     m_services.timer().bootstrap();
     QTimer::singleShot(0, this, [this] {
         QCoro::connect(m_services.notifications().checkAuthorization(), qApp, [] {});
     });
-    WindowManager& windows = WindowManager::shared();
+    WindowManager& windows = *m_windows;
 
     connect(&windows, &WindowManager::openHubRequested, this, [this] { m_hub->bringForward(); });
     connect(&windows, &WindowManager::quitRequested, this, &AppController::requestQuit);
@@ -103,7 +104,7 @@ void AppController::start(Launch launch)
     auto* signals_ = new UnixSignalWatcher(this);
     connect(signals_, &UnixSignalWatcher::terminationRequested, this, &AppController::quitNow);
 
-    m_hub = new HubWindow;
+    m_hub = new HubWindow(m_services, windows);
     connect(m_hub, &HubWindow::quitRequested, this, &AppController::requestQuit);
     connect(m_hub, &HubWindow::historyRequested, this, &AppController::showHistory);
     connect(m_hub, &HubWindow::exportRequested, this, &AppController::exportWithDialog);
@@ -112,7 +113,7 @@ void AppController::start(Launch launch)
     connect(&m_services.transfer(), &DataTransfer::restoreRequested, this,
             &AppController::restoreAndRestart);
     connect(m_hub, &HubWindow::widgetWindowRequested, this,
-            [](const QString& widgetId) { WindowManager::shared().openWindow(widgetId); });
+            [this](const QString& widgetId) { m_windows->openWindow(widgetId); });
     // A save that fails is said where the user looks: the hub, and a notification
     // for someone who only uses the widgets.
     auto* health = new StoreHealth(m_services.store().mainContext(), this);

@@ -11,6 +11,7 @@ class HistoryWindow;
 class HubWindow;
 class SingleInstance;
 class StoreCheck;
+class WindowManager;
 
 // The application's lifecycle: start-up order, the quit guard while a focus
 // phase runs, shut-down, signals, and requests from later launches.
@@ -25,6 +26,9 @@ public:
 
     explicit AppController(AppServices& services, QObject* parent = nullptr);
     ~AppController() override;
+
+    // The tray items, panels and widget windows.
+    WindowManager& windows() const { return *m_windows; }
 
     enum class Launch {
         Normal,     // opened by the user: the hub shows
@@ -76,6 +80,7 @@ private:
     void tellAboutRestore();
 
     AppServices& m_services;
+    WindowManager* m_windows;
     QPointer<HubWindow> m_hub;
     QPointer<HistoryWindow> m_history;
     QuitConfirmation m_confirmQuit;

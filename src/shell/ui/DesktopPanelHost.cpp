@@ -15,9 +15,10 @@
 #include <algorithm>
 #include <limits>
 
-DesktopPanelHost::DesktopPanelHost(const QString& widgetId, const QSize& defaultSize,
-                                   QWidget* content, QObject* parent)
+DesktopPanelHost::DesktopPanelHost(ModelContext& context, const QString& widgetId,
+                                   const QSize& defaultSize, QWidget* content, QObject* parent)
     : QObject(parent)
+    , m_context(context)
     , m_widgetId(widgetId)
 {
     m_panel = new DraggablePanel;
@@ -92,7 +93,7 @@ QRect DesktopPanelHost::fromStoredFrame(const QRect& s)
 
 void DesktopPanelHost::applyPersistedFrame(const QSize& defaultSize)
 {
-    auto* placement = DataStore::shared().mainContext().find<WidgetPlacement>(m_widgetId);
+    auto* placement = m_context.find<WidgetPlacement>(m_widgetId);
     if (placement) {
         if (const auto stored = DesktopFrame::decode(placement->desktopFrameJSON())) {
             // Used as stored, even if that screen is gone.
@@ -182,7 +183,7 @@ void DesktopPanelHost::schedulePersist()
 
 void DesktopPanelHost::persist()
 {
-    ModelContext& context = DataStore::shared().mainContext();
+    ModelContext& context = m_context;
     auto* placement = context.find<WidgetPlacement>(m_widgetId);
     if (!placement) {
         placement = new WidgetPlacement(m_widgetId, true);

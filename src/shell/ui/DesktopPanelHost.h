@@ -7,6 +7,7 @@
 
 class DraggablePanel;
 class FloatingContainer;
+class ModelContext;
 class QPropertyAnimation;
 class QWidget;
 
@@ -20,8 +21,8 @@ public:
     static constexpr qreal RestingOpacity = 0.75;
 
     // `content` is the widget view in its view-only form; the host takes it.
-    DesktopPanelHost(const QString& widgetId, const QSize& defaultSize, QWidget* content,
-                     QObject* parent = nullptr);
+    DesktopPanelHost(ModelContext& context, const QString& widgetId, const QSize& defaultSize,
+                     QWidget* content, QObject* parent = nullptr);
     ~DesktopPanelHost() override;
 
     QString widgetId() const { return m_widgetId; }
@@ -53,6 +54,7 @@ private:
     void schedulePersist();
     void persist();
 
+    ModelContext& m_context;
     QString m_widgetId;
     QPointer<DraggablePanel> m_panel;
     FloatingContainer* m_container = nullptr;

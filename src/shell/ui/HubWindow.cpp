@@ -1,6 +1,7 @@
 #include "HubWindow.h"
 
 #include "AccountSection.h"
+#include "AppServices.h"
 
 #include "BundleInfo.h"
 #include "SettingsView.h"
@@ -20,7 +21,7 @@
 #include <QShowEvent>
 #include <QVBoxLayout>
 
-HubWindow::HubWindow(QWidget* parent)
+HubWindow::HubWindow(AppServices& services, WindowManager& windows, QWidget* parent)
     : QMainWindow(parent)
 {
     setObjectName(QStringLiteral("hubWindow"));
@@ -108,9 +109,9 @@ HubWindow::HubWindow(QWidget* parent)
     outer->addWidget(scroll, 1);
     setCentralWidget(central);
 
-    m_account = new AccountSection(content);
-    m_toggles = new WidgetTogglesView(content);
-    m_settings = new SettingsView(content);
+    m_account = new AccountSection(services.auth(), services.sync(), services.client(), content);
+    m_toggles = new WidgetTogglesView(services.store().mainContext(), windows, content);
+    m_settings = new SettingsView(services.audio(), services.notifications(), content);
     addSection(m_account);
     addSection(m_toggles);
     addSection(m_settings);

@@ -2,11 +2,13 @@
 
 #include <QMainWindow>
 
+class AppServices;
 class QLabel;
 class QVBoxLayout;
 class AccountSection;
 class SettingsView;
 class WidgetTogglesView;
+class WindowManager;
 
 // The main window: "Tidewell" header, then in a scroll area the account
 // section, the widget toggles and the settings. Closing it hides it; the app
@@ -16,7 +18,7 @@ class HubWindow final : public QMainWindow
     Q_OBJECT
 
 public:
-    explicit HubWindow(QWidget* parent = nullptr);
+    HubWindow(AppServices& services, WindowManager& windows, QWidget* parent = nullptr);
 
     // Adds a section to the scrolling column, after the ones already there.
     void addSection(QWidget* section);

@@ -89,9 +89,11 @@ QIcon renderIcon(const QString& symbol, const QString& countdown)
 
 } // namespace
 
-StatusItemHost::StatusItemHost(const QString& widgetId, ContentFactory content, QObject* parent)
+StatusItemHost::StatusItemHost(const QString& widgetId, ContentFactory content,
+                               const PomodoroService& timer, QObject* parent)
     : QObject(parent)
     , m_widgetId(widgetId)
+    , m_timer(timer)
     , m_content(std::move(content))
 {
     const WidgetMeta* meta = WidgetRegistry::find(widgetId);
@@ -116,7 +118,7 @@ StatusItemHost::StatusItemHost(const QString& widgetId, ContentFactory content, 
     if (widgetId == u"pomodoro") {
         // The title follows the timer's changes; it is redrawn only when its text
         // changes (once a second while running), and nothing runs while stopped.
-        const PomodoroService& timer = PomodoroService::shared();
+        const PomodoroService& timer = m_timer;
         connect(&timer, &PomodoroService::remainingMsChanged, this,
                 &StatusItemHost::refreshPomodoroTitle);
         connect(&timer, &PomodoroService::isActiveChanged, this,
@@ -142,7 +144,7 @@ QString StatusItemHost::pomodoroTitle(PomodoroService::Phase phase, bool isActiv
 
 void StatusItemHost::refreshPomodoroTitle()
 {
-    const PomodoroService& timer = PomodoroService::shared();
+    const PomodoroService& timer = m_timer;
     setTitle(pomodoroTitle(timer.currentPhase(), timer.isActive(), timer.remainingMs()));
 }
 
@@ -205,7 +207,7 @@ void StatusItemHost::showPopover(const QPoint& at)
 
 void StatusItemHost::tearDown()
 {
-    disconnect(&PomodoroService::shared(), nullptr, this, nullptr);
+    disconnect(&m_timer, nullptr, this, nullptr);
     if (m_popup)
         m_popup->hide();
     m_tray->hide();

@@ -26,7 +26,8 @@ public:
     using ContentFactory = std::function<QWidget*()>;
 
     // The content is created the first time the popup opens.
-    StatusItemHost(const QString& widgetId, ContentFactory content, QObject* parent = nullptr);
+    StatusItemHost(const QString& widgetId, ContentFactory content, const PomodoroService& timer,
+                   QObject* parent = nullptr);
     ~StatusItemHost() override;
 
     QString widgetId() const { return m_widgetId; }
@@ -56,6 +57,7 @@ private:
     void ensurePopup();
 
     QString m_widgetId;
+    const PomodoroService& m_timer;
     QString m_title;
     ContentFactory m_content;
     TrayItem* m_tray = nullptr;

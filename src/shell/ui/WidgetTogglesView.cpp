@@ -38,8 +38,10 @@ QLabel* columnTitle(const QString& text, QWidget* parent)
 }
 } // namespace
 
-WidgetTogglesView::WidgetTogglesView(QWidget* parent)
+WidgetTogglesView::WidgetTogglesView(ModelContext& context, WindowManager& windows, QWidget* parent)
     : QWidget(parent)
+    , m_context(context)
+    , m_windows(windows)
 {
     setObjectName(QStringLiteral("widgetToggles"));
     auto* column = new QVBoxLayout(this);
@@ -105,17 +107,16 @@ WidgetTogglesView::WidgetTogglesView(QWidget* parent)
     Theme::makeSecondary(m_noTrayNote);
     column->addWidget(m_noTrayNote);
 
-    connect(&DataStore::shared().mainContext(), &ModelContext::changed, this,
-            [this](RecordKind kind) {
-                if (kind == RecordKind::WidgetPlacement)
-                    refresh();
-            });
+    connect(&m_context, &ModelContext::changed, this, [this](RecordKind kind) {
+        if (kind == RecordKind::WidgetPlacement)
+            refresh();
+    });
     refresh();
 }
 
 WidgetPlacement* WidgetTogglesView::placement(const QString& widgetId)
 {
-    ModelContext& context = DataStore::shared().mainContext();
+    ModelContext& context = m_context;
     if (auto* existing = context.find<WidgetPlacement>(widgetId)) {
         existing->migrateFromLegacyModeIfNeeded();
         return existing;
@@ -152,6 +153,6 @@ void WidgetTogglesView::toggle(const QString& widgetId, bool statusBar, bool on)
         p->setInStatusBar(on);
     else
         p->setInFloating(on);
-    DataStore::shared().mainContext().save();
-    WindowManager::shared().sync(widgetId, p->inStatusBar(), p->inFloating());
+    m_context.save();
+    m_windows.sync(widgetId, p->inStatusBar(), p->inFloating());
 }

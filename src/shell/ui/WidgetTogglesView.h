@@ -3,9 +3,11 @@
 #include <QHash>
 #include <QWidget>
 
+class ModelContext;
 class QLabel;
 class Switch;
 class WidgetPlacement;
+class WindowManager;
 
 // The hub's "Widgets" block: per widget, a switch for its tray item and one for
 // its floating panel, kept in step with the stored placements, and a button that
@@ -15,7 +17,7 @@ class WidgetTogglesView final : public QWidget
     Q_OBJECT
 
 public:
-    explicit WidgetTogglesView(QWidget* parent = nullptr);
+    WidgetTogglesView(ModelContext& context, WindowManager& windows, QWidget* parent = nullptr);
 
     Switch* statusBarSwitch(const QString& widgetId) const
     {
@@ -28,7 +30,7 @@ public:
 
     // The placement of a widget, created (all off) and saved when there is none;
     // a legacy mode is migrated in memory.
-    static WidgetPlacement* placement(const QString& widgetId);
+    WidgetPlacement* placement(const QString& widgetId);
 
 signals:
     // The row's "Open" button: the widget's full view in a window of its own.
@@ -41,6 +43,8 @@ private:
     void refresh();
     void toggle(const QString& widgetId, bool statusBar, bool on);
 
+    ModelContext& m_context;
+    WindowManager& m_windows;
     QHash<QString, Switch*> m_statusSwitches;
     QHash<QString, Switch*> m_floatingSwitches;
     QLabel* m_noTrayNote = nullptr;

@@ -1,5 +1,6 @@
 #include "WindowManager.h"
 
+#include "AppServices.h"
 #include "DataStore.h"
 #include "DesktopPanelHost.h"
 #include "DraggablePanel.h"
@@ -9,6 +10,7 @@
 #include "StatusItemHost.h"
 #include "StoreNotice.h"
 #include "TasksWidgetView.h"
+#include "TooltipPanelService.h"
 #include "TrayPopup.h"
 #include "WidgetPlacement.h"
 #include "WidgetRegistry.h"
@@ -16,14 +18,10 @@
 #include <QCoreApplication>
 #include <QWidget>
 
-WindowManager& WindowManager::shared()
-{
-    static auto* instance = new WindowManager(QCoreApplication::instance());
-    return *instance;
-}
-
-WindowManager::WindowManager(QObject* parent)
+WindowManager::WindowManager(AppServices& services, QObject* parent)
     : QObject(parent)
+    , m_services(services)
+    , m_tooltips(new TooltipPanelService(this))
 {}
 
 WindowManager::~WindowManager()
@@ -50,11 +48,13 @@ QWidget* WindowManager::widgetView(const QString& widgetId, bool viewOnly) const
     if (m_viewFactory)
         return m_viewFactory(widgetId, viewOnly);
     if (widgetId == u"pomodoro")
-        return new PomodoroWidgetView(viewOnly);
+        return new PomodoroWidgetView(m_services.timer(), viewOnly);
     if (widgetId == u"habits")
-        return new HabitsWidgetView(viewOnly);
+        return new HabitsWidgetView(m_services.habits(), m_services.store().mainContext(),
+                                    viewOnly);
     if (widgetId == u"tasks")
-        return new TasksWidgetView(viewOnly);
+        return new TasksWidgetView(m_services.tasks(), m_services.store().mainContext(),
+                                   *m_tooltips, viewOnly);
     if (const WidgetMeta* meta = WidgetRegistry::find(widgetId))
         return new PlaceholderWidgetView(meta->name);
     return new PlaceholderWidgetView(QStringLiteral("Unknown widget"));
@@ -62,12 +62,12 @@ QWidget* WindowManager::widgetView(const QString& widgetId, bool viewOnly) const
 
 QWidget* WindowManager::noticed(QWidget* view) const
 {
-    return new StoreNotice(DataStore::shared().mainContext(), view);
+    return new StoreNotice(m_services.store().mainContext(), view);
 }
 
 void WindowManager::restoreFromPersistence()
 {
-    ModelContext& context = DataStore::shared().mainContext();
+    ModelContext& context = m_services.store().mainContext();
     bool changed = false;
     for (WidgetPlacement* placement : context.fetch<WidgetPlacement>()) {
         const bool statusBar = placement->inStatusBar();
@@ -86,7 +86,8 @@ void WindowManager::sync(const QString& widgetId, bool inStatusBar, bool inFloat
 {
     if (inStatusBar && !m_statusHosts.contains(widgetId)) {
         auto* host = new StatusItemHost(
-            widgetId, [this, widgetId] { return noticed(widgetView(widgetId, false)); }, this);
+            widgetId, [this, widgetId] { return noticed(widgetView(widgetId, false)); },
+            m_services.timer(), this);
         connect(host, &StatusItemHost::openHubRequested, this, &WindowManager::openHubRequested);
         connect(host, &StatusItemHost::historyRequested, this, &WindowManager::historyRequested);
         connect(host, &StatusItemHost::quitRequested, this, &WindowManager::quitRequested);
@@ -99,7 +100,8 @@ void WindowManager::sync(const QString& widgetId, bool inStatusBar, bool inFloat
     }
 
     if (inFloating && !m_panelHosts.contains(widgetId)) {
-        auto* host = new DesktopPanelHost(widgetId, WidgetRegistry::defaultPanelSize(widgetId),
+        auto* host = new DesktopPanelHost(m_services.store().mainContext(), widgetId,
+                                          WidgetRegistry::defaultPanelSize(widgetId),
                                           noticed(widgetView(widgetId, true)), this);
         connect(host, &DesktopPanelHost::closedByUser, this, &WindowManager::handlePanelClosed);
         m_panelHosts.insert(widgetId, host);
@@ -117,7 +119,7 @@ void WindowManager::handlePanelClosed(const QString& widgetId)
         host->tearDown();
         host->deleteLater();
     }
-    ModelContext& context = DataStore::shared().mainContext();
+    ModelContext& context = m_services.store().mainContext();
     auto* placement = context.find<WidgetPlacement>(widgetId);
     if (!placement)
         return;

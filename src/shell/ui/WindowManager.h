@@ -9,8 +9,10 @@
 
 #include <functional>
 
+class AppServices;
 class DesktopPanelHost;
 class StatusItemHost;
+class TooltipPanelService;
 
 class QWidget;
 
@@ -22,8 +24,7 @@ class WindowManager final : public QObject
 public:
     using ViewFactory = std::function<QWidget*(const QString& widgetId, bool viewOnly)>;
 
-    static WindowManager& shared();
-    explicit WindowManager(QObject* parent = nullptr);
+    explicit WindowManager(AppServices& services, QObject* parent = nullptr);
     ~WindowManager() override;
 
     // Creates hosts for every stored placement (after migrating legacy modes).
@@ -64,6 +65,9 @@ private:
     // `view` under the line that shows while the store is damaged.
     QWidget* noticed(QWidget* view) const;
 
+    AppServices& m_services;
+    // The one hover tooltip every task row shares.
+    TooltipPanelService* m_tooltips;
     QHash<QString, StatusItemHost*> m_statusHosts;
     QHash<QString, DesktopPanelHost*> m_panelHosts;
     QHash<QString, QPointer<WidgetWindow>> m_windows;

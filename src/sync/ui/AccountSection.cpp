@@ -75,8 +75,12 @@ QLabel* errorLine(const QString& objectName, QWidget* parent)
 }
 } // namespace
 
-AccountSection::AccountSection(QWidget* parent)
+AccountSection::AccountSection(AuthService& auth, SyncEngine& sync, const APIClient& client,
+                               QWidget* parent)
     : QWidget(parent)
+    , m_auth(auth)
+    , m_syncEngine(sync)
+    , m_client(client)
 {
     setObjectName(QStringLiteral("accountSection"));
     m_stack = new QStackedLayout(this);
@@ -147,8 +151,8 @@ AccountSection::AccountSection(QWidget* parent)
     m_stack->addWidget(m_signedIn);
 
     connect(m_sync, &QPushButton::clicked, this,
-            [] { QCoro::connect(SyncEngine::shared().pullAll(), qApp, [] {}); });
-    connect(signOut, &QPushButton::clicked, this, [] { AuthService::shared().signOut(); });
+            [this] { QCoro::connect(m_syncEngine.pullAll(), qApp, [] {}); });
+    connect(signOut, &QPushButton::clicked, this, [this] { m_auth.signOut(); });
 }
 
 void AccountSection::paintEvent(QPaintEvent* event)
@@ -165,8 +169,8 @@ void AccountSection::paintEvent(QPaintEvent* event)
 
 void AccountSection::followAccount()
 {
-    AuthService& auth = AuthService::shared();
-    const SyncEngine& sync = SyncEngine::shared();
+    AuthService& auth = m_auth;
+    const SyncEngine& sync = m_syncEngine;
     connect(&auth, &AuthService::isSignedInChanged, this, &AccountSection::refresh);
     connect(&auth, &AuthService::isLoadingChanged, this, &AccountSection::refresh);
     connect(&auth, &AuthService::keychainProblemChanged, this, &AccountSection::refresh);
@@ -197,8 +201,8 @@ SignInSheet* AccountSection::signInSheet() const
 
 void AccountSection::refresh()
 {
-    const AuthService& auth = AuthService::shared();
-    const SyncEngine& sync = SyncEngine::shared();
+    const AuthService& auth = m_auth;
+    const SyncEngine& sync = m_syncEngine;
     m_stack->setCurrentWidget(auth.isLoading()    ? m_loading
                               : auth.isSignedIn() ? m_signedIn
                                                   : m_signedOut);
@@ -219,7 +223,7 @@ void AccountSection::openSignIn()
 {
     if (signInSheet())
         return;
-    auto* sheet = new SignInSheet(window());
+    auto* sheet = new SignInSheet(m_auth, m_client, window());
     emit signInSheetOpened(sheet);
     sheet->open();
 }

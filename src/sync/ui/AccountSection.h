@@ -2,10 +2,13 @@
 
 #include <QWidget>
 
+class APIClient;
+class AuthService;
 class QLabel;
 class QPushButton;
 class QStackedLayout;
 class SignInSheet;
+class SyncEngine;
 
 // The hub's account block: blank while the keychain has not answered, "Not
 // signed in" with a Sign in button, or "Connected" with the last sync time,
@@ -15,7 +18,8 @@ class AccountSection final : public QWidget
     Q_OBJECT
 
 public:
-    explicit AccountSection(QWidget* parent = nullptr);
+    AccountSection(AuthService& auth, SyncEngine& sync, const APIClient& client,
+                   QWidget* parent = nullptr);
 
     bool showsSignedIn() const;
     QPushButton* syncButton() const { return m_sync; }
@@ -34,6 +38,9 @@ private:
     void refresh();
     void openSignIn();
 
+    AuthService& m_auth;
+    SyncEngine& m_syncEngine;
+    const APIClient& m_client;
     QStackedLayout* m_stack = nullptr;
     QWidget* m_loading = nullptr;
     QLabel* m_waiting = nullptr;

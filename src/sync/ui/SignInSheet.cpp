@@ -28,8 +28,9 @@ QLabel* note(const QString& text, Theme::Font font, QWidget* parent)
 
 } // namespace
 
-SignInSheet::SignInSheet(QWidget* parent)
+SignInSheet::SignInSheet(AuthService& auth, const APIClient& client, QWidget* parent)
     : QDialog(parent)
+    , m_auth(auth)
 {
     setObjectName(QStringLiteral("signInSheet"));
     setWindowTitle(QStringLiteral("Sign in"));
@@ -76,7 +77,7 @@ SignInSheet::SignInSheet(QWidget* parent)
     auto* serverColumn = new QVBoxLayout;
     serverColumn->setSpacing(4);
     auto* serverLabel = note(QStringLiteral("Server URL"), Theme::Font::Caption2, m_advancedGroup);
-    m_server = new QLineEdit(APIClient::shared().serverURLString(), m_advancedGroup);
+    m_server = new QLineEdit(client.serverURLString(), m_advancedGroup);
     m_server->setObjectName(QStringLiteral("serverField"));
     m_server->setPlaceholderText(QStringLiteral("https://tidewell.example.com"));
     m_server->setAccessibleName(QStringLiteral("Server URL"));
@@ -135,15 +136,14 @@ SignInSheet::SignInSheet(QWidget* parent)
     connect(m_token, &QLineEdit::textChanged, this, &SignInSheet::updateState);
     connect(close, &QPushButton::clicked, this, &QDialog::reject);
 
-    AuthService& auth = AuthService::shared();
-    connect(&auth, &AuthService::isSignedInChanged, this, [this] {
-        if (AuthService::shared().isSignedIn()) {
+    connect(&m_auth, &AuthService::isSignedInChanged, this, [this] {
+        if (m_auth.isSignedIn()) {
             m_waitingForBrowser = false;
             accept();
         }
     });
-    connect(&auth, &AuthService::lastErrorChanged, this, [this] {
-        const QString text = AuthService::shared().lastError();
+    connect(&m_auth, &AuthService::lastErrorChanged, this, [this] {
+        const QString text = m_auth.lastError();
         if (text.isEmpty())
             return;
         m_waitingForBrowser = false;
@@ -177,7 +177,7 @@ void SignInSheet::connectViaBrowser()
     setError(QString());
     m_waitingForBrowser = true;
     updateState();
-    AuthService& auth = AuthService::shared();
+    AuthService& auth = m_auth;
     auth.beginBrowserSignIn(base);
     // The service clears its error when the browser opens, so an error now is
     // this attempt's; a repeat of the previous text sends no change signal.
@@ -209,7 +209,7 @@ void SignInSheet::submitToken()
     m_submitting = true;
     setError(QString());
     QPointer<SignInSheet> self(this);
-    QCoro::connect(AuthService::shared().signIn(m_token->text()), qApp, [self](bool ok) {
+    QCoro::connect(m_auth.signIn(m_token->text()), qApp, [self](bool ok) {
         if (ok) {
             // The sheet may already have closed on the sign-in itself; the sync
             // engine pulls after every new sign-in.
@@ -220,7 +220,7 @@ void SignInSheet::submitToken()
         if (!self)
             return;
         self->m_submitting = false;
-        const QString text = AuthService::shared().lastError();
+        const QString text = self->m_auth.lastError();
         self->setError(text.isEmpty() ? QStringLiteral("Sign-in failed") : text);
     });
 }

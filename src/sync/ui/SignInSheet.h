@@ -2,6 +2,8 @@
 
 #include <QDialog>
 
+class APIClient;
+class AuthService;
 class QLabel;
 class QLineEdit;
 class QPushButton;
@@ -14,7 +16,7 @@ class SignInSheet final : public QDialog
     Q_OBJECT
 
 public:
-    explicit SignInSheet(QWidget* parent = nullptr);
+    SignInSheet(AuthService& auth, const APIClient& client, QWidget* parent = nullptr);
 
     void connectViaBrowser();
     void submitToken();
@@ -34,6 +36,7 @@ private:
     void setError(const QString& text);
     void updateState();
 
+    AuthService& m_auth;
     QLineEdit* m_server = nullptr;
     QLineEdit* m_token = nullptr;
     QPushButton* m_browser = nullptr;

@@ -45,8 +45,10 @@ Switch* addRow(QVBoxLayout* rows, const QString& label, const QString& name, QWi
 }
 } // namespace
 
-SettingsView::SettingsView(QWidget* parent)
+SettingsView::SettingsView(AudioService& audio, NotificationService& notifications, QWidget* parent)
     : QWidget(parent)
+    , m_audio(audio)
+    , m_notificationService(notifications)
 {
     setObjectName(QStringLiteral("settingsView"));
     auto* column = new QVBoxLayout(this);
@@ -77,22 +79,14 @@ SettingsView::SettingsView(QWidget* parent)
     m_autoStart->setChecked(Preferences::autoStartSessions());
     m_launchAtLogin->setEnabled(LaunchAtLogin::isSupported());
 
-    connect(m_sounds, &Switch::toggled, this, [](bool on) {
-        Preferences::setSoundsEnabled(on);
-        AudioService::shared().setMuted(!on);
-    });
+    connect(m_sounds, &Switch::toggled, &m_audio, &AudioService::setSoundsEnabled);
     connect(m_notifications, &Switch::toggled, this, &Preferences::setNotificationsEnabled);
     connect(m_autoStart, &Switch::toggled, this, &Preferences::setAutoStartSessions);
     connect(m_launchAtLogin, &Switch::toggled, this, &SettingsView::applyLaunchAtLogin);
-    connect(m_test, &QPushButton::clicked, this, [] {
+    connect(m_test, &QPushButton::clicked, this, [this] {
         // Works whatever the switch says; a failure is not the user's concern here.
-        QCoro::connect(NotificationService::shared().fireTest(), qApp, [](const QString&) {});
+        QCoro::connect(m_notificationService.fireTest(), qApp, [](const QString&) {});
     });
-}
-
-void SettingsView::applySoundsPreference()
-{
-    AudioService::shared().setMuted(!Preferences::soundsEnabled());
 }
 
 void SettingsView::showEvent(QShowEvent* event)
@@ -101,7 +95,7 @@ void SettingsView::showEvent(QShowEvent* event)
     // The system owns launch at login: read it back every time.
     const QSignalBlocker block(m_launchAtLogin);
     m_launchAtLogin->setChecked(LaunchAtLogin::isEnabled());
-    applySoundsPreference();
+    m_audio.applySoundsPreference();
 }
 
 void SettingsView::applyLaunchAtLogin(bool on)

@@ -2,6 +2,8 @@
 
 #include <QWidget>
 
+class AudioService;
+class NotificationService;
 class QPushButton;
 class Switch;
 
@@ -12,7 +14,8 @@ class SettingsView final : public QWidget
     Q_OBJECT
 
 public:
-    explicit SettingsView(QWidget* parent = nullptr);
+    SettingsView(AudioService& audio, NotificationService& notifications,
+                 QWidget* parent = nullptr);
 
     Switch* soundsSwitch() const { return m_sounds; }
     Switch* notificationsSwitch() const { return m_notifications; }
@@ -20,15 +23,14 @@ public:
     Switch* launchAtLoginSwitch() const { return m_launchAtLogin; }
     QPushButton* testButton() const { return m_test; }
 
-    // Mutes or unmutes the sounds as the stored preference says (also at launch).
-    static void applySoundsPreference();
-
 protected:
     void showEvent(QShowEvent* event) override;
 
 private:
     void applyLaunchAtLogin(bool on);
 
+    AudioService& m_audio;
+    NotificationService& m_notificationService;
     Switch* m_sounds = nullptr;
     Switch* m_notifications = nullptr;
     Switch* m_autoStart = nullptr;

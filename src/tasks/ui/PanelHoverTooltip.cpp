@@ -6,8 +6,10 @@
 #include <QTimer>
 #include <QWidget>
 
-PanelHoverTooltip::PanelHoverTooltip(QWidget* target, const QString& text, int delayMs)
+PanelHoverTooltip::PanelHoverTooltip(TooltipPanelService& panel, QWidget* target,
+                                     const QString& text, int delayMs)
     : QObject(target)
+    , m_panel(panel)
     , m_target(target)
     , m_text(text)
     , m_delayMs(delayMs)
@@ -19,7 +21,7 @@ PanelHoverTooltip::PanelHoverTooltip(QWidget* target, const QString& text, int d
 PanelHoverTooltip::~PanelHoverTooltip()
 {
     // The wrapped widget is going away, which takes its tooltip with it.
-    TooltipPanelService::shared().hide();
+    m_panel.hide();
 }
 
 bool PanelHoverTooltip::eventFilter(QObject* watched, QEvent* event)
@@ -36,7 +38,7 @@ bool PanelHoverTooltip::eventFilter(QObject* watched, QEvent* event)
             if (m_hovering)
                 hoverChanged(false);
             else
-                TooltipPanelService::shared().hide();
+                m_panel.hide();
             break;
         default:
             break;
@@ -50,13 +52,13 @@ void PanelHoverTooltip::hoverChanged(bool entered)
     m_hovering = entered;
     const quint64 token = ++m_token;
     if (!entered) {
-        TooltipPanelService::shared().hide();
+        m_panel.hide();
         return;
     }
     QTimer::singleShot(m_delayMs, this, [this, token] {
         const bool show = m_hovering && token == m_token;
         if (show)
-            TooltipPanelService::shared().show(m_text);
+            m_panel.show(m_text);
         emit checkFinished(show);
     });
 }

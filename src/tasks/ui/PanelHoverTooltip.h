@@ -5,6 +5,7 @@
 #include <QString>
 
 class QWidget;
+class TooltipPanelService;
 
 // Shows a text in the shared tooltip window once the pointer has rested on a
 // widget for `delayMs`. Every enter or leave advances a token, so a pending show
@@ -14,7 +15,8 @@ class PanelHoverTooltip final : public QObject
     Q_OBJECT
 
 public:
-    PanelHoverTooltip(QWidget* target, const QString& text, int delayMs);
+    PanelHoverTooltip(TooltipPanelService& panel, QWidget* target, const QString& text,
+                      int delayMs);
     ~PanelHoverTooltip() override;
 
     void setText(const QString& text) { m_text = text; }
@@ -31,6 +33,7 @@ protected:
 private:
     void hoverChanged(bool entered);
 
+    TooltipPanelService& m_panel;
     QPointer<QWidget> m_target;
     QString m_text;
     int m_delayMs = 0;

@@ -1,6 +1,5 @@
 #include "TaskListSwitcher.h"
 
-#include "AudioService.h"
 #include "ListNameDialog.h"
 #include "MenuText.h"
 #include "ModelContext.h"
@@ -13,8 +12,9 @@
 #include <QMenu>
 #include <QToolButton>
 
-TaskListSwitcher::TaskListSwitcher(ModelContext& context, QWidget* parent)
+TaskListSwitcher::TaskListSwitcher(TasksService& service, ModelContext& context, QWidget* parent)
     : QWidget(parent)
+    , m_service(service)
     , m_context(&context)
 {
     setObjectName(QStringLiteral("listSwitcher"));
@@ -144,7 +144,7 @@ void TaskListSwitcher::chooseList(const QUuid& id)
     if (current && current->id() == id)
         return;
     setSelectedListId(id);
-    AudioService::shared().play(AudioService::Sound::ChangeList);
+    m_service.listChosen();
 }
 
 void TaskListSwitcher::openNewListPrompt()
@@ -156,7 +156,7 @@ void TaskListSwitcher::openNewListPrompt()
         const QString name = dialog->trimmedName();
         if (name.isEmpty() || !m_context)
             return;
-        TasksService::shared().createList(name, *m_context); // the new list is the last by order
+        m_service.createList(name, *m_context); // the new list is the last by order
         const QList<TaskList*> lists = m_context->fetch<TaskList>(FetchRequest::sortedBy("order"));
         if (!lists.isEmpty()) {
             setLists(lists);
@@ -178,7 +178,7 @@ void TaskListSwitcher::openRenameDialog()
         const QString name = dialog->trimmedName();
         if (name.isEmpty() || !list || !m_context)
             return;
-        TasksService::shared().renameList(list, name, *m_context);
+        m_service.renameList(list, name, *m_context);
         updateLabel();
     });
     m_dialog = dialog;
@@ -198,6 +198,6 @@ void TaskListSwitcher::deleteCurrentList()
             break;
         }
     }
-    TasksService::shared().deleteList(current, *m_context);
+    m_service.deleteList(current, *m_context);
     setSelectedListId(next);
 }

@@ -9,6 +9,7 @@
 #include <QWidget>
 
 class QMenu;
+class TasksService;
 class QToolButton;
 
 // The list picker in the widget's header: a menu button named after the current
@@ -19,7 +20,7 @@ class TaskListSwitcher final : public QWidget
     Q_OBJECT
 
 public:
-    TaskListSwitcher(ModelContext& context, QWidget* parent = nullptr);
+    TaskListSwitcher(TasksService& service, ModelContext& context, QWidget* parent = nullptr);
 
     // The lists to offer, already in display order.
     void setLists(const QList<TaskList*>& lists);
@@ -52,6 +53,7 @@ private:
     void openRenameDialog();
     void deleteCurrentList();
 
+    TasksService& m_service;
     QPointer<ModelContext> m_context;
     QList<QPointer<TaskList>> m_lists;
     QUuid m_selectedListId;

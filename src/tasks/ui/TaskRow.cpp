@@ -70,9 +70,11 @@ QToolButton* makeButton(QWidget* parent, const QString& objectName)
 }
 } // namespace
 
-TaskRow::TaskRow(TaskItem* task, ModelContext& context, QWidget* parent)
+TaskRow::TaskRow(TasksService& tasks, TooltipPanelService& tooltips, TaskItem* task,
+                 ModelContext& context, QWidget* parent)
     : QWidget(parent)
     , m_task(task)
+    , m_service(tasks)
     , m_context(&context)
 {
     setObjectName(QStringLiteral("taskRow"));
@@ -127,18 +129,19 @@ TaskRow::TaskRow(TaskItem* task, ModelContext& context, QWidget* parent)
     layout->addWidget(m_focusButton);
     layout->addWidget(m_deleteButton);
 
-    m_tooltip = new PanelHoverTooltip(this, task ? task->header() : QString(), TooltipDelayMs);
+    m_tooltip =
+        new PanelHoverTooltip(tooltips, this, task ? task->header() : QString(), TooltipDelayMs);
 
     // toggled, not clicked: assistive technologies toggle without clicking.
     connect(m_checkButton, &QToolButton::toggled, this, [this] {
         if (m_task && m_context)
-            TasksService::shared().toggleCheck(m_task, *m_context);
+            m_service.toggleCheck(m_task, *m_context);
         updateState(); // the button's own toggle must not outrun the task
     });
     connect(m_focusButton, &QToolButton::clicked, this, &TaskRow::highlightToggled);
     connect(m_deleteButton, &QToolButton::clicked, this, [this] {
         if (m_task && m_context)
-            TasksService::shared().deleteTask(m_task, *m_context);
+            m_service.deleteTask(m_task, *m_context);
     });
 
     if (task) {
@@ -218,7 +221,7 @@ void TaskRow::commitEditing()
 {
     const QString text = Blanks::trimmed(m_editField->text());
     if (!text.isEmpty() && m_task && m_context)
-        TasksService::shared().editTask(m_task, text, *m_context);
+        m_service.editTask(m_task, text, *m_context);
     m_editing = false;
     m_editField->hide();
     m_text->show();

@@ -8,6 +8,8 @@
 #include <QWidget>
 
 class PanelHoverTooltip;
+class TasksService;
+class TooltipPanelService;
 class QLabel;
 class QLineEdit;
 class QToolButton;
@@ -22,7 +24,8 @@ class TaskRow final : public QWidget
 public:
     static constexpr int TooltipDelayMs = 300;
 
-    TaskRow(TaskItem* task, ModelContext& context, QWidget* parent = nullptr);
+    TaskRow(TasksService& tasks, TooltipPanelService& tooltips, TaskItem* task,
+            ModelContext& context, QWidget* parent = nullptr);
 
     static QColor focusColor() { return QColor(251, 191, 36); }
 
@@ -52,6 +55,7 @@ private:
     void updateState();
 
     QPointer<TaskItem> m_task;
+    TasksService& m_service;
     QPointer<ModelContext> m_context;
     bool m_highlighted = false;
     bool m_editing = false;

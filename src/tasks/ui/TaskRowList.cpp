@@ -6,8 +6,11 @@
 #include <QEvent>
 #include <QScrollBar>
 
-TaskRowList::TaskRowList(ModelContext& context, QWidget* parent)
+TaskRowList::TaskRowList(TasksService& service, TooltipPanelService& tooltips,
+                         ModelContext& context, QWidget* parent)
     : QAbstractScrollArea(parent)
+    , m_service(service)
+    , m_tooltips(tooltips)
     , m_context(&context)
 {
     setObjectName(QStringLiteral("taskRows"));
@@ -18,7 +21,7 @@ TaskRowList::TaskRowList(ModelContext& context, QWidget* parent)
     viewport()->setAutoFillBackground(false);
 
     // Every row has the height of an empty one: text is one elided line.
-    TaskRow probe(nullptr, context);
+    TaskRow probe(service, tooltips, nullptr, context);
     m_rowHeight = probe.sizeHint().height();
     verticalScrollBar()->setSingleStep(m_rowHeight + Spacing);
 }
@@ -131,7 +134,7 @@ void TaskRowList::layoutRows()
 
 TaskRow* TaskRowList::createRow(TaskItem* task)
 {
-    auto* row = new TaskRow(task, *m_context, viewport());
+    auto* row = new TaskRow(m_service, m_tooltips, task, *m_context, viewport());
     connect(row, &TaskRow::highlightToggled, this, [this, row] {
         if (row->task())
             emit highlightRequested(row->task());

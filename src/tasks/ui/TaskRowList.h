@@ -9,6 +9,8 @@
 #include <QUuid>
 
 class TaskRow;
+class TasksService;
+class TooltipPanelService;
 
 // The scrolling column of task rows. Only the rows in view exist as widgets
 // (rows have one fixed height), so a list of thousands scrolls as lightly as a
@@ -21,7 +23,8 @@ public:
     static constexpr int Spacing = 2;
     static constexpr int VerticalPadding = 4;
 
-    explicit TaskRowList(ModelContext& context, QWidget* parent = nullptr);
+    TaskRowList(TasksService& service, TooltipPanelService& tooltips, ModelContext& context,
+                QWidget* parent = nullptr);
 
     // Shows these tasks in this order. Rows of tasks already shown are kept, so an
     // unchanged task is not rebuilt.
@@ -47,6 +50,8 @@ private:
     void layoutRows();
     TaskRow* createRow(TaskItem* task);
 
+    TasksService& m_service;
+    TooltipPanelService& m_tooltips;
     QPointer<ModelContext> m_context;
     QList<QPointer<TaskItem>> m_tasks;
     QHash<const TaskItem*, TaskRow*> m_rows;

@@ -1,7 +1,6 @@
 #include "TasksWidgetView.h"
 
 #include "Blanks.h"
-#include "DataStore.h"
 #include "SymbolIcon.h"
 #include "TaskList.h"
 #include "TaskListSwitcher.h"
@@ -31,9 +30,11 @@ QFrame* divider(QWidget* parent)
 }
 } // namespace
 
-TasksWidgetView::TasksWidgetView(bool viewOnly, QWidget* parent)
+TasksWidgetView::TasksWidgetView(TasksService& service, ModelContext& context,
+                                 TooltipPanelService& tooltips, bool viewOnly, QWidget* parent)
     : QWidget(parent)
-    , m_context(&DataStore::shared().mainContext())
+    , m_service(service)
+    , m_context(&context)
     , m_viewOnly(viewOnly)
 {
     setObjectName(QStringLiteral("tasksWidget"));
@@ -52,7 +53,7 @@ TasksWidgetView::TasksWidgetView(bool viewOnly, QWidget* parent)
 
     m_body = new QStackedWidget(this);
     m_body->setObjectName(QStringLiteral("tasksBody"));
-    m_rows = new TaskRowList(*m_context, m_body);
+    m_rows = new TaskRowList(m_service, tooltips, *m_context, m_body);
     m_emptyState = buildEmptyState();
     m_body->addWidget(m_rows);
     m_body->addWidget(m_emptyState);
@@ -62,7 +63,7 @@ TasksWidgetView::TasksWidgetView(bool viewOnly, QWidget* parent)
         if (!list || !m_context)
             return;
         const bool isFocus = list->highlightedTaskId() == task->id();
-        TasksService::shared().highlight(isFocus ? nullptr : task, list, *m_context);
+        m_service.highlight(isFocus ? nullptr : task, list, *m_context);
     });
 
     if (!viewOnly) {
@@ -86,7 +87,7 @@ void TasksWidgetView::buildHeader(QWidget* header)
     header->setObjectName(QStringLiteral("tasksHeader"));
     auto* row = new QHBoxLayout(header);
     row->setContentsMargins(0, 0, 0, 0);
-    m_switcher = new TaskListSwitcher(*m_context, header);
+    m_switcher = new TaskListSwitcher(m_service, *m_context, header);
     // All the width the actions button leaves; a long name is cut to fit it.
     row->addWidget(m_switcher, 1);
     if (m_viewOnly)
@@ -105,13 +106,13 @@ void TasksWidgetView::buildHeader(QWidget* header)
     finished->setObjectName(QStringLiteral("deleteFinishedAction"));
     connect(finished, &QAction::triggered, this, [this] {
         if (TaskList* list = currentList(); list && m_context)
-            TasksService::shared().deleteFinishedTasks(list, *m_context);
+            m_service.deleteFinishedTasks(list, *m_context);
     });
     QAction* all = m_listActionsMenu->addAction(tr("Delete all tasks"));
     all->setObjectName(QStringLiteral("deleteAllAction"));
     connect(all, &QAction::triggered, this, [this] {
         if (TaskList* list = currentList(); list && m_context)
-            TasksService::shared().deleteAllTasks(list, *m_context);
+            m_service.deleteAllTasks(list, *m_context);
     });
     connect(m_listActionsButton, &QToolButton::clicked, this, [this] {
         m_listActionsMenu->popup(
@@ -199,7 +200,7 @@ TaskList* TasksWidgetView::currentList() const
 void TasksWidgetView::showEvent(QShowEvent* event)
 {
     QWidget::showEvent(event);
-    TasksService::shared().bootstrap();
+    m_service.bootstrap();
     if (m_context) {
         const QList<TaskList*> lists = m_context->fetch<TaskList>(FetchRequest::sortedBy("order"));
         m_switcher->setLists(lists);
@@ -240,6 +241,6 @@ void TasksWidgetView::addTask()
     const QString text = Blanks::trimmed(m_input->text());
     if (text.isEmpty())
         return;
-    TasksService::shared().addTask(text, list, *m_context);
+    m_service.addTask(text, list, *m_context);
     m_input->clear();
 }

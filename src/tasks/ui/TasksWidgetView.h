@@ -14,6 +14,8 @@ class QToolButton;
 class TaskList;
 class TaskListSwitcher;
 class TaskRowList;
+class TasksService;
+class TooltipPanelService;
 
 // The tasks widget: one list at a time with its switcher, the list actions, the
 // rows and the input bar. In view-only form (floating panels) the list actions
@@ -23,7 +25,8 @@ class TasksWidgetView final : public QWidget
     Q_OBJECT
 
 public:
-    explicit TasksWidgetView(bool viewOnly, QWidget* parent = nullptr);
+    TasksWidgetView(TasksService& service, ModelContext& context, TooltipPanelService& tooltips,
+                    bool viewOnly, QWidget* parent = nullptr);
     ~TasksWidgetView() override;
 
     bool isViewOnly() const { return m_viewOnly; }
@@ -44,6 +47,7 @@ private:
     void refresh();
     void addTask();
 
+    TasksService& m_service;
     QPointer<ModelContext> m_context;
     const bool m_viewOnly;
 

@@ -14,12 +14,6 @@ TooltipPanelService::TooltipPanelService(QObject* parent)
     : QObject(parent)
 {}
 
-TooltipPanelService& TooltipPanelService::shared()
-{
-    static TooltipPanelService* instance = new TooltipPanelService(qApp);
-    return *instance;
-}
-
 void TooltipPanelService::show(const QString& text)
 {
     hide();

@@ -22,7 +22,7 @@ public:
     static constexpr int PointerOffsetY = 14;
     static constexpr int ScreenInset = 4;
 
-    static TooltipPanelService& shared();
+    explicit TooltipPanelService(QObject* parent = nullptr);
 
     // Replaces any tooltip with one showing `text` next to the pointer; an empty
     // text only removes the current one.
@@ -41,7 +41,5 @@ public:
                              const std::optional<QRect>& available);
 
 private:
-    explicit TooltipPanelService(QObject* parent);
-
     QPointer<TooltipPanel> m_panel;
 };

@@ -12,12 +12,6 @@
 #include <QVBoxLayout>
 
 namespace {
-PomodoroSettingsSheet::SaveHandler& saveHandler()
-{
-    static PomodoroSettingsSheet::SaveHandler handler;
-    return handler;
-}
-
 // One number row: label, field with stepper arrows, unit.
 LimitedSpinBox* addRow(QGridLayout* grid, const QString& label, const QString& unit, int min,
                        int max, qint64 value, const QString& name, QWidget* parent)
@@ -44,8 +38,9 @@ LimitedSpinBox* addRow(QGridLayout* grid, const QString& label, const QString& u
 }
 } // namespace
 
-PomodoroSettingsSheet::PomodoroSettingsSheet(QWidget* parent)
+PomodoroSettingsSheet::PomodoroSettingsSheet(PomodoroService& timer, QWidget* parent)
     : QDialog(parent)
+    , m_timer(timer)
 {
     setObjectName(QStringLiteral("pomodoroSettings"));
     setWindowTitle(QStringLiteral("Pomodoro Settings"));
@@ -53,7 +48,6 @@ PomodoroSettingsSheet::PomodoroSettingsSheet(QWidget* parent)
     setAttribute(Qt::WA_DeleteOnClose);
     setFixedWidth(380);
 
-    const PomodoroService& timer = PomodoroService::shared();
     auto* column = new QVBoxLayout(this);
     column->setContentsMargins(20, 20, 20, 20);
     column->setSpacing(16);
@@ -97,11 +91,6 @@ PomodoroSettingsSheet::PomodoroSettingsSheet(QWidget* parent)
     connect(saveButton, &QPushButton::clicked, this, &PomodoroSettingsSheet::save);
 }
 
-void PomodoroSettingsSheet::setSaveHandler(SaveHandler handler)
-{
-    saveHandler() = std::move(handler);
-}
-
 void PomodoroSettingsSheet::save()
 {
     // A value typed but not yet committed by the field still counts.
@@ -110,10 +99,6 @@ void PomodoroSettingsSheet::save()
     const qint64 pomodoro = m_pomodoro->currentValue(), shortBreak = m_shortBreak->currentValue(),
                  longBreak = m_longBreak->currentValue(), interval = m_interval->currentValue();
     const bool autoStart = m_autoStart->isChecked();
-    if (saveHandler())
-        saveHandler()(pomodoro, shortBreak, longBreak, interval, autoStart);
-    else
-        PomodoroService::shared().updateSettings(pomodoro, shortBreak, longBreak, interval,
-                                                 autoStart);
+    m_timer.updateSettings(pomodoro, shortBreak, longBreak, interval, autoStart);
     accept();
 }

@@ -2,10 +2,9 @@
 
 #include <QDialog>
 
-#include <functional>
-
 class QCheckBox;
 class LimitedSpinBox;
+class PomodoroService;
 
 // Edits the four timer lengths and the auto-start switch. Save hands all five
 // values to the engine in one call; Cancel (Escape) leaves it untouched.
@@ -14,13 +13,7 @@ class PomodoroSettingsSheet final : public QDialog
     Q_OBJECT
 
 public:
-    using SaveHandler = std::function<void(qint64 pomodoro, qint64 shortBreak, qint64 longBreak,
-                                           qint64 pomodorosForLong, bool autoStart)>;
-
-    explicit PomodoroSettingsSheet(QWidget* parent = nullptr);
-
-    // Tests observe Save through this; the default calls the engine's updateSettings.
-    static void setSaveHandler(SaveHandler handler);
+    explicit PomodoroSettingsSheet(PomodoroService& timer, QWidget* parent = nullptr);
 
     LimitedSpinBox* focusField() const { return m_pomodoro; }
     LimitedSpinBox* shortBreakField() const { return m_shortBreak; }
@@ -31,6 +24,7 @@ public:
 private:
     void save();
 
+    PomodoroService& m_timer;
     LimitedSpinBox* m_pomodoro = nullptr;
     LimitedSpinBox* m_shortBreak = nullptr;
     LimitedSpinBox* m_longBreak = nullptr;

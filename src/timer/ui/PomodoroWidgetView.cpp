@@ -50,12 +50,12 @@ QToolButton* controlButton(const QString& symbol, const QString& name, int side,
 }
 } // namespace
 
-PomodoroWidgetView::PomodoroWidgetView(bool viewOnly, QWidget* parent)
+PomodoroWidgetView::PomodoroWidgetView(PomodoroService& timer, bool viewOnly, QWidget* parent)
     : QWidget(parent)
+    , m_timer(timer)
     , m_viewOnly(viewOnly)
 {
     setObjectName(QStringLiteral("pomodoroWidget"));
-    PomodoroService& timer = PomodoroService::shared();
 
     auto* label = new QVBoxLayout;
     label->setSpacing(4);
@@ -133,7 +133,7 @@ PomodoroWidgetView::PomodoroWidgetView(bool viewOnly, QWidget* parent)
     // The countdown changes five times a second, what it shows once: only the time
     // is looked at then, so a running timer repaints once a second.
     connect(&timer, &PomodoroService::remainingMsChanged, this, [this] {
-        const PomodoroService& t = PomodoroService::shared();
+        const PomodoroService& t = m_timer;
         const QString shown = timeText(t.remainingMs());
         if (shown == m_time->text())
             return;
@@ -157,13 +157,13 @@ QString PomodoroWidgetView::timeText(qint64 remainingMs)
 void PomodoroWidgetView::showEvent(QShowEvent* event)
 {
     QWidget::showEvent(event);
-    PomodoroService::shared().bootstrap();
+    m_timer.bootstrap();
     refresh();
 }
 
 void PomodoroWidgetView::refresh()
 {
-    const PomodoroService& timer = PomodoroService::shared();
+    const PomodoroService& timer = m_timer;
     m_phase->setText(timer.phaseLabel().toUpper());
     m_time->setText(timeText(timer.remainingMs()));
     m_time->setAccessibleName(timer.phaseLabel() + u' ' + m_time->text());
@@ -194,6 +194,6 @@ void PomodoroWidgetView::openSettings()
 {
     if (settingsSheet())
         return;
-    auto* sheet = new PomodoroSettingsSheet(this);
+    auto* sheet = new PomodoroSettingsSheet(m_timer, this);
     sheet->open();
 }

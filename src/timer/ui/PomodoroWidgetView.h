@@ -4,6 +4,7 @@
 
 class QLabel;
 class QToolButton;
+class PomodoroService;
 class PomodoroSettingsSheet;
 
 // The focus timer's face: phase, remaining time, progress towards the long
@@ -14,7 +15,7 @@ class PomodoroWidgetView final : public QWidget
     Q_OBJECT
 
 public:
-    explicit PomodoroWidgetView(bool viewOnly, QWidget* parent = nullptr);
+    PomodoroWidgetView(PomodoroService& timer, bool viewOnly, QWidget* parent = nullptr);
 
     // "25:00" for 1,500,000 ms; minutes are not capped at 59 ("100:00").
     static QString timeText(qint64 remainingMs);
@@ -29,6 +30,7 @@ private:
     void rebuildPips();
     void openSettings();
 
+    PomodoroService& m_timer;
     bool m_viewOnly;
     QLabel* m_phase = nullptr;
     QLabel* m_time = nullptr;
