@@ -2,8 +2,6 @@
 
 #include "Clock.h"
 
-#include "SharedInstance.h"
-
 #include <algorithm>
 
 namespace {
@@ -11,11 +9,6 @@ namespace {
 // cut into short steps and the wall clock decides when the rollover is due.
 constexpr qint64 maxStepMs = 60'000;
 } // namespace
-
-DailyResetService& DailyResetService::shared()
-{
-    return SharedInstance<DailyResetService>::get();
-}
 
 DailyResetService::DailyResetService(const Clock& clock, QObject* parent)
     : QObject(parent)

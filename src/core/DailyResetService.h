@@ -17,8 +17,6 @@ class DailyResetService final : public QObject
     Q_OBJECT
 
 public:
-    // The application's instance, built by its composition root.
-    static DailyResetService& shared();
     explicit DailyResetService(const Clock& clock, QObject* parent = nullptr);
 
     // Appends a handler; may be called from any thread, also from a handler

@@ -1,7 +1,6 @@
 #include "DataStore.h"
 
 #include "BundleInfo.h"
-#include "SharedInstance.h"
 #include "StoreProbe.h"
 #include "StoreSchema.h"
 
@@ -53,11 +52,6 @@ bool exec(QSqlDatabase& db, const QString& sql, QString* error, QVariant* result
     return true;
 }
 } // namespace
-
-DataStore& DataStore::shared()
-{
-    return SharedInstance<DataStore>::get();
-}
 
 QString DataStore::defaultPath(QString* error)
 {

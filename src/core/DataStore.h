@@ -17,9 +17,6 @@ class DataStore final : public QObject
 public:
     static constexpr int SchemaVersion = StoreSchema::Version;
 
-    // The app's store, opened by its composition root.
-    static DataStore& shared();
-
     // Opens or creates the store at `path` (":memory:" for a throwaway one), upgrading
     // a store of an earlier version in place. Refuses
     // (null, and the reason) a file that is not ours, newer, damaged or read-only;

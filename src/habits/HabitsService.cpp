@@ -8,7 +8,6 @@
 #include "Habit.h"
 #include "HabitHistory.h"
 #include "ModelContext.h"
-#include "SharedInstance.h"
 
 #include <QPointer>
 
@@ -23,11 +22,6 @@ HabitHistory* recordFor(const Habit* habit, const QString& day)
     return it == history.end() ? nullptr : *it;
 }
 } // namespace
-
-HabitsService& HabitsService::shared()
-{
-    return SharedInstance<HabitsService>::get();
-}
 
 HabitsService::HabitsService(DataStore& store, const Clock& clock, AudioService& audio,
                              DailyResetService& dayReset, DebouncedPush::Push push, QObject* parent)

@@ -25,8 +25,6 @@ class HabitsService final : public QObject
 public:
     static constexpr int SaveDelayMs = 500;
 
-    // The application's instance, built by its composition root.
-    static HabitsService& shared();
     // `push` runs after each debounced save (the sync engine's habits push in the app).
     HabitsService(DataStore& store, const Clock& clock, AudioService& audio,
                   DailyResetService& dayReset, DebouncedPush::Push push, QObject* parent = nullptr);

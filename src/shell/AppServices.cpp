@@ -11,7 +11,6 @@
 #include "NotificationService.h"
 #include "PomodoroService.h"
 #include "PowerService.h"
-#include "SharedInstance.h"
 #include "SleepInhibitor.h"
 #include "SyncEngine.h"
 #include "TasksService.h"
@@ -24,25 +23,6 @@ ModuleLoader modulesIn(const QString& directory)
     return directory.isEmpty() ? ModuleLoader() : ModuleLoader(directory);
 }
 } // namespace
-
-template <typename... T> void AppServices::setInstalled(bool on, T*... instances)
-{
-    // Going, each gives its place back only if it still holds it.
-    const auto set = [on](auto*& slot, auto* instance) {
-        if (on)
-            slot = instance;
-        else if (slot == instance)
-            slot = nullptr;
-    };
-    (set(SharedInstance<T>::s_instance, instances), ...);
-}
-
-void AppServices::installAll(bool on)
-{
-    setInstalled(on, m_store.get(), m_dayReset.get(), m_audio.get(), m_notifications.get(),
-                 m_power.get(), m_client.get(), m_auth.get(), m_sync.get(), m_habits.get(),
-                 m_tasks.get(), m_timer.get());
-}
 
 AppServices::AppServices(Parts parts)
     : m_clock(std::move(parts.clock))
@@ -76,11 +56,6 @@ AppServices::AppServices(Parts parts)
         PomodoroService::scheduleThrough(*m_notifications),
         [sync] { return sync->pushPomodoro(); }});
     m_transfer = std::make_unique<DataTransfer>(*m_store, m_clock, m_timer.get(), sync);
-
-    installAll(true);
 }
 
-AppServices::~AppServices()
-{
-    installAll(false);
-}
+AppServices::~AppServices() = default;

@@ -25,8 +25,8 @@ class SyncEngine;
 class TasksService;
 
 // The composition root: builds every service in layer order, hands each its
-// collaborators through its constructor, and makes them the instances the
-// services' shared() accessors return. One per process; tests build their own
+// collaborators through its constructor, and hands them on to the controller,
+// which hands each view the ones it uses. One per process; tests build their own
 // from fakes, and a second one over the same store is a restart.
 class AppServices final
 {
@@ -65,10 +65,6 @@ public:
     DataTransfer& transfer() const { return *m_transfer; }
 
 private:
-    // Makes the services the ones shared() returns, or takes them back.
-    void installAll(bool on);
-    template <typename... T> static void setInstalled(bool on, T*... instances);
-
     // In layer order; destroyed the other way round.
     Clock m_clock;
     ModuleLoader m_modules;

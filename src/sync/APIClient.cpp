@@ -5,7 +5,6 @@
 #include "KeychainStore.h"
 #include "ModuleLoader.h"
 #include "Preferences.h"
-#include "SharedInstance.h"
 #include "WireEnvelope.h"
 
 #include <QDeadlineTimer>
@@ -31,11 +30,6 @@ std::optional<QString> utf8(const QByteArray& bytes)
     return text;
 }
 } // namespace
-
-APIClient& APIClient::shared()
-{
-    return SharedInstance<APIClient>::get();
-}
 
 APIClient::APIClient(const KeychainStore& keychain, const ModuleLoader& modules, QObject* parent)
     : QObject(parent)

@@ -25,8 +25,6 @@ public:
     static constexpr qint64 MaxReplySize = 32 * 1024 * 1024;
     static constexpr int MaxRedirects = 5;
 
-    // The application's instance, built by its composition root.
-    static APIClient& shared();
     // Requests carry `keychain`'s cached token; the network module is loaded
     // through `modules` on the first request.
     APIClient(const KeychainStore& keychain, const ModuleLoader& modules,

@@ -5,18 +5,12 @@
 #include "CallbackUrl.h"
 #include "KeychainStore.h"
 #include "Preferences.h"
-#include "SharedInstance.h"
 
 #include <QCoro/QCoroSignal>
 #include <QPointer>
 #include <QRandomGenerator>
 #include <QTimer>
 #include <QUrlQuery>
-
-AuthService& AuthService::shared()
-{
-    return SharedInstance<AuthService>::get();
-}
 
 AuthService::AuthService(APIClient& client, KeychainStore& keychain, BrowserOpener openBrowser,
                          QObject* parent)

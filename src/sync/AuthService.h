@@ -25,8 +25,6 @@ class AuthService final : public QObject
 public:
     using BrowserOpener = std::function<bool(const QUrl&)>;
 
-    // The application's instance, built by its composition root.
-    static AuthService& shared();
     // Checks tokens with `client`, keeps them in `keychain`, and opens the
     // connect page with `openBrowser` (the desktop's web browser in the app).
     AuthService(APIClient& client, KeychainStore& keychain, BrowserOpener openBrowser,

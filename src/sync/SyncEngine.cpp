@@ -4,7 +4,6 @@
 #include "AuthService.h"
 #include "Clock.h"
 #include "DataStore.h"
-#include "SharedInstance.h"
 #include "SyncMapping.h"
 
 #include <QPointer>
@@ -14,11 +13,6 @@
 
 namespace {
 const QString unreadable = QStringLiteral("could not read local data");
-}
-
-SyncEngine& SyncEngine::shared()
-{
-    return SharedInstance<SyncEngine>::get();
 }
 
 SyncEngine::SyncEngine(DataStore& store, APIClient& client, AuthService& auth, const Clock& clock,

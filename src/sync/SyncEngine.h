@@ -25,8 +25,6 @@ class SyncEngine final : public QObject
     Q_PROPERTY(QDateTime lastSyncedAt READ lastSyncedAt NOTIFY lastSyncedAtChanged)
 
 public:
-    // The application's instance, built by its composition root.
-    static SyncEngine& shared();
     // Follows `auth`: a new sign-in pulls, a sign-out forgets the last sync.
     SyncEngine(DataStore& store, APIClient& client, AuthService& auth, const Clock& clock,
                QObject* parent = nullptr);

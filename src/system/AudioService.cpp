@@ -2,7 +2,6 @@
 
 #include "ModuleLoader.h"
 #include "Preferences.h"
-#include "SharedInstance.h"
 #include "SoundBackend.h"
 
 #include <QCoreApplication>
@@ -15,11 +14,6 @@
 #include <QUrl>
 
 #include <algorithm>
-
-AudioService& AudioService::shared()
-{
-    return SharedInstance<AudioService>::get();
-}
 
 AudioService::AudioService(const ModuleLoader& modules, QObject* parent)
     : QObject(parent)

@@ -34,8 +34,6 @@ public:
     };
     Q_ENUM(Sound)
 
-    // The application's instance, built by its composition root.
-    static AudioService& shared();
     // Loads the sound module through `modules` when the first sound plays.
     explicit AudioService(const ModuleLoader& modules, QObject* parent = nullptr);
     ~AudioService() override;

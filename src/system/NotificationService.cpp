@@ -2,7 +2,6 @@
 
 #include "Clock.h"
 #include "NotificationBackend.h"
-#include "SharedInstance.h"
 
 #include <QMutexLocker>
 #include <QTimer>
@@ -15,11 +14,6 @@ namespace {
 // wall clock (a monotonic timer stops while suspended).
 constexpr qint64 maxStepMs = 60'000;
 } // namespace
-
-NotificationService& NotificationService::shared()
-{
-    return SharedInstance<NotificationService>::get();
-}
 
 NotificationService::NotificationService(const Clock& clock,
                                          std::unique_ptr<NotificationBackend> backend,

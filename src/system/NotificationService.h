@@ -23,8 +23,6 @@ class NotificationService final : public QObject
     Q_OBJECT
 
 public:
-    // The application's instance, built by its composition root.
-    static NotificationService& shared();
     // Notices are shown through `backend` (NotificationBackend::create() on this desktop).
     NotificationService(const Clock& clock, std::unique_ptr<NotificationBackend> backend,
                         QObject* parent = nullptr);

@@ -1,14 +1,8 @@
 #include "PowerService.h"
 
-#include "SharedInstance.h"
 #include "SleepInhibitor.h"
 
 #include <QPointer>
-
-PowerService& PowerService::shared()
-{
-    return SharedInstance<PowerService>::get();
-}
 
 PowerService::PowerService(std::unique_ptr<SleepInhibitor> inhibitor, QObject* parent)
     : QObject(parent)

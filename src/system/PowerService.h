@@ -16,8 +16,6 @@ class PowerService final : public QObject
     Q_PROPERTY(bool isHeld READ isHeld NOTIFY isHeldChanged)
 
 public:
-    // The application's instance, built by its composition root.
-    static PowerService& shared();
     // Holds the display awake through `inhibitor` (SleepInhibitor::create() on this desktop).
     explicit PowerService(std::unique_ptr<SleepInhibitor> inhibitor, QObject* parent = nullptr);
 

@@ -6,16 +6,10 @@
 #include "DebouncedPush.h"
 #include "FetchRequest.h"
 #include "ModelContext.h"
-#include "SharedInstance.h"
 #include "TaskItem.h"
 #include "TaskList.h"
 
 #include <algorithm>
-
-TasksService& TasksService::shared()
-{
-    return SharedInstance<TasksService>::get();
-}
 
 TasksService::TasksService(DataStore& store, AudioService& audio, DebouncedPush::Push push,
                            QObject* parent)

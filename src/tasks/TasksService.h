@@ -25,8 +25,6 @@ class TasksService final : public QObject
 public:
     static constexpr int SaveDelayMs = 500;
 
-    // The application's instance, built by its composition root.
-    static TasksService& shared();
     // `push` runs after each debounced save (the sync engine's tasks push in the app).
     TasksService(DataStore& store, AudioService& audio, DebouncedPush::Push push,
                  QObject* parent = nullptr);

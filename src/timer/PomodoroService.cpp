@@ -10,7 +10,6 @@
 #include "NotificationService.h"
 #include "PomodoroConfig.h"
 #include "PowerService.h"
-#include "SharedInstance.h"
 
 #include <QTimer>
 
@@ -30,11 +29,6 @@ qint64 clampCount(qint64 count)
     return std::clamp<qint64>(count, 0, qint64(1) << 40);
 }
 } // namespace
-
-PomodoroService& PomodoroService::shared()
-{
-    return SharedInstance<PomodoroService>::get();
-}
 
 PomodoroService::PomodoroService(Collaborators with, QObject* parent)
     : QObject(parent)

@@ -70,8 +70,6 @@ public:
         std::function<QCoro::Task<>()> push;
     };
 
-    // The application's instance, built by its composition root.
-    static PomodoroService& shared();
     explicit PomodoroService(Collaborators with, QObject* parent = nullptr);
     static Scheduler scheduleThrough(NotificationService& notifications);
     // The phase's name as the timer shows it: "Pomodoro", "Short Break", "Long Break".

@@ -27,8 +27,8 @@ protected:
     std::unique_ptr<AppServices> m_services;
 
     static QDateTime now() { return QDateTime(QDate(2024, 5, 6), QTime(14, 5)); }
-    static AuthService& auth() { return AuthService::shared(); }
-    static SyncEngine& engine() { return SyncEngine::shared(); }
+    AuthService& auth() { return m_services->auth(); }
+    SyncEngine& engine() { return m_services->sync(); }
     // JSON written with single quotes, to keep the tables readable.
     static QByteArray j(QByteArray json) { return json.replace('\'', '"'); }
     static Response reply(int status, const QByteArray& body = {}, int delayMs = 0)
@@ -73,7 +73,7 @@ protected:
         m_services = std::make_unique<AppServices>(std::move(parts));
     }
 
-    static void callback(const QString& url) { QCoro::waitFor(auth().consumeCallback(QUrl(url))); }
+    void callback(const QString& url) { QCoro::waitFor(auth().consumeCallback(QUrl(url))); }
 
     // As at start-up with `token` in the keychain (none: no item).
     // As after a run that signed in (a token) or never did (none).
@@ -87,7 +87,7 @@ protected:
     }
 
     // Exactly one pull after a sign-in; the token test adds a GET of the tasks.
-    static void verifyOnePull(const FakeSyncServer& server)
+    void verifyOnePull(const FakeSyncServer& server)
     {
         QTRY_COMPARE(count(server, "GET", "pomodoro"), 1);
         QTRY_VERIFY(!engine().isSyncing());

@@ -9,9 +9,9 @@ class TestClient final : public QObject, private SyncFixture
 {
     Q_OBJECT
 
-    static QString getTasks()
+    QString getTasks()
     {
-        const auto result = QCoro::waitFor(APIClient::shared().getTasks());
+        const auto result = QCoro::waitFor(m_services->client().getTasks());
         return result.ok() ? u"ok"_s : result.error().errorDescription();
     }
 
@@ -34,7 +34,7 @@ private slots:
     {
         setUp();
         startWithToken("tok-123");
-        APIClient::shared().setTransferTimeout(std::chrono::seconds(60));
+        m_services->client().setTransferTimeout(std::chrono::seconds(60));
     }
 
     void cleanup() { m_server.reset(); }
@@ -70,7 +70,7 @@ private slots:
     void sendsTokenAndJsonAndWantsAnAnswer()
     {
         QCOMPARE(getTasks(), u"ok"_s);
-        QVERIFY(!QCoro::waitFor(APIClient::shared().putHabits({})));
+        QVERIFY(!QCoro::waitFor(m_services->client().putHabits({})));
         const auto get = m_server->requestsFor("GET", api("tasks"));
         const auto put = m_server->requestsFor("PUT", api("habits"));
         QCOMPARE(get.size(), 1);
@@ -83,7 +83,7 @@ private slots:
         QCOMPARE(put.first().body, "[]");
         // A PUT is taken only with an acknowledgement, not an empty success.
         on("PUT", "pomodoro", reply(204));
-        const auto error = QCoro::waitFor(APIClient::shared().putPomodoro({}));
+        const auto error = QCoro::waitFor(m_services->client().putPomodoro({}));
         QVERIFY(error);
         QCOMPARE(error->kind(), APIError::Kind::Decoding);
     }
@@ -111,13 +111,13 @@ private slots:
         for (const auto& [response, text] : answers) {
             on("GET", "tasks", response);
             // The silent one gives up soon; the trickling one keeps silence away.
-            APIClient::shared().setTransferTimeout(
+            m_services->client().setTransferTimeout(
                 std::chrono::milliseconds(response.delayMs > 0 ? 200 : 60'000));
-            APIClient::shared().setDeadline(
+            m_services->client().setDeadline(
                 std::chrono::milliseconds(response.trickleMs > 0 ? 600 : 120'000));
             QCOMPARE(getTasks(), QString::fromUtf8(text));
         }
-        APIClient::shared().setDeadline(std::chrono::seconds(120));
+        m_services->client().setDeadline(std::chrono::seconds(120));
         // An error page of any length is shown as one readable line.
         on("GET", "tasks", reply(500, QByteArray(5000, 'x') + "\n<html>"));
         QCOMPARE(getTasks(), u"HTTP 500: "_s + QString(200, u'x') + u'…');
@@ -149,7 +149,7 @@ private slots:
         other.serveEmptyAccount();
         on("GET", "habits",
            {302, {}, {{"Location", other.url().toEncoded() + "/api/v1/habits"}}, 0, false});
-        const auto away = QCoro::waitFor(APIClient::shared().getHabits());
+        const auto away = QCoro::waitFor(m_services->client().getHabits());
         QCOMPARE(away.error().errorDescription(),
                  u"Network error: Redirect to another host refused"_s);
         QVERIFY(other.requests().isEmpty()); // the token never left

@@ -23,8 +23,8 @@ class TestSyncEngine final : public QObject, private SyncFixture
     int m_stores = 0;
     QString m_path;
 
-    static ModelContext& context() { return DataStore::shared().mainContext(); }
-    static void pull() { QCoro::waitFor(engine().pullAll()); }
+    ModelContext& context() { return m_services->store().mainContext(); }
+    void pull() { QCoro::waitFor(engine().pullAll()); }
 
     template <typename T> static QList<T*> sorted(QList<T*> records)
     {
@@ -59,14 +59,14 @@ class TestSyncEngine final : public QObject, private SyncFixture
         QSqlDatabase::removeDatabase(u"behind"_s);
     }
 
-    static void pushAll()
+    void pushAll()
     {
         QCoro::waitFor(engine().pushHabits());
         QCoro::waitFor(engine().pushTasks());
         QCoro::waitFor(engine().pushPomodoro());
     }
 
-    static Habit* addHabit(const QString& name, qint64 order, const QStringList& days = {})
+    Habit* addHabit(const QString& name, qint64 order, const QStringList& days = {})
     {
         auto* habit = new Habit(u"💧"_s, name, u"#38BDF8"_s, 8, order);
         context().insert(habit);
@@ -254,7 +254,7 @@ private slots:
         addHabit(u"Water"_s, 0);
         QVERIFY(context().save());
         int attempts = 0;
-        connect(&engine(), &SyncEngine::isApplyingRemoteChanged, this, [&attempts] {
+        connect(&engine(), &SyncEngine::isApplyingRemoteChanged, this, [this, &attempts] {
             if (engine().isApplyingRemote()) {
                 ++attempts;
                 pushAll();

@@ -55,9 +55,9 @@ class TestPomodoroService final : public QObject
         return {engine().pomodoroCount(), engine().pomodoroTotalCount(), engine().shortBreakCount(),
                 engine().longBreakCount()};
     }
-    static PomodoroConfig* stored()
+    PomodoroConfig* stored()
     {
-        return DataStore::shared().mainContext().fetch<PomodoroConfig>().first();
+        return m_services->store().mainContext().fetch<PomodoroConfig>().first();
     }
 
     // A new process: the services built afresh over the same file.
@@ -82,8 +82,8 @@ class TestPomodoroService final : public QObject
             m_services->notifications(), m_services->dayReset(),
             [this](const QString& title, const QString& body, const QDateTime& fireAt, auto done) {
                 m_notices << title + u": " + body + u" @ " + fireAt.toString(u"HH:mm:ss.zzz");
-                m_release = [=] {
-                    QCoro::connect(NotificationService::shared().schedule(title, body, fireAt),
+                m_release = [=, this] {
+                    QCoro::connect(m_services->notifications().schedule(title, body, fireAt),
                                    QCoreApplication::instance(), done);
                 };
                 if (!m_holdIdentifier)
@@ -121,14 +121,14 @@ private slots:
 
     void focusSessionEndsOnceAtItsInstant()
     {
-        QSignalSpy played(&AudioService::shared(), &AudioService::played);
+        QSignalSpy played(&m_services->audio(), &AudioService::played);
         engine().start();
         const QDateTime end = *engine().endDate();
         QCOMPARE(end, m_now.addMSecs(focusMs));
         engine().start(); // running already
         QCOMPARE(*engine().endDate(), end);
         QCOMPARE(m_notices, QStringList{"Pomodoro Complete!: Time for a break. @ 10:25:00.000"});
-        QTRY_VERIFY(PowerService::shared().isHeld());
+        QTRY_VERIFY(m_services->power().isHeld());
 
         advance(focusMs - 1);
         QTRY_COMPARE(engine().remainingMs(), qint64(1));
@@ -141,13 +141,13 @@ private slots:
         QCOMPARE(engine().remainingMs(), qint64(300'000));
         QCOMPARE(played.count(), 1);
         QCOMPARE(played[0][0].value<AudioService::Sound>(), AudioService::Sound::FinishPomodoro);
-        QVERIFY(!PowerService::shared().isHeld());
+        QVERIFY(!m_services->power().isHeld());
 
         // A break has its own notice and leaves the display alone; slept through
         // for hours, it finishes once on wake and the next focus waits.
         engine().start();
         QCOMPARE(m_notices.last(), "Short Break Complete!: Back to work! @ 10:30:36.999");
-        QVERIFY(!PowerService::shared().isHeld());
+        QVERIFY(!m_services->power().isHeld());
         advance(2 * 3600 * 1000);
         engine().didBecomeActive();
         engine().didBecomeActive();
@@ -171,9 +171,9 @@ private slots:
 
     void everyRunOfAPhaseIsRecordedOnce()
     {
-        const auto sessions = [] {
+        const auto sessions = [this] {
             QStringList out;
-            for (const FocusSession* s : DataStore::shared().mainContext().fetch<FocusSession>(
+            for (const FocusSession* s : m_services->store().mainContext().fetch<FocusSession>(
                      FetchRequest::sortedBy(QStringLiteral("startedAt"))))
                 out << QStringLiteral("%1 %2 %3-%4 %5/%6")
                            .arg(s->phase(), s->outcome(),
@@ -225,7 +225,7 @@ private slots:
 
     void phaseSequenceAndLongBreakRule()
     {
-        QSignalSpy played(&AudioService::shared(), &AudioService::played);
+        QSignalSpy played(&m_services->audio(), &AudioService::played);
         QStringList seen; // phase, focus phases towards the long break, minutes left
         for (int i = 0; i < 9; ++i) {
             // Alternate skipping and finishing: both count the same.
@@ -264,7 +264,7 @@ private slots:
         QFETCH(bool, late);
         m_holdIdentifier = late;
         engine().start();
-        QCOMPARE(NotificationService::shared().pendingIDs().size(), late ? 0 : 1);
+        QCOMPARE(m_services->notifications().pendingIDs().size(), late ? 0 : 1);
         const std::function<void()> stop[] = {[&] { engine().pause(); }, [&] { engine().reset(); },
                                               [&] { engine().skip(); }, [&] { finishPhase(); },
                                               [&] { engine().updateSettings({}, {}, {}, {}, {}); }};
@@ -272,7 +272,7 @@ private slots:
         QVERIFY(!engine().isActive());
         if (late)
             m_release();
-        QVERIFY(NotificationService::shared().pendingIDs().isEmpty());
+        QVERIFY(m_services->notifications().pendingIDs().isEmpty());
         QVERIFY(!engine().scheduledNotificationId());
     }
 
@@ -283,10 +283,10 @@ private slots:
             engine().skip(); // to a short break, counts 2/2/1
         engine().start();
         const QDateTime end = *engine().endDate();
-        DailyResetService::shared().scheduleNext();
+        m_services->dayReset().scheduleNext();
         m_now = QDateTime(QDate(2026, 5, 5), QTime(0, 0, 6));
-        DailyResetService::shared().fireIfDue();
-        DailyResetService::shared().stop();
+        m_services->dayReset().fireIfDue();
+        m_services->dayReset().stop();
         // Counts and phase start afresh; the running countdown keeps its end.
         QCOMPARE(counts(), (QList<qint64>{0, 0, 0, 0}));
         QCOMPARE(engine().phaseLabel(), QStringLiteral("Pomodoro"));
@@ -372,15 +372,15 @@ private slots:
         m_keychain->stored = QByteArrayLiteral("day-token");
         restart();
         engine().bootstrap();
-        AuthService::shared().reload();
-        QTRY_VERIFY(AuthService::shared().isSignedIn());
+        m_services->auth().reload();
+        QTRY_VERIFY(m_services->auth().isSignedIn());
         const auto lastPut = [&server](const QString& resource) {
             const auto all = server.requestsFor("PUT", u"/api/v1/" + resource);
             return all.isEmpty() ? QByteArray() : all.last().body;
         };
-        TasksService& tasks = TasksService::shared();
-        HabitsService& habits = HabitsService::shared();
-        ModelContext& context = DataStore::shared().mainContext();
+        TasksService& tasks = m_services->tasks();
+        HabitsService& habits = m_services->habits();
+        ModelContext& context = m_services->store().mainContext();
         tasks.bootstrap();
         habits.bootstrap();
 
@@ -398,10 +398,10 @@ private slots:
             QCOMPARE(r.header("Authorization"), QByteArrayLiteral("Bearer day-token"));
 
         // Midnight resets both counters, and the server hears of the timer's.
-        DailyResetService::shared().scheduleNext();
+        m_services->dayReset().scheduleNext();
         m_now = QDateTime(QDate(2026, 5, 5), QTime(0, 0, 6));
-        DailyResetService::shared().fireIfDue();
-        DailyResetService::shared().stop();
+        m_services->dayReset().fireIfDue();
+        m_services->dayReset().stop();
         QCOMPARE(water->currentValue(), qint64(0));
         QTRY_VERIFY(lastPut("pomodoro").contains(R"("pomodoroTotalCount":"0")"));
     }
