@@ -147,7 +147,7 @@ private slots:
         m_now = m_now.addMSecs(300); // 24:59.7 shows 24:59
         QTRY_COMPARE(remainingAnnounced(), before + 1);
         m_now = m_now.addMSecs(500); // 24:59.2 still shows 24:59
-        QTest::qWait(500); // ticks come and go without an announcement
+        QTest::qWait(500);           // ticks come and go without an announcement
         QCOMPARE(remainingAnnounced(), before + 1);
 
         QVERIFY(call(timer, u"Pause"_s).type() == QDBusMessage::ReplyMessage);
