@@ -9,6 +9,7 @@
 #include "KeychainStore.h"
 #include "NotificationBackend.h"
 #include "NotificationService.h"
+#include "PlacementService.h"
 #include "PomodoroService.h"
 #include "PowerService.h"
 #include "SleepInhibitor.h"
@@ -56,6 +57,7 @@ AppServices::AppServices(Parts parts)
         PomodoroService::scheduleThrough(*m_notifications),
         [sync] { return sync->pushPomodoro(); }});
     m_transfer = std::make_unique<DataTransfer>(*m_store, m_clock, m_timer.get(), sync);
+    m_placements = std::make_unique<PlacementService>(m_store->mainContext());
 }
 
 AppServices::~AppServices() = default;

@@ -22,6 +22,7 @@ class NotificationService;
 class PomodoroService;
 class PowerService;
 class SyncEngine;
+class PlacementService;
 class TasksService;
 
 // The composition root: builds every service in layer order, hands each its
@@ -63,6 +64,7 @@ public:
     TasksService& tasks() const { return *m_tasks; }
     PomodoroService& timer() const { return *m_timer; }
     DataTransfer& transfer() const { return *m_transfer; }
+    PlacementService& placements() const { return *m_placements; }
 
 private:
     // In layer order; destroyed the other way round.
@@ -81,4 +83,5 @@ private:
     std::unique_ptr<TasksService> m_tasks;
     std::unique_ptr<PomodoroService> m_timer;
     std::unique_ptr<DataTransfer> m_transfer;
+    std::unique_ptr<PlacementService> m_placements;
 };

@@ -6,6 +6,7 @@
 #include "FloatingContainer.h"
 #include "HubWindow.h"
 #include "PlaceholderWidgetView.h"
+#include "PlacementService.h"
 #include "PomodoroService.h"
 #include "StatusItemHost.h"
 #include "StoreNotice.h"
@@ -59,7 +60,7 @@ private slots:
         // The hub comes first at start-up; its toggles look the placements up (and
         // migrate them in memory) before the window manager restores them.
         WindowManager wm(*m_services);
-        WidgetTogglesView toggles(context(), wm);
+        WidgetTogglesView toggles(m_services->placements(), wm);
         wm.setViewFactory([](const QString& id, bool) { return new PlaceholderWidgetView(id); });
         wm.restoreFromPersistence();
 
@@ -143,8 +144,7 @@ private slots:
     {
         WindowManager wm(*m_services);
         wm.setViewFactory([](const QString& id, bool) { return new PlaceholderWidgetView(id); });
-        WidgetTogglesView toggles(context(), wm);
-        WidgetPlacement* placement = toggles.placement(QStringLiteral("tasks"));
+        WidgetPlacement* placement = m_services->placements().placement(QStringLiteral("tasks"));
         QVERIFY(!context().hasChanges());
         placement->setInFloating(true);
         wm.sync(QStringLiteral("tasks"), false, true);
@@ -186,7 +186,7 @@ private slots:
     {
         WindowManager wm(*m_services);
         wm.setViewFactory([](const QString& id, bool) { return new PlaceholderWidgetView(id); });
-        WidgetTogglesView toggles(context(), wm);
+        WidgetTogglesView toggles(m_services->placements(), wm);
         QCOMPARE(context().count<WidgetPlacement>(), 3);
         for (const char* id : {"pomodoro", "tasks", "habits"}) {
             QVERIFY(!toggles.statusBarSwitch(QLatin1String(id))->isChecked());

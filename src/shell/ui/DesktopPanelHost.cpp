@@ -1,10 +1,9 @@
 #include "DesktopPanelHost.h"
 
-#include "DataStore.h"
 #include "DesktopFrame.h"
 #include "DraggablePanel.h"
 #include "FloatingContainer.h"
-#include "WidgetPlacement.h"
+#include "PlacementService.h"
 #include "WidgetRegistry.h"
 
 #include <QApplication>
@@ -15,10 +14,10 @@
 #include <algorithm>
 #include <limits>
 
-DesktopPanelHost::DesktopPanelHost(ModelContext& context, const QString& widgetId,
+DesktopPanelHost::DesktopPanelHost(PlacementService& placements, const QString& widgetId,
                                    const QSize& defaultSize, QWidget* content, QObject* parent)
     : QObject(parent)
-    , m_context(context)
+    , m_placements(placements)
     , m_widgetId(widgetId)
 {
     m_panel = new DraggablePanel;
@@ -93,13 +92,10 @@ QRect DesktopPanelHost::fromStoredFrame(const QRect& s)
 
 void DesktopPanelHost::applyPersistedFrame(const QSize& defaultSize)
 {
-    auto* placement = m_context.find<WidgetPlacement>(m_widgetId);
-    if (placement) {
-        if (const auto stored = DesktopFrame::decode(placement->desktopFrameJSON())) {
-            // Used as stored, even if that screen is gone.
-            m_panel->setGeometry(fromStoredFrame(stored->toRect()));
-            return;
-        }
+    if (const auto stored = DesktopFrame::decode(m_placements.frame(m_widgetId))) {
+        // Used as stored, even if that screen is gone.
+        m_panel->setGeometry(fromStoredFrame(stored->toRect()));
+        return;
     }
     m_panel->resize(defaultSize);
     const QScreen* screen = QGuiApplication::primaryScreen();
@@ -183,14 +179,7 @@ void DesktopPanelHost::schedulePersist()
 
 void DesktopPanelHost::persist()
 {
-    ModelContext& context = m_context;
-    auto* placement = context.find<WidgetPlacement>(m_widgetId);
-    if (!placement) {
-        placement = new WidgetPlacement(m_widgetId, true);
-        context.insert(placement);
-    }
-    placement->setDesktopFrameJSON(DesktopFrame::encode(toStoredFrame(m_pendingFrame)));
-    context.save();
+    m_placements.setFrame(m_widgetId, DesktopFrame::encode(toStoredFrame(m_pendingFrame)));
 }
 
 DraggablePanel* DesktopPanelHost::panel() const

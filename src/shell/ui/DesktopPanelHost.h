@@ -7,7 +7,7 @@
 
 class DraggablePanel;
 class FloatingContainer;
-class ModelContext;
+class PlacementService;
 class QPropertyAnimation;
 class QWidget;
 
@@ -21,8 +21,8 @@ public:
     static constexpr qreal RestingOpacity = 0.75;
 
     // `content` is the widget view in its view-only form; the host takes it.
-    DesktopPanelHost(ModelContext& context, const QString& widgetId, const QSize& defaultSize,
-                     QWidget* content, QObject* parent = nullptr);
+    DesktopPanelHost(PlacementService& placements, const QString& widgetId,
+                     const QSize& defaultSize, QWidget* content, QObject* parent = nullptr);
     ~DesktopPanelHost() override;
 
     QString widgetId() const { return m_widgetId; }
@@ -54,7 +54,7 @@ private:
     void schedulePersist();
     void persist();
 
-    ModelContext& m_context;
+    PlacementService& m_placements;
     QString m_widgetId;
     QPointer<DraggablePanel> m_panel;
     FloatingContainer* m_container = nullptr;

@@ -110,7 +110,7 @@ HubWindow::HubWindow(AppServices& services, WindowManager& windows, QWidget* par
     setCentralWidget(central);
 
     m_account = new AccountSection(services.auth(), services.sync(), services.client(), content);
-    m_toggles = new WidgetTogglesView(services.store().mainContext(), windows, content);
+    m_toggles = new WidgetTogglesView(services.placements(), windows, content);
     m_settings = new SettingsView(services.audio(), services.notifications(), content);
     addSection(m_account);
     addSection(m_toggles);

@@ -1,8 +1,7 @@
 #include "WidgetTogglesView.h"
 
+#include "PlacementService.h"
 #include "RoundedPanel.h"
-
-#include "DataStore.h"
 #include "Switch.h"
 #include "Theme.h"
 #include "WidgetPlacement.h"
@@ -38,9 +37,10 @@ QLabel* columnTitle(const QString& text, QWidget* parent)
 }
 } // namespace
 
-WidgetTogglesView::WidgetTogglesView(ModelContext& context, WindowManager& windows, QWidget* parent)
+WidgetTogglesView::WidgetTogglesView(PlacementService& placements, WindowManager& windows,
+                                     QWidget* parent)
     : QWidget(parent)
-    , m_context(context)
+    , m_placements(placements)
     , m_windows(windows)
 {
     setObjectName(QStringLiteral("widgetToggles"));
@@ -107,24 +107,8 @@ WidgetTogglesView::WidgetTogglesView(ModelContext& context, WindowManager& windo
     Theme::makeSecondary(m_noTrayNote);
     column->addWidget(m_noTrayNote);
 
-    connect(&m_context, &ModelContext::changed, this, [this](RecordKind kind) {
-        if (kind == RecordKind::WidgetPlacement)
-            refresh();
-    });
+    connect(&m_placements, &PlacementService::changed, this, &WidgetTogglesView::refresh);
     refresh();
-}
-
-WidgetPlacement* WidgetTogglesView::placement(const QString& widgetId)
-{
-    ModelContext& context = m_context;
-    if (auto* existing = context.find<WidgetPlacement>(widgetId)) {
-        existing->migrateFromLegacyModeIfNeeded();
-        return existing;
-    }
-    auto* created = new WidgetPlacement(widgetId);
-    context.insert(created);
-    context.save();
-    return created;
 }
 
 void WidgetTogglesView::showEvent(QShowEvent* event)
@@ -137,7 +121,7 @@ void WidgetTogglesView::showEvent(QShowEvent* event)
 void WidgetTogglesView::refresh()
 {
     for (const WidgetMeta& meta : WidgetRegistry::all()) {
-        WidgetPlacement* p = placement(meta.id);
+        const WidgetPlacement* p = m_placements.placement(meta.id);
         for (auto [sw, on] : {std::pair{m_statusSwitches.value(meta.id), p->inStatusBar()},
                               std::pair{m_floatingSwitches.value(meta.id), p->inFloating()}}) {
             const QSignalBlocker block(sw);
@@ -148,11 +132,10 @@ void WidgetTogglesView::refresh()
 
 void WidgetTogglesView::toggle(const QString& widgetId, bool statusBar, bool on)
 {
-    WidgetPlacement* p = placement(widgetId);
     if (statusBar)
-        p->setInStatusBar(on);
+        m_placements.setInStatusBar(widgetId, on);
     else
-        p->setInFloating(on);
-    m_context.save();
+        m_placements.setFloating(widgetId, on);
+    const WidgetPlacement* p = m_placements.placement(widgetId);
     m_windows.sync(widgetId, p->inStatusBar(), p->inFloating());
 }

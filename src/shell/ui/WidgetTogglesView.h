@@ -3,10 +3,9 @@
 #include <QHash>
 #include <QWidget>
 
-class ModelContext;
+class PlacementService;
 class QLabel;
 class Switch;
-class WidgetPlacement;
 class WindowManager;
 
 // The hub's "Widgets" block: per widget, a switch for its tray item and one for
@@ -17,7 +16,8 @@ class WidgetTogglesView final : public QWidget
     Q_OBJECT
 
 public:
-    WidgetTogglesView(ModelContext& context, WindowManager& windows, QWidget* parent = nullptr);
+    WidgetTogglesView(PlacementService& placements, WindowManager& windows,
+                      QWidget* parent = nullptr);
 
     Switch* statusBarSwitch(const QString& widgetId) const
     {
@@ -27,10 +27,6 @@ public:
     {
         return m_floatingSwitches.value(widgetId);
     }
-
-    // The placement of a widget, created (all off) and saved when there is none;
-    // a legacy mode is migrated in memory.
-    WidgetPlacement* placement(const QString& widgetId);
 
 signals:
     // The row's "Open" button: the widget's full view in a window of its own.
@@ -43,7 +39,7 @@ private:
     void refresh();
     void toggle(const QString& widgetId, bool statusBar, bool on);
 
-    ModelContext& m_context;
+    PlacementService& m_placements;
     WindowManager& m_windows;
     QHash<QString, Switch*> m_statusSwitches;
     QHash<QString, Switch*> m_floatingSwitches;

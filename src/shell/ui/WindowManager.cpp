@@ -6,6 +6,7 @@
 #include "DraggablePanel.h"
 #include "HabitsWidgetView.h"
 #include "PlaceholderWidgetView.h"
+#include "PlacementService.h"
 #include "PomodoroWidgetView.h"
 #include "StatusItemHost.h"
 #include "StoreNotice.h"
@@ -67,19 +68,8 @@ QWidget* WindowManager::noticed(QWidget* view) const
 
 void WindowManager::restoreFromPersistence()
 {
-    ModelContext& context = m_services.store().mainContext();
-    bool changed = false;
-    for (WidgetPlacement* placement : context.fetch<WidgetPlacement>()) {
-        const bool statusBar = placement->inStatusBar();
-        const bool floating = placement->inFloating();
-        placement->migrateFromLegacyModeIfNeeded();
-        changed |= statusBar != placement->inStatusBar() || floating != placement->inFloating();
+    for (const WidgetPlacement* placement : m_services.placements().restore())
         sync(placement->widgetId(), placement->inStatusBar(), placement->inFloating());
-    }
-    // The hub's toggles may have migrated a placement in memory already, before this
-    // ran: what counts is whether anything is still unsaved.
-    if (changed || context.hasChanges())
-        context.save();
 }
 
 void WindowManager::sync(const QString& widgetId, bool inStatusBar, bool inFloating)
@@ -100,7 +90,7 @@ void WindowManager::sync(const QString& widgetId, bool inStatusBar, bool inFloat
     }
 
     if (inFloating && !m_panelHosts.contains(widgetId)) {
-        auto* host = new DesktopPanelHost(m_services.store().mainContext(), widgetId,
+        auto* host = new DesktopPanelHost(m_services.placements(), widgetId,
                                           WidgetRegistry::defaultPanelSize(widgetId),
                                           noticed(widgetView(widgetId, true)), this);
         connect(host, &DesktopPanelHost::closedByUser, this, &WindowManager::handlePanelClosed);
@@ -119,12 +109,5 @@ void WindowManager::handlePanelClosed(const QString& widgetId)
         host->tearDown();
         host->deleteLater();
     }
-    ModelContext& context = m_services.store().mainContext();
-    auto* placement = context.find<WidgetPlacement>(widgetId);
-    if (!placement)
-        return;
-    placement->setInFloating(false);
-    placement->setDesktopFrameJSON(QString());
-    context.save();
-    emit placementsChanged();
+    m_services.placements().panelClosed(widgetId);
 }

@@ -58,8 +58,6 @@ signals:
     void openHubRequested();
     void historyRequested();
     void quitRequested();
-    // Placements changed outside the toggles (a panel closed by the user).
-    void placementsChanged();
 
 private:
     // `view` under the line that shows while the store is damaged.
