@@ -113,8 +113,7 @@ void HabitsWidgetView::showEvent(QShowEvent* event)
 
 void HabitsWidgetView::reload()
 {
-    const QList<Habit*> habits =
-        m_context.fetch<Habit>(FetchRequest::sortedBy(QStringLiteral("order")));
+    const QList<Habit*> habits = HabitsService::habitsInOrder(m_context);
     QList<QString> keys;
     for (const Habit* h : habits)
         keys << h->key();

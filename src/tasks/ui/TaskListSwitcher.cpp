@@ -157,7 +157,7 @@ void TaskListSwitcher::openNewListPrompt()
         if (name.isEmpty() || !m_context)
             return;
         m_service.createList(name, *m_context); // the new list is the last by order
-        const QList<TaskList*> lists = m_context->fetch<TaskList>(FetchRequest::sortedBy("order"));
+        const QList<TaskList*> lists = TasksService::listsInOrder(*m_context);
         if (!lists.isEmpty()) {
             setLists(lists);
             setSelectedListId(lists.constLast()->id());

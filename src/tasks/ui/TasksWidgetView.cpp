@@ -202,7 +202,7 @@ void TasksWidgetView::showEvent(QShowEvent* event)
     QWidget::showEvent(event);
     m_service.bootstrap();
     if (m_context) {
-        const QList<TaskList*> lists = m_context->fetch<TaskList>(FetchRequest::sortedBy("order"));
+        const QList<TaskList*> lists = TasksService::listsInOrder(*m_context);
         m_switcher->setLists(lists);
         if (m_switcher->selectedListId().isNull() && !lists.isEmpty())
             m_switcher->setSelectedListId(lists.first()->id());
@@ -221,7 +221,7 @@ void TasksWidgetView::refresh()
     m_refreshTimer->stop();
     if (!m_context)
         return;
-    m_switcher->setLists(m_context->fetch<TaskList>(FetchRequest::sortedBy("order")));
+    m_switcher->setLists(TasksService::listsInOrder(*m_context));
     TaskList* list = currentList();
     if (!list) {
         m_rows->setTasks({});
