@@ -158,7 +158,7 @@ QCoro::Task<bool> SyncEngine::mayPush()
 }
 
 template <typename Read, typename Put>
-QCoro::Task<> SyncEngine::push(const QString& resource, Read read, Put put)
+QCoro::Task<> SyncEngine::push(QString resource, Read read, Put put)
 {
     if (!co_await mayPush())
         co_return;

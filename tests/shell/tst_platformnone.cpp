@@ -1,7 +1,11 @@
+#include "AudioService.h"
+#include "Clock.h"
 #include "ClockJumps.h"
 #include "KeychainStore.h"
 #include "LaunchAtLogin.h"
+#include "ModuleLoader.h"
 #include "NotificationBackend.h"
+#include "NotificationService.h"
 #include "SettingsView.h"
 #include "SingleInstance.h"
 #include "SleepInhibitor.h"
@@ -70,7 +74,11 @@ private slots:
         QVERIFY(!error.isEmpty());
         QVERIFY(!LaunchAtLogin::isEnabled());
         QVERIFY(LaunchAtLogin::setEnabled(false, &error));
-        QVERIFY(!SettingsView().launchAtLoginSwitch()->isEnabled());
+        const Clock clock;
+        const ModuleLoader modules;
+        AudioService audio(modules);
+        NotificationService notifications(clock, NotificationBackend::create());
+        QVERIFY(!SettingsView(audio, notifications).launchAtLoginSwitch()->isEnabled());
 
         QVERIFY(!WindowStickiness::canBlend());
     }
