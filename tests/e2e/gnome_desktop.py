@@ -90,7 +90,10 @@ class GnomeDesktop(NestedDesktop):
         self.outer, self.xvfb = start_xvfb(self.xvfb_log, "%dx%d" % SIZE, range(290, 390),
                                            ["+extension", "GLX"])
         self.procs.append(self.xvfb)
+        # The desktop user's login shell is nologin, and a CI runner may set no SHELL:
+        # a terminal started here (the other application) runs sh, not nologin.
         self.env = dict(os.environ, DISPLAY=self.outer, HOME=self.home, XDG_RUNTIME_DIR=runtime,
+                        SHELL="/bin/sh",
                         XDG_CONFIG_HOME=config, GSETTINGS_BACKEND="keyfile",
                         XDG_DATA_HOME=os.path.join(self.home, ".local/share"),
                         XDG_CURRENT_DESKTOP="GNOME", XDG_SESSION_TYPE="wayland",

@@ -72,7 +72,10 @@ class KdeDesktop(NestedDesktop):
         self.outer, self.xvfb = start_xvfb(self.xvfb_log, "%dx%d" % SIZE, range(390, 490),
                                            ["+extension", "GLX"])
         self.procs.append(self.xvfb)
+        # The desktop user's login shell is nologin, and a CI runner may set no SHELL:
+        # a terminal started here (the other application) runs sh, not nologin.
         self.env = dict(os.environ, DISPLAY=self.outer, HOME=self.home, XDG_RUNTIME_DIR=runtime,
+                        SHELL="/bin/sh",
                         XDG_CONFIG_HOME=config,
                         XDG_DATA_HOME=os.path.join(self.home, ".local/share"),
                         XDG_CURRENT_DESKTOP="KDE", XDG_SESSION_TYPE="wayland",

@@ -51,7 +51,10 @@ class SwayDesktop(NestedDesktop):
         self.xvfb_log = os.path.join(self.tmp, "xvfb.log")
         self.outer, self.xvfb = start_xvfb(self.xvfb_log, "1024x768", range(190, 290))
         self.procs.append(self.xvfb)
+        # The desktop user's login shell is nologin, and a CI runner may set no SHELL:
+        # a terminal started here (the other application) runs sh, not nologin.
         self.env = dict(os.environ, DISPLAY=self.outer, HOME=self.home, XDG_RUNTIME_DIR=runtime,
+                        SHELL="/bin/sh",
                         XDG_CONFIG_HOME=config,
                         XDG_DATA_HOME=os.path.join(self.home, ".local/share"),
                         WLR_BACKENDS="x11", WLR_RENDERER="pixman", WLR_LIBINPUT_NO_DEVICES="1",
