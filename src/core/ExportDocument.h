@@ -53,6 +53,7 @@ public:
 
     private:
         friend class ExportDocument;
+        friend class ExportPlanner;
         enum class Op { Insert, Update, Remove };
         struct Step
         {
@@ -69,6 +70,9 @@ public:
     // the name people read ("Habits", "Habit history", …).
     static QString section(RecordKind kind);
     static QString title(RecordKind kind);
+
+    // Each record as property name -> value of the property's own type.
+    using Records = std::array<QList<QVariantHash>, RecordKindCount>;
 
     // Every record of `context`. Empty, with `error`, when the store cannot be read:
     // a partial backup would pass for a whole one.
@@ -87,8 +91,9 @@ public:
     static bool apply(ModelContext& context, const Plan& plan, QString* error);
 
 private:
-    ExportDocument() = default;
+    explicit ExportDocument(Records records)
+        : m_records(std::move(records))
+    {}
 
-    // Each record as property name -> value of the property's own type.
-    std::array<QList<QVariantHash>, RecordKindCount> m_records;
+    Records m_records;
 };
