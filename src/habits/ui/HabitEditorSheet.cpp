@@ -98,26 +98,50 @@ HabitEditorSheet::HabitEditorSheet(HabitsService& habits, ModelContext& context,
 
     auto* sections = new QHBoxLayout;
     sections->setSpacing(20);
-    // Icon section.
-    auto* iconColumn = new QVBoxLayout;
-    iconColumn->setSpacing(6);
-    iconColumn->addWidget(caption(QStringLiteral("Icon"), this));
+    sections->addLayout(buildIconSection());
+    sections->addLayout(buildDetailsSection(), 1);
+    outer->addLayout(sections, 1);
+    outer->addLayout(buildButtons());
+
+    connect(m_iconField, &QLineEdit::textChanged, this, &HabitEditorSheet::iconTyped);
+    connect(m_name, &QLineEdit::textChanged, this, &HabitEditorSheet::updateSaveEnabled);
+
+    if (existing) {
+        m_name->setText(existing->name());
+        m_colorHex = existing->colorHex();
+        // As stored, even beyond what can be typed here: saving a rename must not
+        // rewrite a target set elsewhere.
+        m_goal->setLoadedValue(existing->maxValue());
+        setIcon(EmojiCoding::decode(existing->icon()));
+    } else {
+        setIcon(m_icon);
+    }
+    setColor(m_colorHex);
+    updateSaveEnabled();
+    m_name->setFocus();
+}
+
+QLayout* HabitEditorSheet::buildIconSection()
+{
+    auto* column = new QVBoxLayout;
+    column->setSpacing(6);
+    column->addWidget(caption(QStringLiteral("Icon"), this));
     m_iconField = new QLineEdit(this);
     m_iconField->setObjectName(QStringLiteral("iconField"));
     m_iconField->setAccessibleName(QStringLiteral("Icon"));
     m_iconField->setFixedWidth(56);
     m_iconField->setFont(Theme::font(Theme::Font::Title3));
-    iconColumn->addWidget(m_iconField);
+    column->addWidget(m_iconField);
     auto* hint = new QLabel(QStringLiteral("Type, paste any emoji, or pick below."), this);
     hint->setWordWrap(true);
     Theme::makeSecondary(hint);
-    iconColumn->addWidget(hint);
-    auto* iconScroll = new QScrollArea(this);
-    iconScroll->setObjectName(QStringLiteral("iconGrid"));
-    iconScroll->setFixedSize(220, 200);
-    iconScroll->setFrameShape(QFrame::NoFrame);
-    iconScroll->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
-    auto* grid = new QWidget(iconScroll);
+    column->addWidget(hint);
+    auto* scroll = new QScrollArea(this);
+    scroll->setObjectName(QStringLiteral("iconGrid"));
+    scroll->setFixedSize(220, 200);
+    scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
+    auto* grid = new QWidget(scroll);
     auto* gridLayout = new QGridLayout(grid);
     gridLayout->setContentsMargins(0, 2, 0, 2);
     gridLayout->setSpacing(6);
@@ -134,15 +158,17 @@ HabitEditorSheet::HabitEditorSheet(HabitsService& habits, ModelContext& context,
         gridLayout->addWidget(button, i / 6, i % 6);
         m_iconButtons << button;
     }
-    iconScroll->setWidget(grid);
-    iconColumn->addWidget(iconScroll);
-    iconColumn->addStretch();
-    sections->addLayout(iconColumn);
+    scroll->setWidget(grid);
+    column->addWidget(scroll);
+    column->addStretch();
+    return column;
+}
 
-    // Colour, name and goal.
-    auto* right = new QVBoxLayout;
-    right->setSpacing(6);
-    right->addWidget(caption(QStringLiteral("Color"), this));
+QLayout* HabitEditorSheet::buildDetailsSection()
+{
+    auto* column = new QVBoxLayout;
+    column->setSpacing(6);
+    column->addWidget(caption(QStringLiteral("Color"), this));
     auto* colors = new QGridLayout;
     colors->setSpacing(6);
     for (int i = 0; i < colorPalette().size(); ++i) {
@@ -157,28 +183,30 @@ HabitEditorSheet::HabitEditorSheet(HabitsService& habits, ModelContext& context,
         colors->addWidget(button, i / 4, i % 4);
         m_colorButtons << button;
     }
-    right->addLayout(colors);
-    right->addSpacing(10);
-    right->addWidget(caption(QStringLiteral("Name"), this));
+    column->addLayout(colors);
+    column->addSpacing(10);
+    column->addWidget(caption(QStringLiteral("Name"), this));
     m_name = new QLineEdit(this);
     m_name->setObjectName(QStringLiteral("nameField"));
     m_name->setAccessibleName(QStringLiteral("Name"));
     m_name->setPlaceholderText(QStringLiteral("e.g. Drink water"));
-    right->addWidget(m_name);
-    right->addSpacing(10);
-    right->addWidget(caption(QStringLiteral("Goal"), this));
+    column->addWidget(m_name);
+    column->addSpacing(10);
+    column->addWidget(caption(QStringLiteral("Goal"), this));
     m_goal = new LimitedSpinBox(MinGoal, MaxGoal, this);
     m_goal->setObjectName(QStringLiteral("goalStepper"));
     m_goal->setAccessibleName(QStringLiteral("Goal"));
     m_goal->setSuffix(QStringLiteral(" per day"));
     m_goal->setValue(8);
-    right->addWidget(m_goal);
-    right->addStretch();
-    sections->addLayout(right, 1);
-    outer->addLayout(sections, 1);
+    column->addWidget(m_goal);
+    column->addStretch();
+    return column;
+}
 
+QLayout* HabitEditorSheet::buildButtons()
+{
     auto* buttons = new QHBoxLayout;
-    if (existing) {
+    if (m_editing) {
         auto* remove = new QPushButton(QStringLiteral("Delete"), this);
         remove->setObjectName(QStringLiteral("deleteButton"));
         remove->setAccessibleName(QStringLiteral("Delete"));
@@ -190,7 +218,7 @@ HabitEditorSheet::HabitEditorSheet(HabitsService& habits, ModelContext& context,
         m_gone->hide();
         buttons->addWidget(m_gone);
         // Deleted in another editor or by a pull: nothing is left to save or delete.
-        connect(existing, &QObject::destroyed, this, [this, remove] {
+        connect(m_existing.data(), &QObject::destroyed, this, [this, remove] {
             remove->setEnabled(false);
             m_gone->show();
             m_gone->setAccessibleName(m_gone->text());
@@ -202,48 +230,34 @@ HabitEditorSheet::HabitEditorSheet(HabitsService& habits, ModelContext& context,
     cancel->setObjectName(QStringLiteral("cancelButton"));
     cancel->setAccessibleName(QStringLiteral("Cancel"));
     connect(cancel, &QPushButton::clicked, this, &HabitEditorSheet::dismissed);
-    m_save = new QPushButton(existing ? QStringLiteral("Save") : QStringLiteral("Create"), this);
+    m_save = new QPushButton(m_editing ? QStringLiteral("Save") : QStringLiteral("Create"), this);
     m_save->setObjectName(QStringLiteral("saveButton"));
     m_save->setAccessibleName(m_save->text());
     m_save->setDefault(true);
     connect(m_save, &QPushButton::clicked, this, &HabitEditorSheet::commit);
     buttons->addWidget(cancel);
     buttons->addWidget(m_save);
-    outer->addLayout(buttons);
+    return buttons;
+}
 
-    connect(m_iconField, &QLineEdit::textChanged, this, [this](const QString& text) {
-        const QString first = firstCharacter(text);
-        if (first != text) {
-            m_iconField->setText(first); // re-enters with the cut text
-            return;
-        }
-        m_icon = text;
-        for (QToolButton* b : std::as_const(m_iconButtons)) {
-            const bool on = b->text() == m_icon;
-            b->setStyleSheet(on ? QStringLiteral("background: %1; border-radius: 4px;")
-                                      .arg(QColor(Theme::accent().red(), Theme::accent().green(),
-                                                  Theme::accent().blue(), 51)
-                                               .name(QColor::HexArgb))
-                                : QString());
-            b->setChecked(on);
-        }
-        updateSaveEnabled();
-    });
-    connect(m_name, &QLineEdit::textChanged, this, &HabitEditorSheet::updateSaveEnabled);
-
-    if (existing) {
-        m_name->setText(existing->name());
-        m_colorHex = existing->colorHex();
-        // As stored, even beyond what can be typed here: saving a rename must not
-        // rewrite a target set elsewhere.
-        m_goal->setLoadedValue(existing->maxValue());
-        setIcon(EmojiCoding::decode(existing->icon()));
-    } else {
-        setIcon(m_icon);
+void HabitEditorSheet::iconTyped(const QString& text)
+{
+    const QString first = firstCharacter(text);
+    if (first != text) {
+        m_iconField->setText(first); // re-enters with the cut text
+        return;
     }
-    setColor(m_colorHex);
+    m_icon = text;
+    const QColor accent = Theme::accent();
+    const QString chosen =
+        QStringLiteral("background: %1; border-radius: 4px;")
+            .arg(QColor(accent.red(), accent.green(), accent.blue(), 51).name(QColor::HexArgb));
+    for (QToolButton* b : std::as_const(m_iconButtons)) {
+        const bool on = b->text() == m_icon;
+        b->setStyleSheet(on ? chosen : QString());
+        b->setChecked(on);
+    }
     updateSaveEnabled();
-    m_name->setFocus();
 }
 
 void HabitEditorSheet::keyPressEvent(QKeyEvent* event)

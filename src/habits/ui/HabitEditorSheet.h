@@ -6,6 +6,7 @@
 
 #include "Habit.h"
 class QLabel;
+class QLayout;
 class QLineEdit;
 class QPushButton;
 class LimitedSpinBox;
@@ -46,6 +47,11 @@ protected:
     void keyPressEvent(QKeyEvent* event) override;
 
 private:
+    QLayout* buildIconSection();
+    QLayout* buildDetailsSection(); // colour, name and goal
+    QLayout* buildButtons();
+    // Keeps the icon field to one character and marks the matching choice.
+    void iconTyped(const QString& text);
     void setIcon(const QString& icon);
     void setColor(const QString& hex);
     void updateSaveEnabled();

@@ -70,6 +70,37 @@ SignInSheet::SignInSheet(AuthService& auth, const APIClient& client, QWidget* pa
     m_advanced->setFont(Theme::font(Theme::Font::Caption));
     column->addWidget(m_advanced);
 
+    column->addWidget(buildAdvancedGroup(client));
+
+    m_error = new QLabel(this);
+    m_error->setObjectName(QStringLiteral("signInError"));
+    m_error->setFont(Theme::font(Theme::Font::Caption));
+    m_error->setStyleSheet(QStringLiteral("color: #d70015;"));
+    m_error->setWordWrap(true);
+    m_error->setTextFormat(Qt::PlainText);
+    m_error->setVisible(false);
+    column->addWidget(m_error);
+
+    column->addLayout(buildCloseRow());
+
+    connect(m_advanced, &QToolButton::toggled, this, [this](bool open) {
+        m_advanced->setArrowType(open ? Qt::DownArrow : Qt::RightArrow);
+        m_advancedGroup->setVisible(open);
+    });
+    connect(m_browser, &QPushButton::clicked, this, &SignInSheet::connectViaBrowser);
+    connect(m_submit, &QPushButton::clicked, this, &SignInSheet::submitToken);
+    // Return in the token field submits the token, blank or not (the service then
+    // says "Token is empty"); it must not also press the browser default.
+    m_token->installEventFilter(this);
+    connect(m_server, &QLineEdit::textChanged, this, &SignInSheet::updateState);
+    connect(m_token, &QLineEdit::textChanged, this, &SignInSheet::updateState);
+
+    followSignIn();
+    updateState();
+}
+
+QWidget* SignInSheet::buildAdvancedGroup(const APIClient& client)
+{
     m_advancedGroup = new QWidget(this);
     auto* advanced = new QVBoxLayout(m_advancedGroup);
     advanced->setContentsMargins(0, 4, 0, 0);
@@ -103,17 +134,11 @@ SignInSheet::SignInSheet(AuthService& auth, const APIClient& client, QWidget* pa
     tokenRow->addWidget(m_submit);
     advanced->addLayout(tokenRow);
     m_advancedGroup->setVisible(false);
-    column->addWidget(m_advancedGroup);
+    return m_advancedGroup;
+}
 
-    m_error = new QLabel(this);
-    m_error->setObjectName(QStringLiteral("signInError"));
-    m_error->setFont(Theme::font(Theme::Font::Caption));
-    m_error->setStyleSheet(QStringLiteral("color: #d70015;"));
-    m_error->setWordWrap(true);
-    m_error->setTextFormat(Qt::PlainText);
-    m_error->setVisible(false);
-    column->addWidget(m_error);
-
+QLayout* SignInSheet::buildCloseRow()
+{
     auto* closeRow = new QHBoxLayout;
     closeRow->addStretch();
     auto* close = new QPushButton(QStringLiteral("Close"), this);
@@ -121,21 +146,13 @@ SignInSheet::SignInSheet(AuthService& auth, const APIClient& client, QWidget* pa
     close->setAccessibleName(QStringLiteral("Close"));
     close->setAutoDefault(false);
     closeRow->addWidget(close);
-    column->addLayout(closeRow);
-
-    connect(m_advanced, &QToolButton::toggled, this, [this](bool open) {
-        m_advanced->setArrowType(open ? Qt::DownArrow : Qt::RightArrow);
-        m_advancedGroup->setVisible(open);
-    });
-    connect(m_browser, &QPushButton::clicked, this, &SignInSheet::connectViaBrowser);
-    connect(m_submit, &QPushButton::clicked, this, &SignInSheet::submitToken);
-    // Return in the token field submits the token, blank or not (the service then
-    // says "Token is empty"); it must not also press the browser default.
-    m_token->installEventFilter(this);
-    connect(m_server, &QLineEdit::textChanged, this, &SignInSheet::updateState);
-    connect(m_token, &QLineEdit::textChanged, this, &SignInSheet::updateState);
     connect(close, &QPushButton::clicked, this, &QDialog::reject);
+    return closeRow;
+}
 
+// The sheet closes once signed in and shows what went wrong otherwise.
+void SignInSheet::followSignIn()
+{
     connect(&m_auth, &AuthService::isSignedInChanged, this, [this] {
         if (m_auth.isSignedIn()) {
             m_waitingForBrowser = false;
@@ -149,7 +166,6 @@ SignInSheet::SignInSheet(AuthService& auth, const APIClient& client, QWidget* pa
         m_waitingForBrowser = false;
         setError(text);
     });
-    updateState();
 }
 
 void SignInSheet::setError(const QString& text)

@@ -5,6 +5,7 @@
 class APIClient;
 class AuthService;
 class QLabel;
+class QLayout;
 class QLineEdit;
 class QPushButton;
 class QToolButton;
@@ -33,6 +34,10 @@ protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
+    // The server field and the token row, behind "Advanced".
+    QWidget* buildAdvancedGroup(const APIClient& client);
+    QLayout* buildCloseRow();
+    void followSignIn();
     void setError(const QString& text);
     void updateState();
 
