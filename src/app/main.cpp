@@ -121,6 +121,7 @@ std::optional<int> handOff(const QString& socketPath, const SingleInstance::Requ
     }
     return std::nullopt;
 }
+
 // Puts the store file `from` in the store's place and starts Tidewell again on it,
 // in this process; returns only when that fails.
 int restoreAndRestart(const QString& storePath, const QString& from, bool damaged,
@@ -198,6 +199,103 @@ std::optional<int> runCommand(int argc, char* argv[])
     return status;
 }
 
+namespace {
+// Two processes must never write one store. `lock` holds it on return; otherwise
+// the exit status: a running instance took the request, or does not answer.
+std::optional<int> claimStore(const QString& storePath, const QString& socketPath,
+                              const SingleInstance::Request& request, bool quiet,
+                              std::unique_ptr<StoreLock>& lock)
+{
+    bool held = false;
+    QString problem;
+    lock = StoreLock::acquire(storePath, &held, &problem);
+    if (held && quiet)
+        return 0;
+    // One that holds the lock but does not answer may be starting up: ask it a
+    // little longer.
+    for (QDeadlineTimer patience(3000); held && !patience.hasExpired();) {
+        if (const auto status = handOff(socketPath, request))
+            return *status;
+        QThread::msleep(200);
+        lock = StoreLock::acquire(storePath, &held, &problem);
+    }
+    // A lock file that cannot be made (a read-only folder) is left to the store's
+    // own checks, which say what is wrong.
+    if (held) {
+        say(u"another Tidewell is running but does not answer (" + problem +
+            u"); not starting a second one");
+        return 1;
+    }
+    return std::nullopt;
+}
+
+void setPlatformDefaults()
+{
+    // Wayland lets no client place or raise its own windows; panels and the tray
+    // popup need that, so prefer XWayland unless the user chose otherwise.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && !qEnvironmentVariableIsEmpty("DISPLAY"))
+        qputenv("QT_QPA_PLATFORM", "xcb");
+    // The windows' class names the desktop entry (com.brenlow.tidewell.desktop), so
+    // docks and task switchers show them under the app's name and icon.
+    if (qEnvironmentVariableIsEmpty("RESOURCE_NAME"))
+        qputenv("RESOURCE_NAME", "com.brenlow.tidewell");
+    // On X11 every repaint through shared memory comes back as a completion event
+    // that wakes two threads; the running countdown repaints its windows each
+    // second. Tidewell's windows are small enough that plain image transfer costs
+    // nothing noticeable.
+    if (qEnvironmentVariableIsEmpty("QT_XCB_NO_MITSHM"))
+        qputenv("QT_XCB_NO_MITSHM", "1");
+}
+
+void describeApplication()
+{
+    const BundleInfo& info = BundleInfo::current();
+    QApplication::setApplicationName(info.name);
+    QApplication::setOrganizationName(info.identifier);
+    QApplication::setApplicationVersion(info.version);
+    QApplication::setDesktopFileName(info.identifier);
+    QApplication::setStyle(new ShellStyle);
+    QApplication::setWindowIcon(windowIcon());
+}
+
+// A store that cannot be opened: said on the terminal, and a damaged one may be
+// replaced by a daily backup the user picks.
+int refuseStore(const QString& storePath, const QString& error, std::unique_ptr<StoreLock>& lock)
+{
+    const QString line = u"Failed to initialise SwiftData store at " + storePath + u": " + error;
+    std::fprintf(stderr, "%s\n", line.toLocal8Bit().constData());
+    if (!StoreProbe::examine(storePath).restorable)
+        return 1;
+    say(QStringLiteral("to go back to a daily backup: tidewell restore-backup --list"));
+    const QString chosen = offerBackups(storePath, error);
+    return chosen.isEmpty() ? 1 : restoreAndRestart(storePath, chosen, true, lock);
+}
+
+// The app itself, until it quits: its exit status, and the backup to restore
+// (chosen in the hub) once the store is closed.
+int runApp(QApplication& app, std::unique_ptr<DataStore> store, SingleInstance& instance,
+           const SingleInstance::Request& request, bool background, QString* restoreFrom,
+           bool* damaged)
+{
+    AppServices services({.store = std::move(store)});
+    AppController controller(services);
+    controller.attach(&instance);
+    controller.start(background ? AppController::Launch::Background
+                                : AppController::Launch::Normal);
+    if (!request.url.isEmpty())
+        controller.openUrl(QUrl(request.url, QUrl::StrictMode));
+    // Shortcuts, status bars and `tidewell ctl` reach the app here, once the first
+    // windows are up.
+    QTimer::singleShot(0, &controller, [&services, &controller] {
+        ControlSurface::publish(services, &controller, [&controller] { controller.showHistory(); });
+    });
+    const int status = app.exec();
+    *restoreFrom = controller.pendingRestore();
+    *damaged = !services.store().mainContext().damage().isEmpty();
+    return status;
+}
+} // namespace
+
 int main(int argc, char* argv[])
 {
     // For autostart entries: start without the hub when widgets are placed.
@@ -220,60 +318,24 @@ int main(int argc, char* argv[])
         return 2;
     }
 
-    QString problem;
-    const QString storePath = DataStore::defaultPath(&problem);
+    QString error;
+    const QString storePath = DataStore::defaultPath(&error);
     if (storePath.isEmpty()) {
-        say(problem);
+        say(error);
         return 1;
     }
-    // Whatever became of the socket, two processes must never write one store. One
-    // that holds the lock but does not answer may be starting up: ask it a little longer.
-    bool held = false;
-    std::unique_ptr<StoreLock> lock = StoreLock::acquire(storePath, &held, &problem);
-    if (held && quiet)
-        return 0;
-    for (QDeadlineTimer patience(3000); held && !patience.hasExpired();) {
-        if (const auto status = handOff(socketPath, request))
-            return *status;
-        QThread::msleep(200);
-        lock = StoreLock::acquire(storePath, &held, &problem);
-    }
-    // A lock file that cannot be made (a read-only folder) is left to the store's
-    // own checks, which say what is wrong.
-    if (held) {
-        say(u"another Tidewell is running but does not answer (" + problem +
-            u"); not starting a second one");
-        return 1;
-    }
+    // Whatever became of the socket, two processes must never write one store.
+    std::unique_ptr<StoreLock> lock;
+    if (const auto status = claimStore(storePath, socketPath, request, quiet, lock))
+        return *status;
     // Checking a large store takes a while; let it overlap Qt's own start.
     DataStore::probeInBackground(storePath);
 
-    // Wayland lets no client place or raise its own windows; panels and the tray
-    // popup need that, so prefer XWayland unless the user chose otherwise.
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && !qEnvironmentVariableIsEmpty("DISPLAY"))
-        qputenv("QT_QPA_PLATFORM", "xcb");
-    // The windows' class names the desktop entry (com.brenlow.tidewell.desktop), so
-    // docks and task switchers show them under the app's name and icon.
-    if (qEnvironmentVariableIsEmpty("RESOURCE_NAME"))
-        qputenv("RESOURCE_NAME", "com.brenlow.tidewell");
-    // On X11 every repaint through shared memory comes back as a completion event
-    // that wakes two threads; the running countdown repaints its windows each
-    // second. Tidewell's windows are small enough that plain image transfer costs
-    // nothing noticeable.
-    if (qEnvironmentVariableIsEmpty("QT_XCB_NO_MITSHM"))
-        qputenv("QT_XCB_NO_MITSHM", "1");
-
+    setPlatformDefaults();
     QApplication app(argc, argv);
-    const BundleInfo& info = BundleInfo::current();
-    QApplication::setApplicationName(info.name);
-    QApplication::setOrganizationName(info.identifier);
-    QApplication::setApplicationVersion(info.version);
-    QApplication::setDesktopFileName(info.identifier);
-    QApplication::setStyle(new ShellStyle);
-    QApplication::setWindowIcon(windowIcon());
+    describeApplication();
 
     SingleInstance instance(socketPath);
-    QString error;
     if (!instance.listen(&error)) {
         // Another instance started in the meantime: hand over and leave.
         if (const auto status = handOff(socketPath, request))
@@ -282,41 +344,16 @@ int main(int argc, char* argv[])
     }
 
     std::unique_ptr<DataStore> store = DataStore::open(storePath, &error);
-    if (!store) {
-        const QString line =
-            u"Failed to initialise SwiftData store at " + storePath + u": " + error;
-        std::fprintf(stderr, "%s\n", line.toLocal8Bit().constData());
-        if (!StoreProbe::examine(storePath).restorable)
-            return 1;
-        say(QStringLiteral("to go back to a daily backup: tidewell restore-backup --list"));
-        const QString chosen = offerBackups(storePath, error);
-        return chosen.isEmpty() ? 1 : restoreAndRestart(storePath, chosen, true, lock);
-    }
+    if (!store)
+        return refuseStore(storePath, error, lock);
     // A first start knows nobody signed in here yet: nothing will ask the keyring
     // until someone does.
     if (store->isNew() && !Preferences::accountExists())
         Preferences::setAccountExists(false);
     QString restoreFrom;
     bool damaged = false;
-    int status = 0;
-    {
-        AppServices services({.store = std::move(store)});
-        AppController controller(services);
-        controller.attach(&instance);
-        controller.start(background ? AppController::Launch::Background
-                                    : AppController::Launch::Normal);
-        if (!request.url.isEmpty())
-            controller.openUrl(QUrl(request.url, QUrl::StrictMode));
-        // Shortcuts, status bars and `tidewell ctl` reach the app here, once the first
-        // windows are up.
-        QTimer::singleShot(0, &controller, [&services, &controller] {
-            ControlSurface::publish(services, &controller,
-                                    [&controller] { controller.showHistory(); });
-        });
-        status = app.exec();
-        restoreFrom = controller.pendingRestore();
-        damaged = !services.store().mainContext().damage().isEmpty();
-    }
+    const int status =
+        runApp(app, std::move(store), instance, request, background, &restoreFrom, &damaged);
     // The store is closed now, and the lock still held: nobody else opens it
     // while the backup takes its place.
     return restoreFrom.isEmpty() ? status
