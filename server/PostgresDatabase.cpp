@@ -1,7 +1,5 @@
 #include "PostgresDatabase.h"
 
-#include <QVarLengthArray>
-
 #include <libpq-fe.h>
 #include <poll.h>
 
@@ -40,7 +38,54 @@ bool cacheable(const QString& sql)
     }
     return false;
 }
+
+// What a statement's rows hold: integers as numbers, the rest as text.
+void readRows(PGresult* r, ServerDatabase::Result* into)
+{
+    const int rows = PQntuples(r), columns = PQnfields(r);
+    into->affected = QByteArray(PQcmdTuples(r)).toInt();
+    into->rows.reserve(rows);
+    for (int i = 0; i < rows; ++i) {
+        QVariantList row;
+        row.reserve(columns);
+        for (int c = 0; c < columns; ++c) {
+            if (PQgetisnull(r, i, c)) {
+                row.append(QVariant());
+                continue;
+            }
+            const QByteArray text(PQgetvalue(r, i, c), PQgetlength(r, i, c));
+            const Oid type = PQftype(r, c);
+            if (type == int8Oid || type == int4Oid || type == int2Oid)
+                row.append(text.toLongLong());
+            else
+                row.append(text);
+        }
+        into->rows.append(std::move(row));
+    }
+}
 } // namespace
+
+PostgresDatabase::Parameters::Parameters(const QVariantList& values)
+{
+    storage.reserve(values.size());
+    for (const QVariant& v : values) {
+        if (v.isNull()) {
+            pointers.append(nullptr);
+            continue;
+        }
+        switch (v.typeId()) {
+        case QMetaType::Bool:
+            storage.append(v.toBool() ? "1" : "0");
+            break;
+        case QMetaType::QByteArray:
+            storage.append(v.toByteArray());
+            break;
+        default:
+            storage.append(v.toString().toUtf8());
+        }
+        pointers.append(storage.last().constData());
+    }
+}
 
 QByteArray PostgresDatabase::numberedPlaceholders(const QString& sql)
 {
@@ -175,121 +220,93 @@ PostgresDatabase::exec(const QString& sql, const QVariantList& values, QString* 
     if (!ensureConnected(&why))
         return fail(why);
     const QDeadlineTimer until = deadline(m_settings.timeoutMs);
-
-    // Sends what is queued and waits for a whole result; null with `why` on failure.
-    const auto awaitResults = [&](bool keepRows, Result* into) -> bool {
-        bool ok = true;
-        for (;;) {
-            for (;;) {
-                const int flushed = PQflush(m_conn);
-                if (flushed < 0) {
-                    why = trimmedMessage(PQerrorMessage(m_conn));
-                    drop();
-                    return false;
-                }
-                if (flushed == 0 && !PQisBusy(m_conn))
-                    break;
-                if (!waitOn(PQsocket(m_conn), flushed == 1, until)) {
-                    why = QStringLiteral("PostgreSQL did not answer within %1 ms")
-                              .arg(m_settings.timeoutMs);
-                    drop();
-                    return false;
-                }
-                if (!PQconsumeInput(m_conn)) {
-                    why = trimmedMessage(PQerrorMessage(m_conn));
-                    drop();
-                    return false;
-                }
-            }
-            PGresult* r = PQgetResult(m_conn);
-            if (!r)
-                return ok;
-            const ExecStatusType status = PQresultStatus(r);
-            if (status == PGRES_FATAL_ERROR || status == PGRES_NONFATAL_ERROR ||
-                status == PGRES_BAD_RESPONSE) {
-                if (ok) {
-                    const char* state = PQresultErrorField(r, PG_DIAG_SQLSTATE);
-                    m_uniqueViolation = state && qstrcmp(state, "23505") == 0;
-                    why = trimmedMessage(PQresultErrorMessage(r));
-                }
-                ok = false;
-            } else if (keepRows && into) {
-                const int rows = PQntuples(r), columns = PQnfields(r);
-                into->affected = QByteArray(PQcmdTuples(r)).toInt();
-                into->rows.reserve(rows);
-                for (int i = 0; i < rows; ++i) {
-                    QVariantList row;
-                    row.reserve(columns);
-                    for (int c = 0; c < columns; ++c) {
-                        if (PQgetisnull(r, i, c)) {
-                            row.append(QVariant());
-                            continue;
-                        }
-                        const QByteArray text(PQgetvalue(r, i, c), PQgetlength(r, i, c));
-                        const Oid type = PQftype(r, c);
-                        if (type == int8Oid || type == int4Oid || type == int2Oid)
-                            row.append(text.toLongLong());
-                        else
-                            row.append(text);
-                    }
-                    into->rows.append(std::move(row));
-                }
-            }
-            PQclear(r);
-        }
-    };
-
-    QList<QByteArray> storage;
-    storage.reserve(values.size());
-    QVarLengthArray<const char*, 8> params;
-    for (const QVariant& v : values) {
-        if (v.isNull()) {
-            params.append(nullptr);
-            continue;
-        }
-        switch (v.typeId()) {
-        case QMetaType::Bool:
-            storage.append(v.toBool() ? "1" : "0");
-            break;
-        case QMetaType::QByteArray:
-            storage.append(v.toByteArray());
-            break;
-        default:
-            storage.append(v.toString().toUtf8());
-        }
-        params.append(storage.last().constData());
-    }
-
+    const Parameters params(values);
     Result result;
+    if (!send(sql, params, until, &why) || !awaitResults(until, &result, &why))
+        return fail(why);
+    return result;
+}
+
+bool PostgresDatabase::send(const QString& sql, const Parameters& params,
+                            const QDeadlineTimer& until, QString* why)
+{
     bool sent;
     if (cacheable(sql)) {
         QByteArray& name = m_prepared[sql];
         if (name.isEmpty()) {
             const QByteArray fresh = "tws" + QByteArray::number(m_nextStatement++);
             if (!PQsendPrepare(m_conn, fresh.constData(), numberedPlaceholders(sql).constData(),
-                               int(values.size()), nullptr) ||
-                !awaitResults(false, nullptr)) {
+                               int(params.pointers.size()), nullptr) ||
+                !awaitResults(until, nullptr, why)) {
                 m_prepared.remove(sql);
-                if (why.isEmpty() && m_conn)
-                    why = trimmedMessage(PQerrorMessage(m_conn));
-                return fail(why);
+                if (why->isEmpty() && m_conn)
+                    *why = trimmedMessage(PQerrorMessage(m_conn));
+                return false;
             }
             name = fresh;
         }
-        sent = PQsendQueryPrepared(m_conn, name.constData(), int(params.size()), params.data(),
-                                   nullptr, nullptr, 0);
+        sent = PQsendQueryPrepared(m_conn, name.constData(), int(params.pointers.size()),
+                                   params.pointers.data(), nullptr, nullptr, 0);
     } else {
-        sent = PQsendQueryParams(m_conn, numberedPlaceholders(sql).constData(), int(params.size()),
-                                 nullptr, params.data(), nullptr, nullptr, 0);
+        sent = PQsendQueryParams(m_conn, numberedPlaceholders(sql).constData(),
+                                 int(params.pointers.size()), nullptr, params.pointers.data(),
+                                 nullptr, nullptr, 0);
     }
     if (!sent) {
-        why = trimmedMessage(PQerrorMessage(m_conn));
+        *why = trimmedMessage(PQerrorMessage(m_conn));
         drop();
-        return fail(why);
     }
-    if (!awaitResults(true, &result))
-        return fail(why);
-    return result;
+    return sent;
+}
+
+bool PostgresDatabase::flush(const QDeadlineTimer& until, QString* why)
+{
+    for (;;) {
+        const int flushed = PQflush(m_conn);
+        if (flushed < 0) {
+            *why = trimmedMessage(PQerrorMessage(m_conn));
+            drop();
+            return false;
+        }
+        if (flushed == 0 && !PQisBusy(m_conn))
+            return true;
+        if (!waitOn(PQsocket(m_conn), flushed == 1, until)) {
+            *why =
+                QStringLiteral("PostgreSQL did not answer within %1 ms").arg(m_settings.timeoutMs);
+            drop();
+            return false;
+        }
+        if (!PQconsumeInput(m_conn)) {
+            *why = trimmedMessage(PQerrorMessage(m_conn));
+            drop();
+            return false;
+        }
+    }
+}
+
+bool PostgresDatabase::awaitResults(const QDeadlineTimer& until, Result* into, QString* why)
+{
+    bool ok = true;
+    for (;;) {
+        if (!flush(until, why))
+            return false;
+        PGresult* r = PQgetResult(m_conn);
+        if (!r)
+            return ok;
+        const ExecStatusType status = PQresultStatus(r);
+        if (status == PGRES_FATAL_ERROR || status == PGRES_NONFATAL_ERROR ||
+            status == PGRES_BAD_RESPONSE) {
+            if (ok) {
+                const char* state = PQresultErrorField(r, PG_DIAG_SQLSTATE);
+                m_uniqueViolation = state && qstrcmp(state, "23505") == 0;
+                *why = trimmedMessage(PQresultErrorMessage(r));
+            }
+            ok = false;
+        } else if (into) {
+            readRows(r, into);
+        }
+        PQclear(r);
+    }
 }
 
 bool PostgresDatabase::run(const char* sql, QString* error)

@@ -4,9 +4,12 @@
 
 #include <QByteArray>
 #include <QHash>
+#include <QList>
+#include <QVarLengthArray>
 
 #include <memory>
 
+class QDeadlineTimer;
 struct pg_conn;
 
 // PostgreSQL through libpq, without ever blocking past a deadline: connecting and
@@ -34,7 +37,22 @@ public:
     static QByteArray numberedPlaceholders(const QString& sql);
 
 private:
+    // Parameters as libpq takes them: text, or null.
+    struct Parameters
+    {
+        explicit Parameters(const QVariantList& values);
+        QList<QByteArray> storage;
+        QVarLengthArray<const char*, 8> pointers;
+    };
+
     explicit PostgresDatabase(Settings settings);
+    // Sends the statement (prepared once when it can be cached).
+    bool send(const QString& sql, const Parameters& params, const QDeadlineTimer& until,
+              QString* why);
+    // Sends what is queued and reads until a whole result is there.
+    bool flush(const QDeadlineTimer& until, QString* why);
+    // Every result of what was sent, its rows into `into` when given.
+    bool awaitResults(const QDeadlineTimer& until, Result* into, QString* why);
     bool ensureConnected(QString* error);
     void drop();
     bool run(const char* sql, QString* error = nullptr);
