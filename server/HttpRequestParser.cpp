@@ -101,10 +101,6 @@ HttpRequestParser::Step HttpRequestParser::next(QByteArray& buffer)
 
 bool HttpRequestParser::parseHead(QByteArrayView head)
 {
-    const auto bad = [this](const QString& why) {
-        refuse(400, why);
-        return false;
-    };
     QList<QByteArrayView> lines;
     for (qsizetype from = 0;;) {
         const qsizetype at = head.indexOf("\r\n", from);
@@ -117,30 +113,53 @@ bool HttpRequestParser::parseHead(QByteArrayView head)
         refuse(431, QStringLiteral("too many request headers"));
         return false;
     }
+    const std::optional<QByteArrayView> version = parseRequestLine(lines.first());
+    if (!version)
+        return false;
+    m_keepAlive = *version == "HTTP/1.1";
 
-    // The request line: METHOD SP target SP HTTP/1.x
-    const QByteArrayView requestLine = lines.first();
-    const qsizetype sp1 = requestLine.indexOf(' ');
-    const qsizetype sp2 = sp1 < 0 ? -1 : requestLine.indexOf(' ', sp1 + 1);
-    if (sp1 <= 0 || sp2 < 0 || requestLine.indexOf(' ', sp2 + 1) >= 0)
-        return bad(QStringLiteral("malformed request line"));
-    const QByteArrayView method = requestLine.first(sp1);
-    const QByteArrayView target = requestLine.sliced(sp1 + 1, sp2 - sp1 - 1);
-    const QByteArrayView version = requestLine.sliced(sp2 + 1);
+    Seen seen;
+    for (qsizetype i = 1; i < lines.size(); ++i) {
+        if (!parseHeader(lines.at(i), seen))
+            return false;
+    }
+    if (!seen.length)
+        m_contentLength = 0;
+    if (!seen.host && *version == "HTTP/1.1")
+        return bad(QStringLiteral("no Host header"));
+    return true;
+}
+
+bool HttpRequestParser::bad(const QString& why)
+{
+    refuse(400, why);
+    return false;
+}
+
+std::optional<QByteArrayView> HttpRequestParser::parseRequestLine(QByteArrayView line)
+{
+    // METHOD SP target SP HTTP/1.x
+    const qsizetype sp1 = line.indexOf(' ');
+    const qsizetype sp2 = sp1 < 0 ? -1 : line.indexOf(' ', sp1 + 1);
+    if (sp1 <= 0 || sp2 < 0 || line.indexOf(' ', sp2 + 1) >= 0)
+        return refusal(QStringLiteral("malformed request line"));
+    const QByteArrayView method = line.first(sp1);
+    const QByteArrayView target = line.sliced(sp1 + 1, sp2 - sp1 - 1);
+    const QByteArrayView version = line.sliced(sp2 + 1);
     if (!isToken(method))
-        return bad(QStringLiteral("malformed method"));
+        return refusal(QStringLiteral("malformed method"));
     if (version != "HTTP/1.1" && version != "HTTP/1.0") {
         if (version.startsWith("HTTP/")) {
             refuse(505, QStringLiteral("only HTTP/1.1 is served"));
-            return false;
+            return std::nullopt;
         }
-        return bad(QStringLiteral("malformed request line"));
+        return refusal(QStringLiteral("malformed request line"));
     }
     if (!target.startsWith('/'))
-        return bad(QStringLiteral("the request target must be a path"));
+        return refusal(QStringLiteral("the request target must be a path"));
     for (const char c : target) {
         if (uchar(c) <= 0x20 || uchar(c) >= 0x7f)
-            return bad(QStringLiteral("the request target holds characters a URL may not"));
+            return refusal(QStringLiteral("the request target holds characters a URL may not"));
     }
     m_call.method = method.toByteArray().toUpper();
     const qsizetype question = target.indexOf('?');
@@ -148,53 +167,54 @@ bool HttpRequestParser::parseHead(QByteArrayView head)
         QUrl::fromPercentEncoding((question < 0 ? target : target.first(question)).toByteArray());
     if (question >= 0)
         m_call.query = QUrlQuery(QString::fromLatin1(target.sliced(question + 1)));
-    m_keepAlive = version == "HTTP/1.1";
+    return version;
+}
 
-    bool haveLength = false, haveHost = false;
-    for (qsizetype i = 1; i < lines.size(); ++i) {
-        const QByteArrayView line = lines.at(i);
-        const qsizetype colon = line.indexOf(':');
-        // No folded lines and no space before the colon: both are read two ways.
-        if (colon <= 0 || !isToken(line.first(colon)))
-            return bad(QStringLiteral("malformed header line"));
-        const QByteArrayView name = line.first(colon);
-        const QByteArrayView value = trimmedOws(line.sliced(colon + 1));
-        if (!isFieldValue(value))
-            return bad(QStringLiteral("a header holds a control character"));
-        m_call.headers.append({name.toByteArray(), value.toByteArray()});
+std::nullopt_t HttpRequestParser::refusal(const QString& why)
+{
+    bad(why);
+    return std::nullopt;
+}
 
-        if (name.compare("Content-Length", Qt::CaseInsensitive) == 0) {
-            bool ok = value.size() > 0 && value.size() <= 15;
-            for (const char c : value)
-                ok = ok && c >= '0' && c <= '9';
-            const qint64 length = ok ? value.toLongLong(&ok) : -1;
-            if (!ok || (haveLength && length != m_contentLength))
-                return bad(QStringLiteral("malformed Content-Length"));
-            m_contentLength = length;
-            haveLength = true;
-        } else if (name.compare("Transfer-Encoding", Qt::CaseInsensitive) == 0) {
-            refuse(411, QStringLiteral("send the body with a Content-Length"));
+bool HttpRequestParser::parseHeader(QByteArrayView line, Seen& seen)
+{
+    const qsizetype colon = line.indexOf(':');
+    // No folded lines and no space before the colon: both are read two ways.
+    if (colon <= 0 || !isToken(line.first(colon)))
+        return bad(QStringLiteral("malformed header line"));
+    const QByteArrayView name = line.first(colon);
+    const QByteArrayView value = trimmedOws(line.sliced(colon + 1));
+    if (!isFieldValue(value))
+        return bad(QStringLiteral("a header holds a control character"));
+    m_call.headers.append({name.toByteArray(), value.toByteArray()});
+
+    if (name.compare("Content-Length", Qt::CaseInsensitive) == 0) {
+        bool ok = value.size() > 0 && value.size() <= 15;
+        for (const char c : value)
+            ok = ok && c >= '0' && c <= '9';
+        const qint64 length = ok ? value.toLongLong(&ok) : -1;
+        if (!ok || (seen.length && length != m_contentLength))
+            return bad(QStringLiteral("malformed Content-Length"));
+        m_contentLength = length;
+        seen.length = true;
+    } else if (name.compare("Transfer-Encoding", Qt::CaseInsensitive) == 0) {
+        refuse(411, QStringLiteral("send the body with a Content-Length"));
+        return false;
+    } else if (name.compare("Host", Qt::CaseInsensitive) == 0) {
+        if (seen.host)
+            return bad(QStringLiteral("more than one Host header"));
+        seen.host = true;
+    } else if (name.compare("Connection", Qt::CaseInsensitive) == 0) {
+        if (hasToken(value, "close"))
+            m_keepAlive = false;
+        else if (hasToken(value, "keep-alive"))
+            m_keepAlive = true;
+    } else if (name.compare("Expect", Qt::CaseInsensitive) == 0) {
+        if (value.compare("100-continue", Qt::CaseInsensitive) != 0) {
+            refuse(417, QStringLiteral("only 100-continue is understood"));
             return false;
-        } else if (name.compare("Host", Qt::CaseInsensitive) == 0) {
-            if (haveHost)
-                return bad(QStringLiteral("more than one Host header"));
-            haveHost = true;
-        } else if (name.compare("Connection", Qt::CaseInsensitive) == 0) {
-            if (hasToken(value, "close"))
-                m_keepAlive = false;
-            else if (hasToken(value, "keep-alive"))
-                m_keepAlive = true;
-        } else if (name.compare("Expect", Qt::CaseInsensitive) == 0) {
-            if (value.compare("100-continue", Qt::CaseInsensitive) != 0) {
-                refuse(417, QStringLiteral("only 100-continue is understood"));
-                return false;
-            }
-            m_expectContinue = true;
         }
+        m_expectContinue = true;
     }
-    if (!haveLength)
-        m_contentLength = 0;
-    if (!haveHost && version == "HTTP/1.1")
-        return bad(QStringLiteral("no Host header"));
     return true;
 }

@@ -4,6 +4,8 @@
 
 #include <QByteArray>
 
+#include <optional>
+
 // Takes HTTP/1.1 requests off the bytes a connection received, strictly: a
 // request line of three parts, header lines ended by CRLF with token names and
 // no control characters in their values, one Content-Length and no transfer
@@ -38,7 +40,20 @@ public:
 
 private:
     Step refuse(int status, const QString& reason);
+    // Which headers that may appear once have been seen.
+    struct Seen
+    {
+        bool length = false;
+        bool host = false;
+    };
+
     bool parseHead(QByteArrayView head);
+    // The request's method, path and query; its HTTP version, or nothing when refused.
+    std::optional<QByteArrayView> parseRequestLine(QByteArrayView line);
+    bool parseHeader(QByteArrayView line, Seen& seen);
+    // Refuses with 400 Bad Request: false, or nothing.
+    bool bad(const QString& why);
+    std::nullopt_t refusal(const QString& why);
 
     Limits m_limits;
     HttpCall m_call;

@@ -12,6 +12,62 @@ QString messageOf(sqlite3* db)
 {
     return QString::fromUtf8(sqlite3_errmsg(db));
 }
+
+// Binds `values` to the statement's parameters in order.
+void bind(sqlite3_stmt* statement, const QVariantList& values)
+{
+    for (qsizetype i = 0; i < values.size(); ++i) {
+        const QVariant& v = values.at(i);
+        const int at = int(i) + 1;
+        switch (v.typeId()) {
+        case QMetaType::UnknownType:
+            sqlite3_bind_null(statement, at);
+            break;
+        case QMetaType::Int:
+        case QMetaType::UInt:
+        case QMetaType::LongLong:
+        case QMetaType::ULongLong:
+        case QMetaType::Bool:
+            sqlite3_bind_int64(statement, at, v.toLongLong());
+            break;
+        case QMetaType::QByteArray: {
+            const QByteArray bytes = v.toByteArray();
+            sqlite3_bind_text(statement, at, bytes.constData(), int(bytes.size()),
+                              SQLITE_TRANSIENT);
+            break;
+        }
+        default: {
+            const QByteArray utf8 = v.toString().toUtf8();
+            sqlite3_bind_text(statement, at, utf8.constData(), int(utf8.size()), SQLITE_TRANSIENT);
+        }
+        }
+    }
+}
+
+// The statement's current row: integers and reals as numbers, the rest as UTF-8.
+QVariantList currentRow(sqlite3_stmt* statement, int columns)
+{
+    QVariantList row;
+    row.reserve(columns);
+    for (int c = 0; c < columns; ++c) {
+        switch (sqlite3_column_type(statement, c)) {
+        case SQLITE_NULL:
+            row.append(QVariant());
+            break;
+        case SQLITE_INTEGER:
+            row.append(qint64(sqlite3_column_int64(statement, c)));
+            break;
+        case SQLITE_FLOAT:
+            row.append(sqlite3_column_double(statement, c));
+            break;
+        default: {
+            const char* text = reinterpret_cast<const char*>(sqlite3_column_text(statement, c));
+            row.append(QByteArray(text, sqlite3_column_bytes(statement, c)));
+        }
+        }
+    }
+    return row;
+}
 } // namespace
 
 std::unique_ptr<SqliteDatabase> SqliteDatabase::connect(const Settings& settings, QString* error)
@@ -117,32 +173,7 @@ SqliteDatabase::exec(const QString& sql, const QVariantList& values, QString* er
             return fail(messageOf(m_db));
         }
     }
-    for (qsizetype i = 0; i < values.size(); ++i) {
-        const QVariant& v = values.at(i);
-        const int at = int(i) + 1;
-        switch (v.typeId()) {
-        case QMetaType::UnknownType:
-            sqlite3_bind_null(statement, at);
-            break;
-        case QMetaType::Int:
-        case QMetaType::UInt:
-        case QMetaType::LongLong:
-        case QMetaType::ULongLong:
-        case QMetaType::Bool:
-            sqlite3_bind_int64(statement, at, v.toLongLong());
-            break;
-        case QMetaType::QByteArray: {
-            const QByteArray bytes = v.toByteArray();
-            sqlite3_bind_text(statement, at, bytes.constData(), int(bytes.size()),
-                              SQLITE_TRANSIENT);
-            break;
-        }
-        default: {
-            const QByteArray utf8 = v.toString().toUtf8();
-            sqlite3_bind_text(statement, at, utf8.constData(), int(utf8.size()), SQLITE_TRANSIENT);
-        }
-        }
-    }
+    bind(statement, values);
     // A write outside a transaction takes this process's write lock for itself.
     const bool lockHere = !m_inTransaction && !sqlite3_stmt_readonly(statement);
     if (lockHere && !takeWriteLock()) {
@@ -153,26 +184,7 @@ SqliteDatabase::exec(const QString& sql, const QVariantList& values, QString* er
     const int columns = sqlite3_column_count(statement);
     int rc;
     while ((rc = sqlite3_step(statement)) == SQLITE_ROW) {
-        QVariantList row;
-        row.reserve(columns);
-        for (int c = 0; c < columns; ++c) {
-            switch (sqlite3_column_type(statement, c)) {
-            case SQLITE_NULL:
-                row.append(QVariant());
-                break;
-            case SQLITE_INTEGER:
-                row.append(qint64(sqlite3_column_int64(statement, c)));
-                break;
-            case SQLITE_FLOAT:
-                row.append(sqlite3_column_double(statement, c));
-                break;
-            default: {
-                const char* text = reinterpret_cast<const char*>(sqlite3_column_text(statement, c));
-                row.append(QByteArray(text, sqlite3_column_bytes(statement, c)));
-            }
-            }
-        }
-        result.rows.append(std::move(row));
+        result.rows.append(currentRow(statement, columns));
     }
     result.affected = sqlite3_changes(m_db);
     const QString why = rc == SQLITE_DONE ? QString() : messageOf(m_db);
