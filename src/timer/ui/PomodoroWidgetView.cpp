@@ -56,27 +56,11 @@ PomodoroWidgetView::PomodoroWidgetView(PomodoroService& timer, bool viewOnly, QW
     , m_viewOnly(viewOnly)
 {
     setObjectName(QStringLiteral("pomodoroWidget"));
-
-    auto* label = new QVBoxLayout;
-    label->setSpacing(4);
-    m_phase = new QLabel(this);
-    m_phase->setObjectName(QStringLiteral("phaseLabel"));
-    m_phase->setAlignment(Qt::AlignCenter);
-    m_phase->setFont(
-        Theme::font(viewOnly ? Theme::Font::Caption2 : Theme::Font::Caption, QFont::Medium));
-    Theme::makeSecondary(m_phase);
-    m_time = new QLabel(this);
-    m_time->setObjectName(QStringLiteral("timeLabel"));
-    m_time->setAlignment(Qt::AlignCenter);
-    m_time->setFont(Theme::monospacedDigits(viewOnly ? 30 : 40));
-    label->addWidget(m_phase);
-    label->addWidget(m_time);
-
     auto* column = new QVBoxLayout(this);
     if (viewOnly) {
         column->setContentsMargins(14, 10, 14, 10);
         column->addStretch();
-        column->addLayout(label);
+        column->addLayout(buildLabels());
         column->addStretch();
     } else {
         setMinimumSize(260, 280);
@@ -86,53 +70,82 @@ PomodoroWidgetView::PomodoroWidgetView(PomodoroService& timer, bool viewOnly, QW
         m_pips->setObjectName(QStringLiteral("phasePips"));
         m_pips->setMinimumHeight(8);
         column->addWidget(m_pips);
-        column->addLayout(label);
-
-        auto* controls = new QHBoxLayout;
-        controls->setSpacing(12);
-        auto* reset = controlButton(QStringLiteral("arrow.counterclockwise"),
-                                    QStringLiteral("Reset"), 36, this);
-        reset->setObjectName(QStringLiteral("resetButton"));
-        m_startPause =
-            controlButton(QStringLiteral("play.fill"), QStringLiteral("Start"), 44, this);
-        m_startPause->setObjectName(QStringLiteral("startPauseButton"));
-        auto* skip =
-            controlButton(QStringLiteral("forward.fill"), QStringLiteral("Skip"), 36, this);
-        skip->setObjectName(QStringLiteral("skipButton"));
-        controls->addStretch();
-        controls->addWidget(reset);
-        controls->addWidget(m_startPause);
-        controls->addWidget(skip);
-        controls->addStretch();
-        column->addLayout(controls);
-        connect(reset, &QToolButton::clicked, &timer, &PomodoroService::reset);
-        connect(skip, &QToolButton::clicked, &timer, &PomodoroService::skip);
-        connect(m_startPause, &QToolButton::clicked, &timer, &PomodoroService::toggle);
-        auto* space = new QShortcut(QKeySequence(Qt::Key_Space), this);
-        space->setContext(Qt::WidgetWithChildrenShortcut);
-        connect(space, &QShortcut::activated, m_startPause, &QToolButton::click);
-
-        auto* footer = new QHBoxLayout;
-        m_footer = new QLabel(this);
-        m_footer->setObjectName(QStringLiteral("todayLabel"));
-        m_footer->setFont(Theme::font(Theme::Font::Caption));
-        Theme::makeSecondary(m_footer);
-        auto* gear =
-            controlButton(QStringLiteral("gearshape"), QStringLiteral("Settings"), 32, this);
-        gear->setObjectName(QStringLiteral("settingsButton"));
-        gear->setAutoRaise(true);
-        footer->addWidget(m_footer);
-        footer->addStretch();
-        footer->addWidget(gear);
+        column->addLayout(buildLabels());
+        column->addLayout(buildControls());
         column->addStretch();
-        column->addLayout(footer);
-        connect(gear, &QToolButton::clicked, this, &PomodoroWidgetView::openSettings);
+        column->addLayout(buildFooter());
         setFocusPolicy(Qt::StrongFocus);
     }
+    followTimer();
+    refresh();
+}
 
+QLayout* PomodoroWidgetView::buildLabels()
+{
+    auto* labels = new QVBoxLayout;
+    labels->setSpacing(4);
+    m_phase = new QLabel(this);
+    m_phase->setObjectName(QStringLiteral("phaseLabel"));
+    m_phase->setAlignment(Qt::AlignCenter);
+    m_phase->setFont(
+        Theme::font(m_viewOnly ? Theme::Font::Caption2 : Theme::Font::Caption, QFont::Medium));
+    Theme::makeSecondary(m_phase);
+    m_time = new QLabel(this);
+    m_time->setObjectName(QStringLiteral("timeLabel"));
+    m_time->setAlignment(Qt::AlignCenter);
+    m_time->setFont(Theme::monospacedDigits(m_viewOnly ? 30 : 40));
+    labels->addWidget(m_phase);
+    labels->addWidget(m_time);
+    return labels;
+}
+
+QLayout* PomodoroWidgetView::buildControls()
+{
+    auto* controls = new QHBoxLayout;
+    controls->setSpacing(12);
+    auto* reset =
+        controlButton(QStringLiteral("arrow.counterclockwise"), QStringLiteral("Reset"), 36, this);
+    reset->setObjectName(QStringLiteral("resetButton"));
+    m_startPause = controlButton(QStringLiteral("play.fill"), QStringLiteral("Start"), 44, this);
+    m_startPause->setObjectName(QStringLiteral("startPauseButton"));
+    auto* skip = controlButton(QStringLiteral("forward.fill"), QStringLiteral("Skip"), 36, this);
+    skip->setObjectName(QStringLiteral("skipButton"));
+    controls->addStretch();
+    controls->addWidget(reset);
+    controls->addWidget(m_startPause);
+    controls->addWidget(skip);
+    controls->addStretch();
+    connect(reset, &QToolButton::clicked, &m_timer, &PomodoroService::reset);
+    connect(skip, &QToolButton::clicked, &m_timer, &PomodoroService::skip);
+    connect(m_startPause, &QToolButton::clicked, &m_timer, &PomodoroService::toggle);
+    auto* space = new QShortcut(QKeySequence(Qt::Key_Space), this);
+    space->setContext(Qt::WidgetWithChildrenShortcut);
+    connect(space, &QShortcut::activated, m_startPause, &QToolButton::click);
+    return controls;
+}
+
+QLayout* PomodoroWidgetView::buildFooter()
+{
+    auto* footer = new QHBoxLayout;
+    m_footer = new QLabel(this);
+    m_footer->setObjectName(QStringLiteral("todayLabel"));
+    m_footer->setFont(Theme::font(Theme::Font::Caption));
+    Theme::makeSecondary(m_footer);
+    auto* gear = controlButton(QStringLiteral("gearshape"), QStringLiteral("Settings"), 32, this);
+    gear->setObjectName(QStringLiteral("settingsButton"));
+    gear->setAutoRaise(true);
+    footer->addWidget(m_footer);
+    footer->addStretch();
+    footer->addWidget(gear);
+    connect(gear, &QToolButton::clicked, this, &PomodoroWidgetView::openSettings);
+    return footer;
+}
+
+void PomodoroWidgetView::followTimer()
+{
     // The countdown changes five times a second, what it shows once: only the time
     // is looked at then, so a running timer repaints once a second.
-    connect(&timer, &PomodoroService::remainingMsChanged, this, [this] {
+    connect(&m_timer, &PomodoroService::remainingMsChanged, this, [this] {
         const PomodoroService& t = m_timer;
         const QString shown = timeText(t.remainingMs());
         if (shown == m_time->text())
@@ -145,8 +158,7 @@ PomodoroWidgetView::PomodoroWidgetView(PomodoroService& timer, bool viewOnly, QW
           &PomodoroService::pomodoroCountChanged, &PomodoroService::pomodoroTotalCountChanged,
           &PomodoroService::shortBreakCountChanged, &PomodoroService::longBreakCountChanged,
           &PomodoroService::pomodorosForLongBreakChanged})
-        connect(&timer, signal, this, &PomodoroWidgetView::refresh);
-    refresh();
+        connect(&m_timer, signal, this, &PomodoroWidgetView::refresh);
 }
 
 QString PomodoroWidgetView::timeText(qint64 remainingMs)

@@ -3,6 +3,7 @@
 #include <QWidget>
 
 class QLabel;
+class QLayout;
 class QToolButton;
 class PomodoroService;
 class PomodoroSettingsSheet;
@@ -26,6 +27,10 @@ protected:
     void showEvent(QShowEvent* event) override;
 
 private:
+    QLayout* buildLabels(); // the phase and the time
+    QLayout* buildControls();
+    QLayout* buildFooter(); // today's count and the settings button
+    void followTimer();
     void refresh();
     void rebuildPips();
     void openSettings();
