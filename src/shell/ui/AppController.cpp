@@ -6,19 +6,17 @@
 #include "Clock.h"
 #include "ClockJumps.h"
 #include "DailyResetService.h"
+#include "DataDialogs.h"
 #include "DataStore.h"
 #include "DataTransfer.h"
 #include "HabitsService.h"
 #include "HistoryWindow.h"
 #include "HubWindow.h"
-#include "ImportDialog.h"
 #include "LaunchAtLogin.h"
 #include "NotificationService.h"
 #include "PomodoroService.h"
 #include "PowerService.h"
-#include "RestoreDialog.h"
 #include "SingleInstance.h"
-#include "StoreBackups.h"
 #include "StoreCheck.h"
 #include "StoreHealth.h"
 #include "StoreRestore.h"
@@ -28,9 +26,6 @@
 #include "WindowManager.h"
 
 #include <QApplication>
-#include <QFileDialog>
-#include <QFileInfo>
-#include <QLocale>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QSessionManager>
@@ -75,10 +70,19 @@ void AppController::start(Launch launch)
         QCoro::connect(m_services.notifications().checkAuthorization(), qApp, [] {});
     });
     WindowManager& windows = *m_windows;
-
     connect(&windows, &WindowManager::openHubRequested, this, [this] { m_hub->bringForward(); });
     connect(&windows, &WindowManager::quitRequested, this, &AppController::requestQuit);
     connect(&windows, &WindowManager::historyRequested, this, &AppController::showHistory);
+    followSystem();
+    buildHub();
+    followStoreHealth();
+    watchStore();
+    tellAboutRestore();
+    showFirstWindows(launch);
+}
+
+void AppController::followSystem()
+{
     connect(qApp, &QGuiApplication::applicationStateChanged, this,
             [this](Qt::ApplicationState state) {
                 if (state == Qt::ApplicationActive)
@@ -103,17 +107,26 @@ void AppController::start(Launch launch)
             [this](QSessionManager&) { m_services.store().mainContext().save(); });
     auto* signals_ = new UnixSignalWatcher(this);
     connect(signals_, &UnixSignalWatcher::terminationRequested, this, &AppController::quitNow);
+}
 
-    m_hub = new HubWindow(m_services, windows);
+void AppController::buildHub()
+{
+    m_hub = new HubWindow(m_services, *m_windows);
     connect(m_hub, &HubWindow::quitRequested, this, &AppController::requestQuit);
     connect(m_hub, &HubWindow::historyRequested, this, &AppController::showHistory);
-    connect(m_hub, &HubWindow::exportRequested, this, &AppController::exportWithDialog);
-    connect(m_hub, &HubWindow::importRequested, this, &AppController::importWithDialog);
-    connect(m_hub, &HubWindow::restoreRequested, this, &AppController::restoreWithDialog);
+    auto* dialogs = new DataDialogs(m_services, m_hub, this);
+    connect(m_hub, &HubWindow::exportRequested, dialogs, &DataDialogs::exportWithDialog);
+    connect(m_hub, &HubWindow::importRequested, dialogs, &DataDialogs::importWithDialog);
+    connect(m_hub, &HubWindow::restoreRequested, dialogs, &DataDialogs::restoreWithDialog);
+    connect(dialogs, &DataDialogs::restoreChosen, this, &AppController::restoreAndRestart);
     connect(&m_services.transfer(), &DataTransfer::restoreRequested, this,
             &AppController::restoreAndRestart);
     connect(m_hub, &HubWindow::widgetWindowRequested, this,
             [this](const QString& widgetId) { m_windows->openWindow(widgetId); });
+}
+
+void AppController::followStoreHealth()
+{
     // A save that fails is said where the user looks: the hub, and a notification
     // for someone who only uses the widgets.
     auto* health = new StoreHealth(m_services.store().mainContext(), this);
@@ -126,27 +139,30 @@ void AppController::start(Launch launch)
                 QCoro::connect(std::move(posted), qApp, [](auto) {});
             });
     m_hub->setStoreProblem(health->problem());
-    watchStore();
-    tellAboutRestore();
-    if (launch == Launch::Background) {
-        // Started at login: the placed widgets are the app. With none, the hub is
-        // the only way in, so it shows after all.
+}
+
+void AppController::showFirstWindows(Launch launch)
+{
+    WindowManager& windows = *m_windows;
+    if (launch == Launch::Normal) {
+        m_hub->bringForward();
+        // Panels and tray items after the hub: the window the user asked for comes first.
         windows.restoreFromPersistence();
-        if (windows.hostCount() == 0) {
-            m_hub->bringForward();
-        } else if (windows.panelCount() == 0 && !QSystemTrayIcon::isSystemTrayAvailable()) {
-            // Only tray items, and no tray yet: at login the tray often starts after
-            // us, so it gets a moment; on a desktop without one, the hub comes.
-            QTimer::singleShot(kTrayGrace, m_hub, [this] {
-                if (!QSystemTrayIcon::isSystemTrayAvailable())
-                    m_hub->bringForward();
-            });
-        }
         return;
     }
-    m_hub->bringForward();
-    // Panels and tray items after the hub: the window the user asked for comes first.
+    // Started at login: the placed widgets are the app. With none, the hub is the
+    // only way in, so it shows after all.
     windows.restoreFromPersistence();
+    if (windows.hostCount() == 0) {
+        m_hub->bringForward();
+    } else if (windows.panelCount() == 0 && !QSystemTrayIcon::isSystemTrayAvailable()) {
+        // Only tray items, and no tray yet: at login the tray often starts after us,
+        // so it gets a moment; on a desktop without one, the hub comes.
+        QTimer::singleShot(kTrayGrace, m_hub, [this] {
+            if (!QSystemTrayIcon::isSystemTrayAvailable())
+                m_hub->bringForward();
+        });
+    }
 }
 
 void AppController::attach(SingleInstance* instance)
@@ -255,71 +271,6 @@ HistoryWindow* AppController::showHistory()
     return m_history;
 }
 
-namespace {
-void tell(QWidget* parent, QMessageBox::Icon icon, const QString& title, const QString& detail)
-{
-    auto* box = new QMessageBox(icon, title, title, QMessageBox::Ok, parent);
-    box->setAttribute(Qt::WA_DeleteOnClose);
-    box->setInformativeText(detail);
-    box->open();
-}
-} // namespace
-
-void AppController::exportWithDialog()
-{
-    const QString name =
-        QStringLiteral("tidewell-%1.json")
-            .arg(m_services.clock().now().toLocalTime().date().toString(Qt::ISODate));
-    auto* dialog = new QFileDialog(m_hub, QStringLiteral("Export"), name,
-                                   QStringLiteral("Tidewell export (*.json)"));
-    dialog->setObjectName(QStringLiteral("exportDialog"));
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    dialog->setAcceptMode(QFileDialog::AcceptSave);
-    dialog->setDefaultSuffix(QStringLiteral("json"));
-    connect(dialog, &QFileDialog::fileSelected, this, [this](const QString& path) {
-        QString error;
-        if (!m_services.transfer().exportTo(path, {}, &error))
-            tell(m_hub, QMessageBox::Warning, QStringLiteral("Export failed"), error);
-    });
-    dialog->open();
-}
-
-void AppController::importWithDialog()
-{
-    auto* dialog = new QFileDialog(m_hub, QStringLiteral("Import"), QString(),
-                                   QStringLiteral("Tidewell export (*.json)"));
-    dialog->setObjectName(QStringLiteral("importFileDialog"));
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    dialog->setFileMode(QFileDialog::ExistingFile);
-    connect(dialog, &QFileDialog::fileSelected, this, &AppController::offerImport);
-    dialog->open();
-}
-
-void AppController::offerImport(const QString& path)
-{
-    QString error;
-    const std::optional<ExportDocument> document = DataTransfer::readFile(path, &error);
-    if (!document) {
-        tell(m_hub, QMessageBox::Warning, QStringLiteral("The file cannot be imported"), error);
-        return;
-    }
-    ModelContext& context = m_services.store().mainContext();
-    auto* ask = new ImportDialog(QFileInfo(path).fileName(),
-                                 document->plan(context, ExportDocument::Mode::Replace),
-                                 document->plan(context, ExportDocument::Mode::Merge), m_hub);
-    ask->setAttribute(Qt::WA_DeleteOnClose);
-    connect(ask, &QDialog::accepted, this, [this, ask, document] {
-        QString why;
-        QStringList summary;
-        if (m_services.transfer().importDocument(*document, ask->mode(), &summary, &why))
-            tell(m_hub, QMessageBox::Information, QStringLiteral("Import complete"),
-                 summary.join(u'\n'));
-        else
-            tell(m_hub, QMessageBox::Warning, QStringLiteral("Import failed"), why);
-    });
-    ask->open();
-}
-
 void AppController::watchStore()
 {
     ModelContext& context = m_services.store().mainContext();
@@ -356,49 +307,6 @@ void AppController::tellAboutRestore()
     QCoro::connect(sync.pushHabits(), this, [] {});
     QCoro::connect(sync.pushTasks(), this, [] {});
     QCoro::connect(sync.pushPomodoro(), this, [] {});
-}
-
-void AppController::restoreWithDialog()
-{
-    const StoreBackups backups(StoreBackups::folderFor(m_services.store().path()));
-    auto* dialog = new RestoreDialog(backups.list(), m_hub);
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    connect(dialog, &QDialog::accepted, this,
-            [this, dialog] { offerRestore(dialog->chosenPath()); });
-    dialog->open();
-}
-
-void AppController::offerRestore(const QString& path)
-{
-    QString error;
-    if (!StoreRestore::check(path, &error)) {
-        tell(m_hub, QMessageBox::Warning, QStringLiteral("This file cannot be restored"), error);
-        return;
-    }
-    const StoreBackups::Entry entry = StoreBackups::describe(path);
-    const QString title =
-        QStringLiteral("Restore %1?")
-            .arg(entry.day.isValid()
-                     ? u"the backup of " + QLocale().toString(entry.day, QLocale::LongFormat)
-                     : QFileInfo(path).fileName());
-    auto* box = new QMessageBox(QMessageBox::Question, QStringLiteral("Restore from backup"), title,
-                                QMessageBox::NoButton, m_hub);
-    box->setObjectName(QStringLiteral("restoreConfirmation"));
-    box->setAttribute(Qt::WA_DeleteOnClose);
-    box->setInformativeText(
-        RestoreDialog::describe(entry) +
-        QStringLiteral("\n\nTidewell restarts with this data. The store as it is now is kept as "
-                       "a file beside it, not deleted."));
-    QPushButton* restore = box->addButton(QStringLiteral("Restore"), QMessageBox::AcceptRole);
-    restore->setObjectName(QStringLiteral("confirmRestore"));
-    QPushButton* cancel = box->addButton(QStringLiteral("Cancel"), QMessageBox::RejectRole);
-    box->setDefaultButton(cancel);
-    box->setEscapeButton(cancel);
-    connect(box, &QMessageBox::buttonClicked, this, [this, restore, path](QAbstractButton* b) {
-        if (b == restore)
-            restoreAndRestart(path);
-    });
-    box->open();
 }
 
 void AppController::restoreAndRestart(const QString& path)

@@ -51,17 +51,8 @@ public:
     HubWindow* hub() const;
     // The history window, built the first time it is asked for, shown and raised.
     HistoryWindow* showHistory();
-    // The hub's File menu: a file dialog, then export or (after asking how) import.
-    void exportWithDialog();
-    void importWithDialog();
-    // Checks `path`, then asks how to import it; an error box when it cannot be.
-    void offerImport(const QString& path);
     void setQuitConfirmation(QuitConfirmation confirm) { m_confirmQuit = std::move(confirm); }
 
-    // The hub's "Restore from backup…": the backups, then a confirmation.
-    void restoreWithDialog();
-    // Asks before restoring the store file at `path`; an error box when it cannot be.
-    void offerRestore(const QString& path);
     // Quits so that the store file at `path` can take the store's place; the caller
     // of exec() restores it (pendingRestore()) and starts Tidewell again.
     void restoreAndRestart(const QString& path);
@@ -74,6 +65,12 @@ signals:
     void urlReceived(const QUrl& url);
 
 private:
+    // The session, the system's clock and signals.
+    void followSystem();
+    void buildHub();
+    // Store damage in the hub and as a notification.
+    void followStoreHealth();
+    void showFirstWindows(Launch launch);
     void shutDown();
     void pauseSaveAndQuit();
     void watchStore();

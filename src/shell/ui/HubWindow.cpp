@@ -29,6 +29,45 @@ HubWindow::HubWindow(AppServices& services, WindowManager& windows, QWidget* par
     setMinimumSize(420, 520);
     resize(440, 600);
 
+    buildMenus();
+
+    auto* central = new QWidget(this);
+    auto* outer = new QVBoxLayout(central);
+    outer->setContentsMargins(0, 0, 0, 0);
+    outer->setSpacing(0);
+
+    outer->addLayout(buildHeader(central));
+
+    auto* divider = new QFrame(central);
+    divider->setFrameShape(QFrame::HLine);
+    divider->setFrameShadow(QFrame::Sunken);
+    outer->addWidget(divider);
+
+    m_storeProblem = new QLabel(central);
+    m_storeProblem->setObjectName(QStringLiteral("storeProblem"));
+    m_storeProblem->setWordWrap(true);
+    m_storeProblem->setTextFormat(Qt::PlainText);
+    m_storeProblem->setContentsMargins(16, 8, 16, 8);
+    m_storeProblem->setFont(Theme::font(Theme::Font::Caption));
+    m_storeProblem->setStyleSheet(QStringLiteral("color: #d70015;"));
+    m_storeProblem->hide();
+    outer->addWidget(m_storeProblem);
+
+    outer->addWidget(buildScrollArea(central), 1);
+    setCentralWidget(central);
+
+    QWidget* content = m_column->parentWidget();
+    m_account = new AccountSection(services.auth(), services.sync(), services.client(), content);
+    m_toggles = new WidgetTogglesView(services.placements(), windows, content);
+    m_settings = new SettingsView(services.audio(), services.notifications(), content);
+    addSection(m_account);
+    addSection(m_toggles);
+    addSection(m_settings);
+    connect(m_toggles, &WidgetTogglesView::openRequested, this, &HubWindow::widgetWindowRequested);
+}
+
+void HubWindow::buildMenus()
+{
     QMenu* file = menuBar()->addMenu(QStringLiteral("&File"));
     QAction* history = file->addAction(QStringLiteral("History…"));
     history->setObjectName(QStringLiteral("historyAction"));
@@ -61,12 +100,10 @@ HubWindow::HubWindow(AppServices& services, WindowManager& windows, QWidget* par
         const QString id = meta.id;
         connect(open, &QAction::triggered, this, [this, id] { emit widgetWindowRequested(id); });
     }
+}
 
-    auto* central = new QWidget(this);
-    auto* outer = new QVBoxLayout(central);
-    outer->setContentsMargins(0, 0, 0, 0);
-    outer->setSpacing(0);
-
+QLayout* HubWindow::buildHeader(QWidget* central)
+{
     auto* header = new QHBoxLayout;
     header->setContentsMargins(16, 10, 16, 10);
     auto* title = new QLabel(QStringLiteral("Tidewell"), central);
@@ -78,23 +115,11 @@ HubWindow::HubWindow(AppServices& services, WindowManager& windows, QWidget* par
     header->addWidget(title);
     header->addStretch();
     header->addWidget(version);
-    outer->addLayout(header);
+    return header;
+}
 
-    auto* divider = new QFrame(central);
-    divider->setFrameShape(QFrame::HLine);
-    divider->setFrameShadow(QFrame::Sunken);
-    outer->addWidget(divider);
-
-    m_storeProblem = new QLabel(central);
-    m_storeProblem->setObjectName(QStringLiteral("storeProblem"));
-    m_storeProblem->setWordWrap(true);
-    m_storeProblem->setTextFormat(Qt::PlainText);
-    m_storeProblem->setContentsMargins(16, 8, 16, 8);
-    m_storeProblem->setFont(Theme::font(Theme::Font::Caption));
-    m_storeProblem->setStyleSheet(QStringLiteral("color: #d70015;"));
-    m_storeProblem->hide();
-    outer->addWidget(m_storeProblem);
-
+QWidget* HubWindow::buildScrollArea(QWidget* central)
+{
     auto* scroll = new QScrollArea(central);
     scroll->setObjectName(QStringLiteral("hubScrollArea"));
     scroll->setWidgetResizable(true);
@@ -106,16 +131,7 @@ HubWindow::HubWindow(AppServices& services, WindowManager& windows, QWidget* par
     m_column->setSpacing(20);
     m_column->addStretch();
     scroll->setWidget(content);
-    outer->addWidget(scroll, 1);
-    setCentralWidget(central);
-
-    m_account = new AccountSection(services.auth(), services.sync(), services.client(), content);
-    m_toggles = new WidgetTogglesView(services.placements(), windows, content);
-    m_settings = new SettingsView(services.audio(), services.notifications(), content);
-    addSection(m_account);
-    addSection(m_toggles);
-    addSection(m_settings);
-    connect(m_toggles, &WidgetTogglesView::openRequested, this, &HubWindow::widgetWindowRequested);
+    return scroll;
 }
 
 void HubWindow::addSection(QWidget* section)

@@ -4,6 +4,7 @@
 
 class AppServices;
 class QLabel;
+class QLayout;
 class QVBoxLayout;
 class AccountSection;
 class SettingsView;
@@ -43,6 +44,11 @@ protected:
     void showEvent(QShowEvent* event) override;
 
 private:
+    void buildMenus();
+    QLayout* buildHeader(QWidget* central);
+    // The sections' column (m_column), scrolled when the window is short.
+    QWidget* buildScrollArea(QWidget* central);
+
     QVBoxLayout* m_column = nullptr;
     QLabel* m_storeProblem = nullptr;
     AccountSection* m_account = nullptr;
