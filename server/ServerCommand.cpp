@@ -2,20 +2,18 @@
 
 #include "Accounts.h"
 #include "Clock.h"
+#include "PasswordPrompt.h"
 #include "ResourceStore.h"
+#include "ServerArguments.h"
 #include "ServerDatabase.h"
 #include "SyncServer.h"
 #include "UnixSignalWatcher.h"
 
 #include <QCoreApplication>
 #include <QFile>
-#include <QRegularExpression>
-#include <QTextStream>
 #include <QUrl>
 
 #include <cstdio>
-#include <termios.h>
-#include <unistd.h>
 
 namespace {
 void say(const QString& text)
@@ -40,39 +38,6 @@ int usageError(const QString& text)
     return 2;
 }
 
-// One line from standard input; without echo when it is a terminal.
-QString readSecret(const QString& prompt)
-{
-    const bool terminal = ::isatty(STDIN_FILENO);
-    termios saved{};
-    if (terminal) {
-        std::fprintf(stderr, "%s", prompt.toLocal8Bit().constData());
-        std::fflush(stderr);
-        ::tcgetattr(STDIN_FILENO, &saved);
-        termios quiet = saved;
-        quiet.c_lflag &= ~tcflag_t(ECHO);
-        ::tcsetattr(STDIN_FILENO, TCSANOW, &quiet);
-    }
-    QTextStream in(stdin);
-    const QString line = in.readLine();
-    if (terminal) {
-        ::tcsetattr(STDIN_FILENO, TCSANOW, &saved);
-        std::fprintf(stderr, "\n");
-    }
-    return line;
-}
-
-// A new password, asked twice on a terminal.
-std::optional<QString> newPassword(const QString& user)
-{
-    const QString first = readSecret(u"Password for " + user + u": ");
-    if (::isatty(STDIN_FILENO) && readSecret(QStringLiteral("Again: ")) != first) {
-        say(QStringLiteral("tidewell-server: the two passwords differ"));
-        return std::nullopt;
-    }
-    return first;
-}
-
 // The database URL as it may be shown: never with its password.
 QString shown(const QString& url)
 {
@@ -83,87 +48,10 @@ QString shown(const QString& url)
     return u.toString();
 }
 
-// Options that take a value and may also come from the environment
-// (TIDEWELL_SERVER_PUBLIC_URL for --public-url, …), which is how
-// /etc/default/tidewell-server configures the unit.
-const QStringList settings{QStringLiteral("--database"),
-                           QStringLiteral("--database-password-file"),
-                           QStringLiteral("--listen"),
-                           QStringLiteral("--tls-cert"),
-                           QStringLiteral("--tls-key"),
-                           QStringLiteral("--max-body"),
-                           QStringLiteral("--schemes"),
-                           QStringLiteral("--max-connections"),
-                           QStringLiteral("--max-connections-per-address"),
-                           QStringLiteral("--public-url"),
-                           QStringLiteral("--trusted-proxy"),
-                           QStringLiteral("--threads")};
-const QStringList withValue =
-    settings + QStringList{QStringLiteral("--label"), QStringLiteral("--version")};
-const QStringList fromEnvironment = settings + QStringList{QStringLiteral("--access-log")};
-
-struct Arguments
-{
-    QStringList positional;
-    QMap<QString, QStringList> options; // "--name" -> every value given ("" for flags)
-    QString problem;
-
-    bool has(const QString& name) const { return options.contains(name); }
-    // The last value given.
-    QString value(const QString& name, const QString& fallback = {}) const
-    {
-        const QStringList values = options.value(name);
-        return values.isEmpty() ? fallback : values.last();
-    }
-};
-
-QString environmentName(const QString& option)
-{
-    return u"TIDEWELL_SERVER_" + option.mid(2).toUpper().replace(u'-', u'_');
-}
-
-Arguments parse(const QStringList& arguments)
-{
-    Arguments out;
-    for (qsizetype i = 0; i < arguments.size(); ++i) {
-        const QString& a = arguments.at(i);
-        if (!a.startsWith(u"--")) {
-            out.positional.append(a);
-            continue;
-        }
-        QString name = a, value;
-        if (const qsizetype eq = a.indexOf(u'='); eq > 0) {
-            name = a.left(eq);
-            value = a.mid(eq + 1);
-        } else if (withValue.contains(a)) {
-            if (i + 1 >= arguments.size()) {
-                out.problem = a + u" needs a value";
-                return out;
-            }
-            value = arguments.at(++i);
-        }
-        out.options[name].append(value);
-    }
-    for (const QString& option : fromEnvironment) {
-        const QString value = qEnvironmentVariable(qPrintable(environmentName(option)));
-        if (out.has(option) || value.isEmpty())
-            continue;
-        if (option == u"--access-log") {
-            if (value == u"1" || value == u"yes" || value == u"true")
-                out.options[option].append(QString());
-        } else if (option == u"--trusted-proxy") {
-            out.options[option] =
-                value.split(QRegularExpression(QStringLiteral("[,\\s]+")), Qt::SkipEmptyParts);
-        } else {
-            out.options[option].append(value);
-        }
-    }
-    return out;
-}
-
 // Where the database is and how to sign in to it; the PostgreSQL password from a
 // file when one is named, so that it never shows in the process list.
-std::optional<ServerDatabase::Settings> databaseSettings(const Arguments& args, QString* error)
+std::optional<ServerDatabase::Settings> databaseSettings(const ServerArguments& args,
+                                                         QString* error)
 {
     ServerDatabase::Settings settings;
     settings.url = args.value(QStringLiteral("--database"), ServerDatabase::defaultUrl());
@@ -200,20 +88,7 @@ bool parseListen(const QString& text, SyncServer::Options* options)
     return true;
 }
 
-// A positive number from option `name` into `target`; false when it is not one.
-bool positive(const Arguments& args, const QString& name, qint64 minimum, qint64* target)
-{
-    if (!args.has(name))
-        return true;
-    bool ok = false;
-    const qint64 value = args.value(name).toLongLong(&ok);
-    if (!ok || value < minimum)
-        return false;
-    *target = value;
-    return true;
-}
-
-int serve(const Arguments& args)
+int serve(const ServerArguments& args)
 {
     SyncServer::Options options;
     QString error;
@@ -232,11 +107,11 @@ int serve(const Arguments& args)
     qint64 maxConnections = options.limits.maxConnections;
     qint64 perAddress = options.limits.maxPerAddress;
     qint64 threads = 0;
-    if (!positive(args, QStringLiteral("--max-body"), 1024, &options.limits.maxBodyBytes))
+    if (!args.positive(QStringLiteral("--max-body"), 1024, &options.limits.maxBodyBytes))
         return usageError(QStringLiteral("--max-body takes a size in bytes, at least 1024"));
-    if (!positive(args, QStringLiteral("--max-connections"), 1, &maxConnections) ||
-        !positive(args, QStringLiteral("--max-connections-per-address"), 1, &perAddress) ||
-        !positive(args, QStringLiteral("--threads"), 1, &threads) || maxConnections > 100'000 ||
+    if (!args.positive(QStringLiteral("--max-connections"), 1, &maxConnections) ||
+        !args.positive(QStringLiteral("--max-connections-per-address"), 1, &perAddress) ||
+        !args.positive(QStringLiteral("--threads"), 1, &threads) || maxConnections > 100'000 ||
         perAddress > 100'000 || threads > 256)
         return usageError(QStringLiteral("--max-connections, --max-connections-per-address and "
                                          "--threads take a positive number"));
@@ -280,7 +155,7 @@ int serve(const Arguments& args)
     return QCoreApplication::exec();
 }
 
-int userCommand(const Arguments& args, Accounts& accounts)
+int userCommand(const ServerArguments& args, Accounts& accounts)
 {
     const QString verb = args.positional.value(1);
     const QString name = args.positional.value(2);
@@ -304,9 +179,9 @@ int userCommand(const Arguments& args, Accounts& accounts)
         } else if (!accounts.user(name)) {
             return fail(u"there is no user named " + name);
         }
-        const auto password = newPassword(name);
+        const auto password = PasswordPrompt::newPassword(name);
         if (!password)
-            return 1;
+            return fail(QStringLiteral("the two passwords differ"));
         const bool ok = verb == u"add" ? accounts.addUser(name, *password, &error)
                                        : accounts.setPassword(name, *password, &error);
         if (!ok)
@@ -324,7 +199,7 @@ int userCommand(const Arguments& args, Accounts& accounts)
     return usageError(u"unknown user command " + verb);
 }
 
-int tokenCommand(const Arguments& args, Accounts& accounts)
+int tokenCommand(const ServerArguments& args, Accounts& accounts)
 {
     const QString verb = args.positional.value(1);
     const QString target = args.positional.value(2);
@@ -371,7 +246,7 @@ int tokenCommand(const Arguments& args, Accounts& accounts)
     return usageError(u"unknown token command " + verb);
 }
 
-int historyCommand(const Arguments& args, Accounts& accounts, ResourceStore& resources)
+int historyCommand(const ServerArguments& args, Accounts& accounts, ResourceStore& resources)
 {
     const bool restore = args.positional.value(0) == u"restore";
     if (args.positional.size() != 3)
@@ -467,7 +342,7 @@ int ServerCommand::run(const QStringList& arguments)
         print(u"tidewell-server " + QCoreApplication::applicationVersion());
         return 0;
     }
-    const Arguments args = parse(arguments);
+    const ServerArguments args = ServerArguments::parse(arguments);
     if (!args.problem.isEmpty())
         return usageError(args.problem);
     if (args.has(QStringLiteral("--help")) || args.positional.value(0) == u"help") {
