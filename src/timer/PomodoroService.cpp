@@ -6,6 +6,7 @@
 #include "DataStore.h"
 #include "Debouncer.h"
 #include "FocusSession.h"
+#include "FocusSessionLog.h"
 #include "ModelContext.h"
 #include "NotificationService.h"
 #include "PomodoroConfig.h"
@@ -33,17 +34,10 @@ qint64 clampCount(qint64 count)
 PomodoroService::PomodoroService(Collaborators with, QObject* parent)
     : QObject(parent)
     , m_with(std::move(with))
+    , m_sessions(m_with.store.mainContext())
+    , m_endNotice(m_with.schedule, m_with.notifications)
     , m_debouncer(new Debouncer(this))
 {}
-
-PomodoroService::Scheduler PomodoroService::scheduleThrough(NotificationService& notifications)
-{
-    return [&notifications](const QString& title, const QString& body, const QDateTime& fireAt,
-                            std::function<void(std::optional<QString>)> done) {
-        QCoro::connect(notifications.schedule(title, body, fireAt), &notifications,
-                       std::move(done));
-    };
-}
 
 QString PomodoroService::label(Phase phase)
 {
@@ -61,43 +55,15 @@ QString PomodoroService::label(Phase phase)
 PomodoroService::~PomodoroService()
 {
     // Quitting ends the phase: the app does not resume it on the next start.
-    if (m_session)
-        closeSession(FocusSession::Abandoned, m_with.clock.now());
+    m_sessions.close(FocusSession::Abandoned, m_with.clock.now());
 }
 
 void PomodoroService::openSession(const QDateTime& now)
 {
-    if (!m_session)
-        m_session = Session{m_phase, now, currentPhaseDurationMs(), 0, std::nullopt};
-    m_session->resumed = now;
-}
-
-void PomodoroService::accrueSession(const QDateTime& until)
-{
-    if (!m_session || !m_session->resumed)
-        return;
-    m_session->ranMs += std::max<qint64>(0, m_session->resumed->msecsTo(until));
-    m_session->resumed.reset();
-}
-
-void PomodoroService::closeSession(const QString& outcome, const QDateTime& at)
-{
-    if (!m_session)
-        return;
-    accrueSession(at);
-    const Session run = *m_session;
-    m_session.reset();
-    const QString phase = run.phase == Phase::ShortBreak  ? FocusSession::ShortBreak
-                          : run.phase == Phase::LongBreak ? FocusSession::LongBreak
-                                                          : FocusSession::Focus;
-    ModelContext& context = m_with.store.mainContext();
-    auto* session = new FocusSession(phase, run.startedAt, std::max(at, run.startedAt),
-                                     run.plannedMs / 1000, run.ranMs / 1000, outcome);
-    context.insert(session);
-    // Written once and read back only by history and export, which ask the store:
-    // a long-running timer need not keep every past phase in memory.
-    if (context.save())
-        context.release(session);
+    const QString phase = m_phase == Phase::ShortBreak  ? FocusSession::ShortBreak
+                          : m_phase == Phase::LongBreak ? FocusSession::LongBreak
+                                                        : FocusSession::Focus;
+    m_sessions.resume(phase, currentPhaseDurationMs(), now);
 }
 
 template <typename T>
@@ -184,15 +150,20 @@ void PomodoroService::checkDayReset(PomodoroConfig& cfg, bool force)
     const QDateTime now = m_with.clock.now();
     if (!force && cfg.firstPomodoroCountDate().toLocalTime().date() == now.toLocalTime().date())
         return;
+    startDayOver();
+    // A running countdown is left alone: the next tick puts its time back.
+    cfg.setFirstPomodoroCountDate(now);
+    persistImmediate();
+}
+
+void PomodoroService::startDayOver()
+{
     set(m_pomodoroCount, qint64(0), &PomodoroService::pomodoroCountChanged);
     set(m_pomodoroTotalCount, qint64(0), &PomodoroService::pomodoroTotalCountChanged);
     set(m_shortBreakCount, qint64(0), &PomodoroService::shortBreakCountChanged);
     set(m_longBreakCount, qint64(0), &PomodoroService::longBreakCountChanged);
     set(m_phase, Phase::Focus, &PomodoroService::phaseChanged);
     set(m_remainingMs, currentPhaseDurationMs(), &PomodoroService::remainingMsChanged);
-    // A running countdown is left alone: the next tick puts its time back.
-    cfg.setFirstPomodoroCountDate(now);
-    persistImmediate();
 }
 
 qint64 PomodoroService::msUntilEnd() const
@@ -252,21 +223,12 @@ void PomodoroService::stopCountdown()
 {
     // A phase handled late (a suspended machine) ran only until its end instant.
     const QDateTime now = m_with.clock.now();
-    accrueSession(m_endDate ? std::min(now, *m_endDate) : now);
+    m_sessions.accrue(m_endDate ? std::min(now, *m_endDate) : now);
     set(m_isActive, false, &PomodoroService::isActiveChanged);
     m_endDate.reset();
     stopTick();
     m_with.power.release();
-    cancelEndNotification();
-}
-
-void PomodoroService::cancelEndNotification()
-{
-    ++m_run;
-    if (m_scheduledNotifId) {
-        m_with.notifications.cancel(*m_scheduledNotifId);
-        m_scheduledNotifId.reset();
-    }
+    m_endNotice.withdraw();
 }
 
 void PomodoroService::toggle()
@@ -292,7 +254,7 @@ void PomodoroService::pause()
 void PomodoroService::reset()
 {
     pause();
-    closeSession(FocusSession::Reset, m_with.clock.now());
+    m_sessions.close(FocusSession::Reset, m_with.clock.now());
     set(m_remainingMs, currentPhaseDurationMs(), &PomodoroService::remainingMsChanged);
     persistDebounced();
 }
@@ -301,7 +263,7 @@ void PomodoroService::skip()
 {
     if (m_isActive)
         pause();
-    closeSession(FocusSession::Skipped, m_with.clock.now());
+    m_sessions.close(FocusSession::Skipped, m_with.clock.now());
     advancePhase();
     set(m_remainingMs, currentPhaseDurationMs(), &PomodoroService::remainingMsChanged);
     persistDebounced();
@@ -311,7 +273,7 @@ void PomodoroService::handleFinish()
 {
     const QDateTime end = m_endDate ? std::min(*m_endDate, m_with.clock.now()) : m_with.clock.now();
     stopCountdown();
-    closeSession(FocusSession::Completed, end);
+    m_sessions.close(FocusSession::Completed, end);
     m_with.audio.play(AudioService::Sound::FinishPomodoro);
     advancePhase();
     set(m_remainingMs, currentPhaseDurationMs(), &PomodoroService::remainingMsChanged);
@@ -356,22 +318,10 @@ void PomodoroService::scheduleEndNotification()
 {
     if (!m_endDate)
         return;
-    const QString title = label(m_phase) + QStringLiteral(" Complete!");
-    const QString body = m_phase == Phase::Focus ? QStringLiteral("Time for a break.")
-                                                 : QStringLiteral("Back to work!");
-    const quint64 run = m_run;
-    auto done = [self = QPointer<PomodoroService>(this), run,
-                 &notifications = m_with.notifications](std::optional<QString> id) {
-        if (!id)
-            return;
-        // The phase stopped before the identifier came back: withdraw it now.
-        if (!self || run != self->m_run || !self->m_isActive) {
-            notifications.cancel(*id);
-            return;
-        }
-        self->m_scheduledNotifId = std::move(id);
-    };
-    m_with.schedule(title, body, *m_endDate, std::move(done));
+    m_endNotice.schedule(label(m_phase) + QStringLiteral(" Complete!"),
+                         m_phase == Phase::Focus ? QStringLiteral("Time for a break.")
+                                                 : QStringLiteral("Back to work!"),
+                         *m_endDate);
 }
 
 void PomodoroService::updateSettings(std::optional<qint64> pomodoro,
@@ -380,15 +330,8 @@ void PomodoroService::updateSettings(std::optional<qint64> pomodoro,
                                      std::optional<qint64> pomodorosForLong,
                                      std::optional<bool> autoStart)
 {
-    if (m_isActive) {
-        if (m_endDate)
-            set(m_remainingMs, std::max<qint64>(msUntilEnd(), 0),
-                &PomodoroService::remainingMsChanged);
-        stopCountdown();
-        delete m_autoStartTimer;
-        m_autoStartTimer = nullptr;
-    }
-    closeSession(FocusSession::Reset, m_with.clock.now());
+    pause(); // the save below replaces the one it schedules
+    m_sessions.close(FocusSession::Reset, m_with.clock.now());
     set(m_pomodoroDuration, clampMinutes(pomodoro.value_or(m_pomodoroDuration), 1),
         &PomodoroService::pomodoroDurationChanged);
     set(m_shortBreakDuration, clampMinutes(shortBreak.value_or(m_shortBreakDuration), 1),
@@ -400,12 +343,7 @@ void PomodoroService::updateSettings(std::optional<qint64> pomodoro,
         &PomodoroService::pomodorosForLongBreakChanged);
     if (autoStart)
         set(m_autoStart, *autoStart, &PomodoroService::autoStartChanged);
-    set(m_pomodoroCount, qint64(0), &PomodoroService::pomodoroCountChanged);
-    set(m_pomodoroTotalCount, qint64(0), &PomodoroService::pomodoroTotalCountChanged);
-    set(m_shortBreakCount, qint64(0), &PomodoroService::shortBreakCountChanged);
-    set(m_longBreakCount, qint64(0), &PomodoroService::longBreakCountChanged);
-    set(m_phase, Phase::Focus, &PomodoroService::phaseChanged);
-    set(m_remainingMs, currentPhaseDurationMs(), &PomodoroService::remainingMsChanged);
+    startDayOver();
     persistImmediate();
 }
 

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "FocusSessionLog.h"
+#include "PhaseEndNotice.h"
+
 #include <QCoro/QCoroTask>
 #include <QDateTime>
 #include <QObject>
@@ -51,11 +54,7 @@ public:
     static constexpr int TickIntervalMs = 200;
     static constexpr int AutoStartDelayMs = 5000;
 
-    // Where end notices are scheduled. It calls `done` with the notice's
-    // identifier (or nothing) whenever it has one, possibly long after the call.
-    using Scheduler =
-        std::function<void(const QString& title, const QString& body, const QDateTime& fireAt,
-                           std::function<void(std::optional<QString>)> done)>;
+    using Scheduler = PhaseEndNotice::Scheduler;
 
     struct Collaborators
     {
@@ -65,13 +64,12 @@ public:
         PowerService& power;
         NotificationService& notifications; // withdraws notices
         DailyResetService& dayReset;
-        Scheduler schedule; // scheduleThrough(notifications) in the app
+        Scheduler schedule; // PhaseEndNotice::through(notifications) in the app
         // Runs after each save (the sync engine's timer push in the app).
         std::function<QCoro::Task<>()> push;
     };
 
     explicit PomodoroService(Collaborators with, QObject* parent = nullptr);
-    static Scheduler scheduleThrough(NotificationService& notifications);
     // The phase's name as the timer shows it: "Pomodoro", "Short Break", "Long Break".
     static QString label(Phase phase);
 
@@ -107,7 +105,7 @@ public:
     qint64 pomodorosForLongBreak() const { return m_pomodorosForLongBreak; }
     bool autoStart() const { return m_autoStart; }
     std::optional<QDateTime> endDate() const { return m_endDate; }
-    std::optional<QString> scheduledNotificationId() const { return m_scheduledNotifId; }
+    std::optional<QString> scheduledNotificationId() const { return m_endNotice.id(); }
     bool isAutoStartPending() const;
 
     ~PomodoroService() override;
@@ -137,12 +135,10 @@ private:
     void advancePhase();
     void scheduleAutoStart();
     void scheduleEndNotification();
-    // The run of the current phase: opened by its first start, closed (and written
-    // as a focus session) when it finishes, is skipped, reset or abandoned.
+    // Opens (or resumes) the current phase's run in the focus session log.
     void openSession(const QDateTime& now);
-    void accrueSession(const QDateTime& until);
-    void closeSession(const QString& outcome, const QDateTime& at);
-    void cancelEndNotification();
+    // No counts today yet, and a full focus phase ahead.
+    void startDayOver();
     void stopCountdown();
     void writeToStore();
     void persistDebounced();
@@ -167,22 +163,11 @@ private:
     bool m_autoStart = false;
     std::optional<QDateTime> m_endDate;
 
-    struct Session
-    {
-        Phase phase;
-        QDateTime startedAt;
-        qint64 plannedMs = 0;
-        qint64 ranMs = 0;                 // while counting down; pauses excluded
-        std::optional<QDateTime> resumed; // set while counting down
-    };
-    std::optional<Session> m_session;
+    FocusSessionLog m_sessions;
+    PhaseEndNotice m_endNotice;
 
     QTimer* m_tickTimer = nullptr;
     QTimer* m_autoStartTimer = nullptr;
     Debouncer* m_debouncer = nullptr;
     bool m_bootstrapped = false;
-    std::optional<QString> m_scheduledNotifId;
-    // Bumped whenever the running phase stops, so a notice scheduled for an
-    // earlier run is recognised when its identifier arrives late.
-    quint64 m_run = 0;
 };
