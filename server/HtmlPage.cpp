@@ -1,33 +1,70 @@
 #include "HtmlPage.h"
 
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+
+namespace {
+QHash<QString, QString> loadTemplates()
+{
+    QHash<QString, QString> templates;
+    for (QDirIterator it(QStringLiteral(":/web/pages")); it.hasNext();) {
+        QFile file(it.next());
+        if (!file.open(QIODevice::ReadOnly))
+            continue;
+        QString text;
+        for (const QString& line : QString::fromUtf8(file.readAll()).split(u'\n'))
+            text += line.trimmed();
+        templates.insert(QFileInfo(file.fileName()).completeBaseName(), text);
+    }
+    return templates;
+}
+} // namespace
+
 QString HtmlPage::escape(const QString& text)
 {
     return text.toHtmlEscaped().replace(u'\'', QStringLiteral("&#39;"));
 }
 
-QString HtmlPage::hidden(const QString& name, const QString& value)
+QString HtmlPage::fill(const QString& name, const Values& values)
 {
-    return u"<input type=\"hidden\" name=\"" + escape(name) + u"\" value=\"" + escape(value) +
-           u"\">";
+    // Read once, by whichever request thread comes first.
+    static const QHash<QString, QString> templates = loadTemplates();
+    const QString text = templates.value(name);
+    Q_ASSERT_X(!text.isEmpty(), "HtmlPage::fill", qPrintable(name));
+    QString out;
+    out.reserve(text.size() + 256);
+    for (qsizetype at = 0;;) {
+        const qsizetype open = text.indexOf(u"{{", at);
+        if (open < 0) {
+            out += QStringView(text).sliced(at);
+            return out;
+        }
+        out += QStringView(text).sliced(at, open - at);
+        const bool raw = open + 2 < text.size() && text.at(open + 2) == u'{';
+        const QLatin1StringView close = raw ? QLatin1StringView("}}}") : QLatin1StringView("}}");
+        const qsizetype start = open + close.size();
+        const qsizetype end = text.indexOf(close, start);
+        if (end < 0) {
+            out += QStringView(text).sliced(open);
+            return out;
+        }
+        const QString value = values.value(text.sliced(start, end - start));
+        out += raw ? value : escape(value);
+        at = end + close.size();
+    }
 }
 
 QByteArray HtmlPage::render(const QString& title, const QString& body, const QString& user,
                             const QString& csrf)
 {
-    QString bar;
-    if (!user.isEmpty())
-        bar = u"<header><span>Signed in as <strong>" + escape(user) +
-              u"</strong></span><nav><a href=\"/en/app/tokens\">Tokens</a>"
-              u"<form method=\"post\" action=\"/en/app/signout\">" +
-              hidden(QStringLiteral("csrf"), csrf) +
-              u"<button type=\"submit\" class=\"link\">Sign out</button></form></nav></header>";
-    const QString page = u"<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\">"
-                         u"<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">"
-                         u"<title>" +
-                         escape(title) +
-                         u" – Tidewell</title><link rel=\"stylesheet\" href=\"/static/style.css\">"
-                         u"<script src=\"/static/copy.js\" defer></script></head><body>" +
-                         bar + u"<main><h1>" + escape(title) + u"</h1>" + body +
-                         u"</main></body></html>\n";
-    return page.toUtf8();
+    const QString bar =
+        user.isEmpty() ? QString()
+                       : fill(QStringLiteral("signed-in-bar"),
+                              {{QStringLiteral("user"), user}, {QStringLiteral("csrf"), csrf}});
+    return (fill(QStringLiteral("layout"), {{QStringLiteral("title"), title},
+                                            {QStringLiteral("bar"), bar},
+                                            {QStringLiteral("body"), body}}) +
+            u'\n')
+        .toUtf8();
 }

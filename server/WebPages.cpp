@@ -76,6 +76,14 @@ QByteArray loggable(const QString& text)
     return '"' + out + '"';
 }
 
+// A problem to show above a form, as HTML; nothing for none.
+QString problemText(const QString& problem)
+{
+    return problem.isEmpty()
+               ? QString()
+               : HtmlPage::fill(QStringLiteral("error"), {{QStringLiteral("text"), problem}});
+}
+
 QString formatTime(const QDateTime& time)
 {
     return time.isValid() ? time.toUTC().toString(QStringLiteral("yyyy-MM-dd HH:mm 'UTC'"))
@@ -169,7 +177,7 @@ HttpAnswer WebPages::errorPage(int status, const QString& title, const QString& 
                                const std::optional<Sessions::Session>& session) const
 {
     return page(status, title,
-                u"<p class=\"error\" role=\"alert\">" + HtmlPage::escape(text) + u"</p>", session);
+                HtmlPage::fill(QStringLiteral("error"), {{QStringLiteral("text"), text}}), session);
 }
 
 HttpAnswer WebPages::handle(const HttpCall& call)
@@ -258,19 +266,11 @@ HttpAnswer WebPages::connectPage(const HttpCall& call,
                          QStringLiteral("The server could not prepare the form. Try again."),
                          session);
     const QString body =
-        u"<p class=\"lead\">Connect this computer to Tidewell?</p>"
-        u"<p>Tidewell on this computer will sync with the account <strong>" +
-        HtmlPage::escape(session->userName) +
-        u"</strong>. It gets a token of its own, which you can revoke at any time on the "
-        u"<a href=\"/en/app/tokens\">tokens page</a>.</p>"
-        u"<form method=\"post\" action=\"/en/app/connect\" class=\"stack\">" +
-        HtmlPage::hidden(QStringLiteral("csrf"), session->csrf) +
-        HtmlPage::hidden(QStringLiteral("form"), *form) +
-        HtmlPage::hidden(QStringLiteral("state"), state) +
-        HtmlPage::hidden(QStringLiteral("scheme"), scheme) +
-        u"<div class=\"buttons\"><button type=\"submit\" name=\"action\" value=\"connect\" "
-        u"class=\"primary\" autofocus>Connect</button><button type=\"submit\" name=\"action\" "
-        u"value=\"cancel\">Cancel</button></div></form>";
+        HtmlPage::fill(QStringLiteral("connect"), {{QStringLiteral("user"), session->userName},
+                                                   {QStringLiteral("csrf"), session->csrf},
+                                                   {QStringLiteral("form"), *form},
+                                                   {QStringLiteral("state"), state},
+                                                   {QStringLiteral("scheme"), scheme}});
     return page(200, QStringLiteral("Connect Tidewell"), body, session);
 }
 
@@ -313,20 +313,10 @@ HttpAnswer WebPages::signInPage(const HttpCall& call, const QString& next, const
     // The form's value goes into a cookie as well; a sign-in posted from another
     // site carries the one without the other.
     const QString nonce = Accounts::randomSecret(18);
-    QString body;
-    if (!problem.isEmpty())
-        body += u"<p class=\"error\" role=\"alert\">" + HtmlPage::escape(problem) + u"</p>";
-    body += u"<p>Sign in with your Tidewell account.</p>"
-            u"<form method=\"post\" action=\"/en/app/signin\" class=\"stack\">" +
-            HtmlPage::hidden(QStringLiteral("form"), nonce) +
-            HtmlPage::hidden(QStringLiteral("next"), next) +
-            u"<label for=\"name\">User name<input type=\"text\" id=\"name\" name=\"name\" "
-            u"autocomplete=\"username\" autocapitalize=\"none\" spellcheck=\"false\" required "
-            u"autofocus></label>"
-            u"<label for=\"password\">Password<input type=\"password\" id=\"password\" "
-            u"name=\"password\" autocomplete=\"current-password\" required></label>"
-            u"<div class=\"buttons\"><button type=\"submit\" class=\"primary\">Sign in</button>"
-            u"</div></form>";
+    const QString body =
+        HtmlPage::fill(QStringLiteral("signin"), {{QStringLiteral("problem"), problemText(problem)},
+                                                  {QStringLiteral("form"), nonce},
+                                                  {QStringLiteral("next"), next}});
     HttpAnswer answer = page(status, QStringLiteral("Sign in"), body);
     answer.headers.append(Header("Set-Cookie", setCookie(call, formCookie, nonce, 1800)));
     return answer;
@@ -423,44 +413,28 @@ HttpAnswer WebPages::tokens(const HttpCall& call, const std::optional<Sessions::
 HttpAnswer WebPages::tokensPage(const Sessions::Session& session, const QString& fresh,
                                 const QString& problem)
 {
-    QString body;
-    if (!problem.isEmpty())
-        body += u"<p class=\"error\" role=\"alert\">" + HtmlPage::escape(problem) + u"</p>";
-    if (!fresh.isEmpty())
-        body += u"<section class=\"box\" aria-labelledby=\"new-token\"><h2 id=\"new-token\">"
-                u"Your new token</h2><p>Copy it now: it is shown only this once. Paste it into "
-                u"Tidewell's sign-in sheet under Advanced.</p><div class=\"token\">"
-                u"<input type=\"text\" id=\"token\" readonly aria-label=\"New token\" value=\"" +
-                HtmlPage::escape(fresh) +
-                u"\"><button type=\"button\" data-copy=\"token\" hidden>Copy</button></div>"
-                u"</section>";
-    body += u"<p>Apps sign in with API tokens. Revoke a token to sign that app out.</p>";
     const QList<Accounts::Token> tokens = m_accounts.tokens(session.userId);
-    if (tokens.isEmpty()) {
-        body += u"<p class=\"muted\">You have no tokens.</p>";
-    } else {
-        body += u"<table><caption class=\"muted\">Your tokens</caption><thead><tr>"
-                u"<th scope=\"col\">Label</th><th scope=\"col\">Created</th>"
-                u"<th scope=\"col\">Last used</th><th scope=\"col\"><span class=\"muted\">"
-                u"Action</span></th></tr></thead><tbody>";
-        for (const Accounts::Token& t : tokens)
-            body += u"<tr><td>" + HtmlPage::escape(t.label) + u"</td><td>" +
-                    formatTime(t.createdAt) + u"</td><td>" + formatTime(t.lastUsedAt) +
-                    u"</td><td><form method=\"post\" action=\"/en/app/tokens/revoke\">" +
-                    HtmlPage::hidden(QStringLiteral("csrf"), session.csrf) +
-                    HtmlPage::hidden(QStringLiteral("id"), QString::number(t.id)) +
-                    u"<button type=\"submit\" class=\"danger\" aria-label=\"Revoke " +
-                    HtmlPage::escape(t.label) + u"\">Revoke</button></form></td></tr>";
-        body += u"</tbody></table>";
-    }
-    body += u"<h2>New token</h2><form method=\"post\" action=\"/en/app/tokens\" class=\"stack\">" +
-            HtmlPage::hidden(QStringLiteral("csrf"), session.csrf) +
-            HtmlPage::hidden(
-                QStringLiteral("form"),
-                m_sessions.issueForm(session, QStringLiteral("token")).value_or(QString())) +
-            u"<label for=\"label\">Label<input type=\"text\" id=\"label\" name=\"label\" "
-            u"maxlength=\"100\" placeholder=\"e.g. Work laptop\"></label>"
-            u"<div class=\"buttons\"><button type=\"submit\" class=\"primary\">Create token"
-            u"</button></div></form>";
+    QString rows;
+    for (const Accounts::Token& t : tokens)
+        rows += HtmlPage::fill(QStringLiteral("token-row"),
+                               {{QStringLiteral("label"), t.label},
+                                {QStringLiteral("created"), formatTime(t.createdAt)},
+                                {QStringLiteral("used"), formatTime(t.lastUsedAt)},
+                                {QStringLiteral("csrf"), session.csrf},
+                                {QStringLiteral("id"), QString::number(t.id)}});
+    const QString list = tokens.isEmpty() ? HtmlPage::fill(QStringLiteral("no-tokens"))
+                                          : HtmlPage::fill(QStringLiteral("token-table"),
+                                                           {{QStringLiteral("rows"), rows}});
+    const QString shown = fresh.isEmpty() ? QString()
+                                          : HtmlPage::fill(QStringLiteral("new-token"),
+                                                           {{QStringLiteral("token"), fresh}});
+    const QString body = HtmlPage::fill(
+        QStringLiteral("tokens"),
+        {{QStringLiteral("problem"), problemText(problem)},
+         {QStringLiteral("fresh"), shown},
+         {QStringLiteral("list"), list},
+         {QStringLiteral("csrf"), session.csrf},
+         {QStringLiteral("form"),
+          m_sessions.issueForm(session, QStringLiteral("token")).value_or(QString())}});
     return page(200, QStringLiteral("API tokens"), body, session);
 }
