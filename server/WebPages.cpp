@@ -19,20 +19,6 @@ const QByteArray formCookie = "tw_form";
 
 using Header = std::pair<QByteArray, QByteArray>;
 
-QString cookieValue(const HttpCall& call, const QByteArray& name)
-{
-    for (const auto& [key, value] : call.headers) {
-        if (key.compare("Cookie", Qt::CaseInsensitive) != 0)
-            continue;
-        for (const QByteArray& part : value.split(';')) {
-            const QByteArray pair = part.trimmed();
-            if (pair.startsWith(QByteArray(name + '=')))
-                return QString::fromLatin1(pair.mid(name.size() + 1));
-        }
-    }
-    return {};
-}
-
 // The fields of a form the browser posted (application/x-www-form-urlencoded).
 QUrlQuery formOf(const HttpCall& call)
 {
@@ -97,6 +83,7 @@ WebPages::WebPages(Accounts& accounts, Sessions& sessions, const Clock& clock, S
     , m_sessions(sessions)
     , m_clock(clock)
     , m_settings(std::move(settings))
+    , m_browser(m_settings.publicOrigin)
     , m_throttle(throttle)
 {}
 
@@ -130,38 +117,6 @@ HttpAnswer WebPages::page(int status, const QString& title, const QString& body,
     // with "Origin: null", and the origin check could not tell them from a forgery.
     answer.headers.append(Header("Referrer-Policy", "same-origin"));
     return answer;
-}
-
-bool WebPages::secureCookies(const HttpCall& call) const
-{
-    return call.secure || m_settings.publicOrigin.startsWith(u"https:");
-}
-
-QByteArray WebPages::cookieName(const HttpCall& call, const QByteArray& base) const
-{
-    // __Host-: the browser takes it only Secure, for the whole host and from this
-    // host itself, so a neighbouring subdomain cannot plant a session.
-    return secureCookies(call) ? "__Host-" + base : base;
-}
-
-QByteArray WebPages::setCookie(const HttpCall& call, const QByteArray& base, const QString& value,
-                               qint64 maxAgeS) const
-{
-    return cookieName(call, base) + '=' + value.toLatin1() +
-           "; Path=/; Max-Age=" + QByteArray::number(maxAgeS) + "; HttpOnly; SameSite=Lax" +
-           (secureCookies(call) ? "; Secure" : "");
-}
-
-bool WebPages::fromElsewhere(const HttpCall& call) const
-{
-    const QByteArray origin = call.header("Origin");
-    if (origin.isNull())
-        return false; // not a browser that says; the form's own tokens still guard it
-    const QString expected =
-        !m_settings.publicOrigin.isEmpty()
-            ? m_settings.publicOrigin
-            : (call.secure ? u"https://" : u"http://") + QString::fromLatin1(call.header("Host"));
-    return QString::fromLatin1(origin).compare(expected, Qt::CaseInsensitive) != 0;
 }
 
 HttpAnswer WebPages::unavailablePage() const
@@ -200,12 +155,11 @@ HttpAnswer WebPages::handle(const HttpCall& call)
     if (!post && call.method != "GET" && call.method != "HEAD")
         return errorPage(405, QStringLiteral("Not allowed"),
                          QStringLiteral("This page takes GET and POST only."));
-    if (post && fromElsewhere(call))
+    if (post && m_browser.fromElsewhere(call))
         return errorPage(403, QStringLiteral("Not allowed"),
                          QStringLiteral("This form was sent from another site. Open the page on "
                                         "this server and try again."));
-    const Lookup<Sessions::Session> found =
-        m_sessions.find(cookieValue(call, cookieName(call, sessionCookie)));
+    const Lookup<Sessions::Session> found = m_sessions.find(m_browser.cookie(call, sessionCookie));
     if (found.unavailable)
         return unavailablePage();
     const std::optional<Sessions::Session>& session = found.value;
@@ -227,7 +181,8 @@ HttpAnswer WebPages::handle(const HttpCall& call)
         if (session)
             m_sessions.end(session->cookie);
         HttpAnswer answer = redirect(signInPath.toLatin1());
-        answer.headers.append(Header("Set-Cookie", setCookie(call, sessionCookie, QString(), 0)));
+        answer.headers.append(
+            Header("Set-Cookie", m_browser.setCookie(call, sessionCookie, QString(), 0)));
         return answer;
     }
     return errorPage(404, QStringLiteral("Not found"), QStringLiteral("There is no such page."),
@@ -318,7 +273,7 @@ HttpAnswer WebPages::signInPage(const HttpCall& call, const QString& next, const
                                                   {QStringLiteral("form"), nonce},
                                                   {QStringLiteral("next"), next}});
     HttpAnswer answer = page(status, QStringLiteral("Sign in"), body);
-    answer.headers.append(Header("Set-Cookie", setCookie(call, formCookie, nonce, 1800)));
+    answer.headers.append(Header("Set-Cookie", m_browser.setCookie(call, formCookie, nonce, 1800)));
     return answer;
 }
 
@@ -328,7 +283,7 @@ HttpAnswer WebPages::signIn(const HttpCall& call, const std::optional<Sessions::
     const QString next = safeNext(field(form, QStringLiteral("next")));
     const QString name = field(form, QStringLiteral("name")).trimmed();
     const QString nonce = field(form, QStringLiteral("form"));
-    if (nonce.isEmpty() || nonce != cookieValue(call, cookieName(call, formCookie)))
+    if (nonce.isEmpty() || nonce != m_browser.cookie(call, formCookie))
         return signInPage(call, next, QStringLiteral("The sign-in form expired. Please try again."),
                           400);
     if (const qint64 wait = m_throttle.waitSeconds(name, call.client); wait > 0) {
@@ -364,9 +319,11 @@ HttpAnswer WebPages::signIn(const HttpCall& call, const std::optional<Sessions::
         return signInPage(call, next,
                           QStringLiteral("The server could not sign you in. Try again."), 500);
     HttpAnswer answer = redirect(next.toLatin1());
-    answer.headers.append(Header("Set-Cookie", setCookie(call, sessionCookie, session->cookie,
-                                                         Sessions::LifetimeMs / 1000)));
-    answer.headers.append(Header("Set-Cookie", setCookie(call, formCookie, QString(), 0)));
+    answer.headers.append(
+        Header("Set-Cookie", m_browser.setCookie(call, sessionCookie, session->cookie,
+                                                 Sessions::LifetimeMs / 1000)));
+    answer.headers.append(
+        Header("Set-Cookie", m_browser.setCookie(call, formCookie, QString(), 0)));
     return answer;
 }
 

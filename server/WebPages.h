@@ -1,5 +1,6 @@
 #pragma once
 
+#include "BrowserPolicy.h"
 #include "HttpAnswer.h"
 #include "HttpCall.h"
 #include "Sessions.h"
@@ -45,13 +46,6 @@ private:
     // Why the connect request's state and scheme cannot be served; empty when they can.
     QString connectProblem(const QString& state, const QString& scheme) const;
     QString contentSecurityPolicy() const;
-    // Whether cookies go out Secure (and __Host-): over HTTPS, or to an https public URL.
-    bool secureCookies(const HttpCall& call) const;
-    QByteArray cookieName(const HttpCall& call, const QByteArray& base) const;
-    QByteArray setCookie(const HttpCall& call, const QByteArray& base, const QString& value,
-                         qint64 maxAgeS) const;
-    // Whether a form was posted from a page of another origin.
-    bool fromElsewhere(const HttpCall& call) const;
     HttpAnswer page(int status, const QString& title, const QString& body,
                     const std::optional<Sessions::Session>& session = {}) const;
     HttpAnswer errorPage(int status, const QString& title, const QString& text,
@@ -61,5 +55,6 @@ private:
     Sessions& m_sessions;
     const Clock& m_clock;
     Settings m_settings;
+    BrowserPolicy m_browser;
     SignInThrottle& m_throttle;
 };
