@@ -16,6 +16,7 @@
 
 #include <QApplication>
 #include <QDeadlineTimer>
+#include <QDesktopServices>
 #include <QDir>
 #include <QIcon>
 #include <QImageReader>
@@ -277,7 +278,9 @@ int runApp(QApplication& app, std::unique_ptr<DataStore> store, SingleInstance& 
            const SingleInstance::Request& request, bool background, QString* restoreFrom,
            bool* damaged)
 {
-    AppServices services({.store = std::move(store)});
+    AppServices services({.store = std::move(store), .browser = [](const QUrl& url) {
+                              return QDesktopServices::openUrl(url);
+                          }});
     AppController controller(services);
     controller.attach(&instance);
     controller.start(background ? AppController::Launch::Background

@@ -16,7 +16,6 @@
 #include "SyncEngine.h"
 #include "TasksService.h"
 
-#include <QDesktopServices>
 
 namespace {
 ModuleLoader modulesIn(const QString& directory)
@@ -42,9 +41,8 @@ AppServices::AppServices(Parts parts)
                                                                 : KeychainBackend::system());
     m_client = std::make_unique<APIClient>(*m_keychain, m_modules);
     m_auth = std::make_unique<AuthService>(
-        *m_client, *m_keychain, parts.browser ? std::move(parts.browser) : [](const QUrl& url) {
-            return QDesktopServices::openUrl(url);
-        });
+        *m_client, *m_keychain,
+        parts.browser ? std::move(parts.browser) : [](const QUrl&) { return false; });
     m_sync = std::make_unique<SyncEngine>(*m_store, *m_client, *m_auth, m_clock);
 
     SyncEngine* sync = m_sync.get();

@@ -41,6 +41,8 @@ public:
         std::unique_ptr<NotificationBackend> notifications{};
         std::unique_ptr<SleepInhibitor> inhibitor{};
         std::shared_ptr<KeychainBackend> keychain{};
+        // Opens the sign-in page in the user's browser (the desktop's, from the app);
+        // without one, nothing opens.
         AuthService::BrowserOpener browser{};
         QString moduleDirectory{}; // where the sound and network modules are
     };
