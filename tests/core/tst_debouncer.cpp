@@ -25,12 +25,12 @@ private slots:
                 ranAfter = sinceLast.elapsed();
             });
             sinceLast.start();
-            QTest::qWait(40);
+            QTest::qWait(40); // a burst: calls closer than the delay
         }
         // Once, a full delay after the last call of the burst; the cancelled key never.
         QTRY_COMPARE(habits, 1);
         QVERIFY2(ranAfter >= 150, qPrintable(QString::number(ranAfter)));
-        QTest::qWait(200);
+        QTest::qWait(200); // a delay more: no second run
         QCOMPARE(habits, 1);
         QCOMPARE(pomodoro, 0);
         QVERIFY(!debouncer.isPending(QStringLiteral("habits")));

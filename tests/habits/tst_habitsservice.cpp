@@ -94,14 +94,14 @@ private slots:
 
         // The burst is saved and pushed once, after the wait; at the target a count
         // does nothing at all.
-        QTest::qWait(HabitsService::SaveDelayMs / 2);
+        QTest::qWait(HabitsService::SaveDelayMs / 2); // within the wait: not yet
         QCOMPARE(m_pushes, 1);
         QTRY_COMPARE(m_pushes, 2);
         QCOMPARE(m_saves, 2);
         count(h);
         QCOMPARE(h->currentValue(), qint64(3));
         QCOMPARE(played.count(), 3);
-        QTest::qWait(HabitsService::SaveDelayMs + 200);
+        QTest::qWait(HabitsService::SaveDelayMs + 200); // nothing to save: no save comes
         QCOMPARE(m_saves, 2);
         QCOMPARE(m_pushes, 2);
 
@@ -126,7 +126,7 @@ private slots:
         burst.start();
         while (burst.elapsed() < 3000) {
             count(h);
-            QTest::qWait(HabitsService::SaveDelayMs / 3);
+            QTest::qWait(HabitsService::SaveDelayMs / 3); // a count every third of the wait
         }
         QCOMPARE(m_pushes, 1);
         QVERIFY(m_saves > saved);

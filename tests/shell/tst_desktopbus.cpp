@@ -142,7 +142,7 @@ private slots:
             return std::count_if(m_listener.changes.cbegin(), m_listener.changes.cend(),
                                  [](const QVariantMap& c) { return c.contains(u"RemainingMs"_s); });
         };
-        QTest::qWait(300);
+        QTest::qWait(300); // the announcements of the start land first
         const auto before = remainingAnnounced();
         m_now = m_now.addMSecs(300); // 24:59.7 shows 24:59
         QTRY_COMPARE(remainingAnnounced(), before + 1);

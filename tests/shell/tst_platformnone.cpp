@@ -93,8 +93,8 @@ private slots:
         QSignalSpy activated(&server, &SingleInstance::activateRequested);
         auto sent = std::async(std::launch::async,
                                [path] { return SingleInstance::sendToRunning(path, {}, 3000); });
-        while (sent.wait_for(std::chrono::milliseconds(0)) != std::future_status::ready)
-            QTest::qWait(5);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            sent.wait_for(std::chrono::milliseconds(0)) == std::future_status::ready, 5000);
         QCOMPARE(sent.get(), SingleInstance::Outcome::NoAnswer);
         QCOMPARE(activated.count(), 0);
     }

@@ -30,6 +30,8 @@ class TestSingleInstance final : public QObject
         auto future = std::async(std::launch::async, [path, request, reason] {
             return SingleInstance::sendToRunning(path, request, 3000, reason);
         });
+        // Serves events until the sender is done (it gives up after 3 s by itself); a
+        // poll, as QTRY cannot run in a function that returns a value.
         while (future.wait_for(std::chrono::milliseconds(0)) != std::future_status::ready)
             QTest::qWait(5);
         return future.get();
@@ -207,7 +209,7 @@ private slots:
             many.push_back(open());
         rusage before{}, after{};
         ::getrusage(RUSAGE_SELF, &before);
-        QTest::qWait(1000);
+        QTest::qWait(1000); // the CPU the server spends while they wait
         ::getrusage(RUSAGE_SELF, &after);
         const auto cpuMs = [](const rusage& u) {
             return (u.ru_utime.tv_sec + u.ru_stime.tv_sec) * 1000 +

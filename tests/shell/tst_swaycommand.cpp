@@ -49,7 +49,7 @@ private slots:
 
         // Once more to confirm, then no more.
         QTRY_COMPARE(connections, 3);
-        QTest::qWait(400);
+        QTest::qWait(400); // time for a fourth that must not come
         QCOMPARE(connections, 3);
         QVERIFY(!SwayCommand::succeeded(R"([{"success":true},{"success":false}])"));
         QVERIFY(!SwayCommand::succeeded("not json"));

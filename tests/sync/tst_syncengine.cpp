@@ -245,7 +245,7 @@ private slots:
         auth().signOut();
         QVERIFY(m_services->transfer().importDocument(*doc, ExportDocument::Mode::Replace, &summary,
                                                       &error));
-        QTest::qWait(100);
+        QTest::qWait(100); // time for a push that must not come
         QCOMPARE(m_server->requests().size(), 3);
     }
 

@@ -103,7 +103,7 @@ private slots:
         s.cancelAll();
         QVERIFY(s.pendingIDs().isEmpty());
         m_now = m_now.addSecs(1);
-        QTest::qWait(200);
+        QTest::qWait(200); // time for a cancelled notice to come, were it to
         QCOMPARE(m_server->notices().size(), 1);
     }
 
@@ -165,7 +165,7 @@ private slots:
         s.cancel(later); // not due: withdrawn
         QVERIFY(s.pendingIDs().isEmpty());
         QTRY_COMPARE(m_server->notices().size(), before + 2);
-        QTest::qWait(100);
+        QTest::qWait(100); // the withdrawn one does not come
         QCOMPARE(delivered.count(), 2);
     }
 
@@ -191,7 +191,7 @@ private slots:
         QTest::qWait(200); // the last of those still on their way
         const int afterWake = int(jumped.count());
         sleep(true);
-        QTest::qWait(200);
+        QTest::qWait(200); // going to sleep is no jump
         QCOMPARE(jumped.count(), afterWake);
         sleep(false);
         QTRY_COMPARE(jumped.count(), afterWake + 1);
@@ -242,7 +242,7 @@ private slots:
         power = powerThrough(m_nobody);
         power->acquire(reason);
         QVERIFY(!power->isHeld());
-        QTest::qWait(100);
+        QTest::qWait(100); // and no late answer holds it
         QVERIFY(!power->isHeld());
         power->release();
         m_saver->setSilent(true);

@@ -98,7 +98,7 @@ private slots:
         QCOMPARE(m_pushes, 0);
         QTRY_COMPARE(m_pushes, 1);
         QCOMPARE(m_saves, 1);
-        QTest::qWait(TasksService::SaveDelayMs + 100);
+        QTest::qWait(TasksService::SaveDelayMs + 100); // and no second one follows
         QCOMPARE(m_pushes, 1);
     }
 

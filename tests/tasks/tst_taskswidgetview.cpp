@@ -363,10 +363,10 @@ private slots:
         // A quick pass shows nothing; coming back within the wait restarts it.
         hover(a, true);
         hover(a, false);
-        QTest::qWait(delayMs + 100);
+        QTest::qWait(delayMs + 100); // past the delay, and still nothing
         QCOMPARE(tooltipsShown(), QString());
         hover(a, true);
-        QTest::qWait(delayMs / 2);
+        QTest::qWait(delayMs / 2); // away before the delay is over
         hover(a, false);
         QElapsedTimer clock;
         clock.start();
