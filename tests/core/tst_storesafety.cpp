@@ -2,6 +2,7 @@
 #include "DataStore.h"
 #include "Habit.h"
 #include "HabitHistory.h"
+#include "ManualClock.h"
 #include "StoreBackups.h"
 #include "StoreCheck.h"
 #include "StoreHealth.h"
@@ -19,12 +20,7 @@
 #include <sqlite3.h>
 
 namespace {
-// A clock the test moves by hand.
-struct HandClock
-{
-    QDateTime now = QDateTime(QDate(2026, 11, 25), QTime(9, 0));
-    Clock clock{[this] { return now; }};
-};
+const QDateTime start(QDate(2026, 11, 25), QTime(9, 0));
 
 // A store with one habit and `days` of its history, written and closed (so that
 // everything sits in the main file, none in the log).
@@ -141,7 +137,7 @@ private slots:
         QTemporaryDir dir;
         const QString path = dir.filePath(QStringLiteral("store.sqlite"));
         writeStore(path, 30);
-        HandClock hand;
+        ManualClock hand(start);
         const auto runUntilFinished = [](StoreCheck& check) {
             QSignalSpy finished(&check, &StoreCheck::finished);
             check.runIfDue();
@@ -152,7 +148,7 @@ private slots:
         const StoreBackups backups(StoreBackups::folderFor(path));
 
         {
-            StoreCheck check(path, hand.clock);
+            StoreCheck check(path, hand.clock());
             check.begin();
             QVERIFY(!check.uncleanStart());
             QVERIFY(check.isDue()); // never checked
@@ -166,7 +162,7 @@ private slots:
         }
         {
             // A clean restart the same day: nothing to do; the next day: due again.
-            StoreCheck check(path, hand.clock);
+            StoreCheck check(path, hand.clock());
             check.begin();
             QVERIFY(!check.isDue());
             hand.now = hand.now.addDays(1);
@@ -176,7 +172,7 @@ private slots:
             // No end(): the process dies.
         }
         {
-            StoreCheck check(path, hand.clock);
+            StoreCheck check(path, hand.clock());
             check.begin();
             QVERIFY(check.uncleanStart());
             QVERIFY(check.isDue()); // checked today already, but the last run crashed
@@ -250,14 +246,14 @@ private slots:
         QTemporaryDir dir;
         const QString path = dir.filePath(QStringLiteral("store.sqlite"));
         writeStore(path, 20000);
-        HandClock hand;
+        ManualClock hand(start);
         QString error;
         auto store = DataStore::open(path, &error);
         QVERIFY2(store, qPrintable(error));
         ModelContext& context = store->mainContext();
         StoreHealth health(context);
         QSignalSpy announced(&health, &StoreHealth::announced);
-        StoreCheck check(path, hand.clock);
+        StoreCheck check(path, hand.clock());
         QObject::connect(&check, &StoreCheck::damaged, &context, &ModelContext::markDamaged);
         context.insert(new Habit(QStringLiteral("☕"), QStringLiteral("Coffee"),
                                  QStringLiteral("#000000"), 3, 0));
@@ -289,7 +285,7 @@ private slots:
         const QString other = otherDir.filePath(QStringLiteral("store.sqlite"));
         writeStore(other, 20000);
         damageMiddle(other);
-        StoreCheck second(other, hand.clock);
+        StoreCheck second(other, hand.clock());
         QSignalSpy damaged(&second, &StoreCheck::damaged);
         second.run();
         QVERIFY(damaged.wait(10000));

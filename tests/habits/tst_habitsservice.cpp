@@ -5,6 +5,7 @@
 #include "Habit.h"
 #include "HabitHistory.h"
 #include "HabitsService.h"
+#include "ManualClock.h"
 #include "ModuleLoader.h"
 
 #include <QElapsedTimer>
@@ -15,11 +16,10 @@ class TestHabitsService final : public QObject
 {
     Q_OBJECT
 
-    QDateTime m_now;
-    const Clock m_clock{[this] { return m_now; }};
+    ManualClock m_time;
     const ModuleLoader m_modules{QStringLiteral(TIDEWELL_TEST_MODULE_DIR)};
     AudioService m_audio{m_modules};
-    DailyResetService m_dayReset{m_clock};
+    DailyResetService m_dayReset{m_time.clock()};
     std::unique_ptr<DataStore> m_store;
     std::unique_ptr<HabitsService> m_service;
     int m_pushes = 0;
@@ -45,11 +45,11 @@ class TestHabitsService final : public QObject
 private slots:
     void init()
     {
-        m_now = QDateTime(QDate(2026, 6, 10), QTime(9, 0));
+        m_time.now = QDateTime(QDate(2026, 6, 10), QTime(9, 0));
         m_service.reset();
         m_store = DataStore::open(QStringLiteral(":memory:"), nullptr);
         connect(&context(), &ModelContext::saved, this, [this] { ++m_saves; });
-        m_service = std::make_unique<HabitsService>(*m_store, m_clock, m_audio, m_dayReset,
+        m_service = std::make_unique<HabitsService>(*m_store, m_time.clock(), m_audio, m_dayReset,
                                                     [this]() -> QCoro::Task<> {
                                                         ++m_pushes;
                                                         co_return;
@@ -83,11 +83,11 @@ private slots:
         Habit* h = add(3);
         QSignalSpy played(&m_audio, &AudioService::played);
         QTRY_COMPARE(m_pushes, 1);
-        m_now = m_now.addSecs(3600);
+        m_time.now = m_time.now.addSecs(3600);
         count(h);
-        QCOMPARE(h->firstTrackerDate(), m_now); // the counting day starts with the first count
-        const QDateTime started = m_now;
-        m_now = m_now.addSecs(60);
+        QCOMPARE(h->firstTrackerDate(), m_time.now); // the counting day starts with the first count
+        const QDateTime started = m_time.now;
+        m_time.now = m_time.now.addSecs(60);
         count(h, 2);
         QCOMPARE(h->firstTrackerDate(), started);
         QCOMPARE(records(h), QStringList{"2026-06-10 3*"});
@@ -140,13 +140,13 @@ private slots:
         Habit* yesterday = add(4);
         Habit* uncounted = add(4); // created yesterday: no record for that day yet
         count(yesterday, 2);
-        m_now = QDateTime(QDate(2026, 6, 11), QTime(7, 30));
+        m_time.now = QDateTime(QDate(2026, 6, 11), QTime(7, 30));
         Habit* today = add(4);
         count(today);
 
         service().bootstrap();
         QCOMPARE(yesterday->currentValue(), qint64(0));
-        QCOMPARE(yesterday->firstTrackerDate(), m_now);
+        QCOMPARE(yesterday->firstTrackerDate(), m_time.now);
         QCOMPARE(records(yesterday), QStringList{"2026-06-10 2"});
         QCOMPARE(records(uncounted), QStringList{"2026-06-10 0"});
         QCOMPARE(today->currentValue(), qint64(1));
@@ -154,7 +154,7 @@ private slots:
 
         DailyResetService& rollover = m_dayReset;
         rollover.scheduleNext();
-        m_now = rollover.nextFireTime();
+        m_time.now = rollover.nextFireTime();
         const int before = m_saves;
         rollover.fireIfDue();
         rollover.stop();

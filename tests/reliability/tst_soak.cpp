@@ -7,6 +7,7 @@
 #include "DataStore.h"
 #include "Habit.h"
 #include "HabitsService.h"
+#include "ManualClock.h"
 #include "PomodoroService.h"
 #include "TaskItem.h"
 #include "TaskList.h"
@@ -55,7 +56,7 @@ class TestSoak final : public QObject
     Q_OBJECT
 
     QTemporaryDir m_dir;
-    QDateTime m_now = QDateTime(QDate(2026, 3, 2), QTime(6, 0));
+    ManualClock m_time{QDateTime(QDate(2026, 3, 2), QTime(6, 0))};
     std::unique_ptr<AppServices> m_services;
     QList<Habit*> m_habits;
     TaskList* m_list = nullptr;
@@ -83,7 +84,7 @@ class TestSoak final : public QObject
         for (int i = 0; i < n; ++i) {
             m_services->habits().countOrReset(m_habits[i % m_habits.size()], context());
             if (i % 100 == 99) {
-                m_now = m_now.addSecs(600); // days turn over now and then
+                m_time.now = m_time.now.addSecs(600); // days turn over now and then
                 settleEvents();
             }
         }
@@ -122,7 +123,7 @@ class TestSoak final : public QObject
         PomodoroService& timer = m_services->timer();
         for (int i = 0; i < n; ++i) {
             timer.start();
-            m_now = m_now.addMSecs(timer.remainingMs() + 1);
+            m_time.now = m_time.now.addMSecs(timer.remainingMs() + 1);
             timer.didBecomeActive();
             settleEvents();
         }
@@ -132,7 +133,7 @@ private slots:
     void initTestCase()
     {
         AppServices::Parts parts = testParts(storePath());
-        parts.clock = [this] { return m_now; };
+        parts.clock = m_time.source();
         m_services = std::make_unique<AppServices>(std::move(parts));
         m_services->audio().setMuted(true);
         m_services->habits().bootstrap();
@@ -166,7 +167,7 @@ private slots:
         countHabits(counts / 20);
         editTasks(edits / 20);
         runPhases(phases / 20);
-        m_now = m_now.addDays(1);
+        m_time.now = m_time.now.addDays(1);
         countHabits(100);
         runPhases(4);
         QVERIFY(context().save());

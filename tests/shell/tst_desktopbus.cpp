@@ -3,6 +3,7 @@
 #include "Habit.h"
 #include "HabitsBusAdaptor.h"
 #include "HabitsService.h"
+#include "ManualClock.h"
 #include "PomodoroService.h"
 #include "StatusLine.h"
 #include "TasksBusAdaptor.h"
@@ -49,7 +50,7 @@ class TestDesktopBus final : public QObject
 {
     Q_OBJECT
 
-    QDateTime m_now = QDateTime(QDate(2026, 3, 2), QTime(9, 0));
+    ManualClock m_time{QDateTime(QDate(2026, 3, 2), QTime(9, 0))};
     std::unique_ptr<AppServices> m_services;
     PomodoroService* m_timer = nullptr;
     HabitsService* m_habits = nullptr;
@@ -91,7 +92,7 @@ private slots:
             QSKIP("no session bus (run the tests under dbus-run-session)");
         QStandardPaths::setTestModeEnabled(true);
         AppServices::Parts parts = testParts();
-        parts.clock = [this] { return m_now; };
+        parts.clock = m_time.source();
         m_services = std::make_unique<AppServices>(std::move(parts));
         m_services->audio().setMuted(true);
         m_timer = &m_services->timer();
@@ -130,8 +131,8 @@ private slots:
 
         QVERIFY(call(timer, u"Toggle"_s).type() == QDBusMessage::ReplyMessage);
         QVERIFY(m_timer->isActive());
-        QCOMPARE(property(u"EndsAt"_s).toString(), m_now.addSecs(25 * 60)
-                                                       .toOffsetFromUtc(m_now.offsetFromUtc())
+        QCOMPARE(property(u"EndsAt"_s).toString(), m_time.now.addSecs(25 * 60)
+                                                       .toOffsetFromUtc(m_time.now.offsetFromUtc())
                                                        .toString(Qt::ISODateWithMs));
         QTRY_VERIFY(
             std::any_of(m_listener.changes.cbegin(), m_listener.changes.cend(),
@@ -144,10 +145,10 @@ private slots:
         };
         QTest::qWait(300); // the announcements of the start land first
         const auto before = remainingAnnounced();
-        m_now = m_now.addMSecs(300); // 24:59.7 shows 24:59
+        m_time.now = m_time.now.addMSecs(300); // 24:59.7 shows 24:59
         QTRY_COMPARE(remainingAnnounced(), before + 1);
-        m_now = m_now.addMSecs(500); // 24:59.2 still shows 24:59
-        QTest::qWait(500);           // ticks come and go without an announcement
+        m_time.now = m_time.now.addMSecs(500); // 24:59.2 still shows 24:59
+        QTest::qWait(500);                     // ticks come and go without an announcement
         QCOMPARE(remainingAnnounced(), before + 1);
 
         QVERIFY(call(timer, u"Pause"_s).type() == QDBusMessage::ReplyMessage);
@@ -159,7 +160,7 @@ private slots:
         QTRY_VERIFY(std::any_of(
             m_listener.changes.cbegin(), m_listener.changes.cend(),
             [](const QVariantMap& c) { return c.value(u"Phase"_s).toString() == u"short-break"; }));
-        m_now = m_now.addSecs(10);
+        m_time.now = m_time.now.addSecs(10);
         QVERIFY(call(timer, u"Reset"_s).type() == QDBusMessage::ReplyMessage);
         QCOMPARE(property(u"Phase"_s).toString(), u"short-break"_s); // the phase starts over
         QCOMPARE(property(u"RemainingMs"_s).toLongLong(), 5 * 60'000);

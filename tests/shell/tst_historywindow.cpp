@@ -7,6 +7,7 @@
 #include "HeatMapView.h"
 #include "HistoryWindow.h"
 #include "ImportDialog.h"
+#include "ManualClock.h"
 #include "TestServices.h"
 
 #include <QAccessible>
@@ -21,7 +22,7 @@ class TestHistoryWindow final : public QObject
 {
     Q_OBJECT
 
-    QDateTime m_now = QDateTime(QDate(2026, 3, 20), QTime(15, 0));
+    ManualClock m_time{QDateTime(QDate(2026, 3, 20), QTime(15, 0))};
     std::unique_ptr<AppServices> m_services;
 
     ModelContext& context() { return m_services->store().mainContext(); }
@@ -42,7 +43,7 @@ private slots:
     void init()
     {
         AppServices::Parts parts = testParts();
-        parts.clock = [this] { return m_now; };
+        parts.clock = m_time.source();
         m_services = std::make_unique<AppServices>(std::move(parts));
     }
 
@@ -56,7 +57,7 @@ private slots:
     void heatMapCellsSpeakTheirDay()
     {
         auto* water = new Habit(QStringLiteral("💧"), QStringLiteral("Water"),
-                                QStringLiteral("#0A84FF"), 8, 0, m_now.addDays(-30));
+                                QStringLiteral("#0A84FF"), 8, 0, m_time.now.addDays(-30));
         context().insert(water);
         context().insert(new HabitHistory(QStringLiteral("2026-03-12"), 6, 8, water));
         for (int d = 13; d <= 19; ++d) // a week reached, up to yesterday
@@ -118,7 +119,7 @@ private slots:
         QCOMPARE(window.sessionsPerDay()->values(), QList<qint64>(28, 0));
         QCOMPARE(labelText(&window, "focusBestDay"), QStringLiteral("Best day: none yet"));
 
-        const QDateTime today = m_now.addSecs(-4 * 3600);
+        const QDateTime today = m_time.now.addSecs(-4 * 3600);
         session(today, 1500, FocusSession::Completed);
         session(today.addSecs(1800), 1500, FocusSession::Completed);
         session(today.addSecs(3600), 400, FocusSession::Reset); // time, not a session
@@ -153,7 +154,7 @@ private slots:
 
     void importDialogShowsWhatEachChoiceChanges()
     {
-        context().insert(new Habit(QString(), QStringLiteral("Mine"), QString(), 1, 0, m_now));
+        context().insert(new Habit(QString(), QStringLiteral("Mine"), QString(), 1, 0, m_time.now));
         QVERIFY(context().save());
         const QByteArray json = QByteArrayLiteral(
             R"({"format": "tidewell-export", "version": 1, "timer": [], "taskLists": [],

@@ -1,6 +1,7 @@
 #include "Clock.h"
 #include "ClockJumpsLinux.h"
 #include "FakeDesktopServices.h"
+#include "ManualClock.h"
 #include "NotificationBackendDBus.h"
 #include "NotificationService.h"
 #include "PowerService.h"
@@ -28,15 +29,14 @@ class TestDBusServices final : public QObject
     const QString m_serverName = QStringLiteral("org.tidewell.test.Notifications");
     const QString m_saverName = QStringLiteral("org.tidewell.test.ScreenSaver");
     const QString m_nobody = QStringLiteral("org.tidewell.test.Nobody");
-    QDateTime m_now = QDateTime(QDate(2026, 3, 1), QTime(9, 0));
-    const Clock m_clock{[this] { return m_now; }};
+    ManualClock m_time{QDateTime(QDate(2026, 3, 1), QTime(9, 0))};
     std::unique_ptr<NotificationService> m_notifications;
 
     // A new service showing its notices through the server at `name`.
     NotificationService& notifications(const QString& name = {})
     {
         m_notifications = std::make_unique<NotificationService>(
-            m_clock,
+            m_time.clock(),
             std::make_unique<NotificationBackendDBus>(name.isEmpty() ? m_serverName : name));
         return *m_notifications;
     }
@@ -73,13 +73,13 @@ private slots:
         QSignalSpy delivered(&s, &NotificationService::delivered);
         const std::optional<QString> id =
             await(s.schedule(QStringLiteral("Focus Complete!"), QStringLiteral("Time for a break."),
-                             m_now.addMSecs(150)));
+                             m_time.now.addMSecs(150)));
         QVERIFY(id.has_value());
         // Real time passes but the wall clock has not reached the instant.
         QTest::qWait(400);
         QVERIFY(m_server->notices().isEmpty());
 
-        m_now = m_now.addMSecs(150);
+        m_time.now = m_time.now.addMSecs(150);
         QTRY_COMPARE(delivered.count(), 1);
         QCOMPARE(delivered.first().first().toString(), *id);
         QVERIFY(s.pendingIDs().isEmpty());
@@ -92,7 +92,8 @@ private slots:
 
         // Nothing is scheduled for an instant already reached; cancelled requests never show.
         const auto in = [&](qint64 ms) {
-            return await(s.schedule(QStringLiteral("a"), QStringLiteral("b"), m_now.addMSecs(ms)));
+            return await(
+                s.schedule(QStringLiteral("a"), QStringLiteral("b"), m_time.now.addMSecs(ms)));
         };
         QVERIFY(!in(0) && !in(-5000));
         const auto first = in(50), second = in(50);
@@ -102,7 +103,7 @@ private slots:
         QCOMPARE(s.pendingIDs(), QSet<QString>{*second});
         s.cancelAll();
         QVERIFY(s.pendingIDs().isEmpty());
-        m_now = m_now.addSecs(1);
+        m_time.now = m_time.now.addSecs(1);
         QTest::qWait(200); // time for a cancelled notice to come, were it to
         QCOMPARE(m_server->notices().size(), 1);
     }
@@ -132,9 +133,9 @@ private slots:
         QSignalSpy delivered(&unheard, &NotificationService::delivered);
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral(
                                                "^NotificationService schedule failed: .+")));
-        QVERIFY(
-            await(unheard.schedule(QStringLiteral("a"), QStringLiteral("b"), m_now.addMSecs(10))));
-        m_now = m_now.addSecs(1);
+        QVERIFY(await(
+            unheard.schedule(QStringLiteral("a"), QStringLiteral("b"), m_time.now.addMSecs(10))));
+        m_time.now = m_time.now.addSecs(1);
         QTRY_COMPARE(delivered.count(), 1);
     }
 
@@ -145,19 +146,19 @@ private slots:
         QSignalSpy delivered(&s, &NotificationService::delivered);
         const auto in = [&](qint64 ms) {
             return *await(s.schedule(QStringLiteral("Pomodoro Complete!"),
-                                     QStringLiteral("Time for a break."), m_now.addMSecs(ms)));
+                                     QStringLiteral("Time for a break."), m_time.now.addMSecs(ms)));
         };
         // The phase's own clock saw the end first (its tick ran before the request's
         // timer): the end's notice still shows.
         const QString end = in(60'000);
-        m_now = m_now.addSecs(61);
+        m_time.now = m_time.now.addSecs(61);
         s.cancel(end);
         QTRY_COMPARE(delivered.count(), 1);
         QTRY_COMPARE(m_server->notices().size(), before + 1);
 
         // A resume from a long suspend: everything due shows at once, the rest waits.
         const QString due = in(30'000), later = in(7'200'000);
-        m_now = m_now.addSecs(3600);
+        m_time.now = m_time.now.addSecs(3600);
         s.deliverDue();
         QTRY_COMPARE(delivered.count(), 2);
         QCOMPARE(delivered.last().first().toString(), due);

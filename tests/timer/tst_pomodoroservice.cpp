@@ -8,6 +8,7 @@
 #include "FocusSession.h"
 #include "Habit.h"
 #include "HabitsService.h"
+#include "ManualClock.h"
 #include "NotificationService.h"
 #include "PomodoroConfig.h"
 #include "PomodoroService.h"
@@ -32,7 +33,7 @@ class TestPomodoroService final : public QObject
     Q_OBJECT
 
     QTemporaryDir m_dir;
-    QDateTime m_now;
+    ManualClock m_time;
     std::shared_ptr<FakeKeychain> m_keychain = std::make_shared<FakeKeychain>();
     std::unique_ptr<AppServices> m_services;
     std::unique_ptr<PomodoroService> m_engine; // null: the one the services built
@@ -43,7 +44,7 @@ class TestPomodoroService final : public QObject
     bool m_creep = false; // every reading of the clock moves it on 1 ms, as a real one does
 
     PomodoroService& engine() { return m_engine ? *m_engine : m_services->timer(); }
-    void advance(qint64 ms) { m_now = m_now.addMSecs(ms); }
+    void advance(qint64 ms) { m_time.now = m_time.now.addMSecs(ms); }
     void finishPhase()
     {
         advance(engine().remainingMs());
@@ -66,7 +67,9 @@ class TestPomodoroService final : public QObject
         m_engine.reset();
         m_services.reset();
         AppServices::Parts parts = testParts(m_dir.filePath(QStringLiteral("s.sqlite")));
-        parts.clock = [this] { return m_creep ? (m_now = m_now.addMSecs(1)) : m_now; };
+        parts.clock = [this] {
+            return m_creep ? (m_time.now = m_time.now.addMSecs(1)) : m_time.now;
+        };
         parts.keychain = m_keychain;
         m_services = std::make_unique<AppServices>(std::move(parts));
         m_services->audio().setMuted(false);
@@ -101,7 +104,7 @@ private slots:
 
     void init()
     {
-        m_now = QDateTime(QDate(2026, 5, 4), QTime(10, 0));
+        m_time.now = QDateTime(QDate(2026, 5, 4), QTime(10, 0));
         m_engine.reset();
         m_services.reset();
         m_keychain = std::make_shared<FakeKeychain>();
@@ -124,7 +127,7 @@ private slots:
         QSignalSpy played(&m_services->audio(), &AudioService::played);
         engine().start();
         const QDateTime end = *engine().endDate();
-        QCOMPARE(end, m_now.addMSecs(focusMs));
+        QCOMPARE(end, m_time.now.addMSecs(focusMs));
         engine().start(); // running already
         QCOMPARE(*engine().endDate(), end);
         QCOMPARE(m_notices, QStringList{"Pomodoro Complete!: Time for a break. @ 10:25:00.000"});
@@ -164,7 +167,7 @@ private slots:
         QCOMPARE(engine().remainingMs(), focusMs - 10'250);
         advance(3600 * 1000);
         engine().start();
-        QCOMPARE(*engine().endDate(), m_now.addMSecs(focusMs - 10'250));
+        QCOMPARE(*engine().endDate(), m_time.now.addMSecs(focusMs - 10'250));
         engine().reset();
         QCOMPARE(engine().remainingMs(), focusMs);
     }
@@ -278,22 +281,22 @@ private slots:
 
     void dayResetAtMidnightAndOnRelaunch()
     {
-        m_now = QDateTime(QDate(2026, 5, 4), QTime(23, 58));
+        m_time.now = QDateTime(QDate(2026, 5, 4), QTime(23, 58));
         for (int i = 0; i < 3; ++i)
             engine().skip(); // to a short break, counts 2/2/1
         engine().start();
         const QDateTime end = *engine().endDate();
         m_services->dayReset().scheduleNext();
-        m_now = QDateTime(QDate(2026, 5, 5), QTime(0, 0, 6));
+        m_time.now = QDateTime(QDate(2026, 5, 5), QTime(0, 0, 6));
         m_services->dayReset().fireIfDue();
         m_services->dayReset().stop();
         // Counts and phase start afresh; the running countdown keeps its end.
         QCOMPARE(counts(), (QList<qint64>{0, 0, 0, 0}));
         QCOMPARE(engine().phaseLabel(), QStringLiteral("Pomodoro"));
         QCOMPARE(*engine().endDate(), end);
-        QTRY_COMPARE(engine().remainingMs(), m_now.msecsTo(end));
+        QTRY_COMPARE(engine().remainingMs(), m_time.now.msecsTo(end));
         // Stored at once, so a relaunch today does not count the day again.
-        QCOMPARE(stored()->firstPomodoroCountDate(), m_now);
+        QCOMPARE(stored()->firstPomodoroCountDate(), m_time.now);
         QCOMPARE(stored()->pomodoroTotalCount(), qint64(0));
 
         // A relaunch restores the stored phase and counts, stopped...
@@ -359,7 +362,7 @@ private slots:
         engine().pause(); // stopped already: the pending start stays
         QTRY_VERIFY_WITH_TIMEOUT(engine().isActive(), PomodoroService::AutoStartDelayMs + 2000);
         QCOMPARE(engine().phaseLabel(), QStringLiteral("Short Break"));
-        QCOMPARE(*engine().endDate(), m_now.addMSecs(300'000));
+        QCOMPARE(*engine().endDate(), m_time.now.addMSecs(300'000));
     }
 
     // The services as the app wires them: one store, one midnight and one
@@ -399,7 +402,7 @@ private slots:
 
         // Midnight resets both counters, and the server hears of the timer's.
         m_services->dayReset().scheduleNext();
-        m_now = QDateTime(QDate(2026, 5, 5), QTime(0, 0, 6));
+        m_time.now = QDateTime(QDate(2026, 5, 5), QTime(0, 0, 6));
         m_services->dayReset().fireIfDue();
         m_services->dayReset().stop();
         QCOMPARE(water->currentValue(), qint64(0));
