@@ -65,9 +65,11 @@ if(TIDEWELL_PLATFORM STREQUAL "linux")
     LIBS Qt6::DBus)
   tidewell_platform_facility(window_stickiness
     SOURCES shell/ui/WindowStickinessX11.cpp shell/ui/SwayCommand.cpp shell/ui/SwayCommand.h
+      shell/ui/XcbAtom.cpp shell/ui/XcbAtom.h
     LIBS PkgConfig::XCB)
   tidewell_platform_facility(window_activation
-    SOURCES shell/ui/WindowActivationLinux.cpp LIBS PkgConfig::XCB)
+    SOURCES shell/ui/WindowActivationLinux.cpp shell/ui/XcbAtom.cpp shell/ui/XcbAtom.h
+    LIBS PkgConfig::XCB)
   tidewell_platform_facility(control LIBS tw_shell_dbus)
 else()
   set(TIDEWELL_SESSION_BUS OFF)

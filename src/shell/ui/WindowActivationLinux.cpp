@@ -1,23 +1,15 @@
 #include "WindowActivation.h"
 
+#include "XcbAtom.h"
+
 #include <QGuiApplication>
 #include <QWidget>
 
 #include <xcb/xcb.h>
 
-#include <cstdlib>
 #include <cstring>
 
 namespace {
-xcb_atom_t atom(xcb_connection_t* c, const char* name)
-{
-    const xcb_intern_atom_cookie_t cookie = xcb_intern_atom(c, 0, uint16_t(strlen(name)), name);
-    xcb_intern_atom_reply_t* reply = xcb_intern_atom_reply(c, cookie, nullptr);
-    const xcb_atom_t a = reply ? reply->atom : xcb_atom_t(XCB_ATOM_NONE);
-    free(reply);
-    return a;
-}
-
 // The startup-notification message that ends the launch `id` (its feedback goes,
 // and the window that carries the id may take the focus).
 void sendRemove(xcb_connection_t* c, xcb_window_t root, xcb_window_t from, const QByteArray& id)
@@ -25,8 +17,8 @@ void sendRemove(xcb_connection_t* c, xcb_window_t root, xcb_window_t from, const
     QByteArray escaped = id;
     escaped.replace('\\', "\\\\").replace('"', "\\\"").replace(' ', "\\ ");
     const QByteArray message = "remove: ID=" + escaped + '\0';
-    const xcb_atom_t begin = atom(c, "_NET_STARTUP_INFO_BEGIN");
-    const xcb_atom_t more = atom(c, "_NET_STARTUP_INFO");
+    const xcb_atom_t begin = XcbAtom::intern(c, "_NET_STARTUP_INFO_BEGIN");
+    const xcb_atom_t more = XcbAtom::intern(c, "_NET_STARTUP_INFO");
     for (qsizetype at = 0; at < message.size(); at += 20) {
         xcb_client_message_event_t ev = {};
         ev.response_type = XCB_CLIENT_MESSAGE;
@@ -60,8 +52,9 @@ void WindowActivation::prepare(QWidget* window, const QString& token)
     const xcb_window_t id = xcb_window_t(window->winId());
     const QByteArray startup = token.toUtf8();
     // Window managers weigh the launch's time stamp (in the id) against focus stealing.
-    xcb_change_property(c, XCB_PROP_MODE_REPLACE, id, atom(c, "_NET_STARTUP_ID"),
-                        atom(c, "UTF8_STRING"), 8, uint32_t(startup.size()), startup.constData());
+    xcb_change_property(c, XCB_PROP_MODE_REPLACE, id, XcbAtom::intern(c, "_NET_STARTUP_ID"),
+                        XcbAtom::intern(c, "UTF8_STRING"), 8, uint32_t(startup.size()),
+                        startup.constData());
     sendRemove(c, xcb_setup_roots_iterator(xcb_get_setup(c)).data->root, id, startup);
     xcb_flush(c);
 }

@@ -2,6 +2,8 @@
 
 #include "SwayCommand.h"
 
+#include "XcbAtom.h"
+
 #include <QGuiApplication>
 #include <QPointer>
 #include <QWidget>
@@ -14,17 +16,6 @@
 #include <cstring>
 #include <optional>
 #include <vector>
-
-namespace {
-xcb_atom_t atom(xcb_connection_t* c, const char* name)
-{
-    const xcb_intern_atom_cookie_t cookie = xcb_intern_atom(c, 0, uint16_t(strlen(name)), name);
-    xcb_intern_atom_reply_t* reply = xcb_intern_atom_reply(c, cookie, nullptr);
-    const xcb_atom_t a = reply ? reply->atom : xcb_atom_t(XCB_ATOM_NONE);
-    free(reply);
-    return a;
-}
-} // namespace
 
 namespace {
 struct X11Window
@@ -50,8 +41,10 @@ std::optional<X11Window> x11Window(QWidget* window)
 
 std::vector<xcb_atom_t> wantedStates(xcb_connection_t* c)
 {
-    return {atom(c, "_NET_WM_STATE_STICKY"), atom(c, "_NET_WM_STATE_SKIP_TASKBAR"),
-            atom(c, "_NET_WM_STATE_SKIP_PAGER"), atom(c, "_NET_WM_STATE_ABOVE")};
+    return {XcbAtom::intern(c, "_NET_WM_STATE_STICKY"),
+            XcbAtom::intern(c, "_NET_WM_STATE_SKIP_TASKBAR"),
+            XcbAtom::intern(c, "_NET_WM_STATE_SKIP_PAGER"),
+            XcbAtom::intern(c, "_NET_WM_STATE_ABOVE")};
 }
 
 void sendClientMessage(const X11Window& w, xcb_atom_t type, std::array<uint32_t, 5> data)
@@ -74,7 +67,7 @@ void WindowStickiness::apply(QWidget* window)
     if (!w)
         return;
     xcb_connection_t* c = w->connection;
-    const xcb_atom_t wmState = atom(c, "_NET_WM_STATE");
+    const xcb_atom_t wmState = XcbAtom::intern(c, "_NET_WM_STATE");
 
     // Before the window is mapped the window manager reads the property (EWMH); it
     // ignores messages about a window it does not manage yet. Qt keeps atoms it
@@ -94,15 +87,15 @@ void WindowStickiness::apply(QWidget* window)
     xcb_change_property(c, XCB_PROP_MODE_REPLACE, w->id, wmState, XCB_ATOM_ATOM, 32,
                         uint32_t(states.size()), states.data());
     const uint32_t allDesktops = 0xFFFFFFFF;
-    xcb_change_property(c, XCB_PROP_MODE_REPLACE, w->id, atom(c, "_NET_WM_DESKTOP"),
+    xcb_change_property(c, XCB_PROP_MODE_REPLACE, w->id, XcbAtom::intern(c, "_NET_WM_DESKTOP"),
                         XCB_ATOM_CARDINAL, 32, 1, &allDesktops);
     // Normal first, utility second: window managers take the first type they know.
     // KWin hides utility windows while their application is inactive, so it must
     // see a normal one; sway floats a window only if any of its types is utility
     // (or the like), and tiles the rest.
-    const xcb_atom_t types[] = {atom(c, "_NET_WM_WINDOW_TYPE_NORMAL"),
-                                atom(c, "_NET_WM_WINDOW_TYPE_UTILITY")};
-    xcb_change_property(c, XCB_PROP_MODE_REPLACE, w->id, atom(c, "_NET_WM_WINDOW_TYPE"),
+    const xcb_atom_t types[] = {XcbAtom::intern(c, "_NET_WM_WINDOW_TYPE_NORMAL"),
+                                XcbAtom::intern(c, "_NET_WM_WINDOW_TYPE_UTILITY")};
+    xcb_change_property(c, XCB_PROP_MODE_REPLACE, w->id, XcbAtom::intern(c, "_NET_WM_WINDOW_TYPE"),
                         XCB_ATOM_ATOM, 32, 2, types);
     xcb_flush(c);
 }
@@ -114,8 +107,8 @@ void WindowStickiness::request(QWidget* window, const QPoint& at)
         return;
     xcb_connection_t* c = w->connection;
     // A managed window asks the window manager (EWMH): all desktops, and each state.
-    sendClientMessage(*w, atom(c, "_NET_WM_DESKTOP"), {0xFFFFFFFF, 1, 0, 0, 0});
-    const xcb_atom_t wmState = atom(c, "_NET_WM_STATE");
+    sendClientMessage(*w, XcbAtom::intern(c, "_NET_WM_DESKTOP"), {0xFFFFFFFF, 1, 0, 0, 0});
+    const xcb_atom_t wmState = XcbAtom::intern(c, "_NET_WM_STATE");
     for (xcb_atom_t state : wantedStates(c))
         sendClientMessage(*w, wmState, {1 /* add */, state, 0, 1 /* an application */, 0});
     xcb_flush(c);
@@ -157,7 +150,7 @@ bool WindowStickiness::canBlend()
         return true;
     // A compositing manager owns _NET_WM_CM_S<screen> (EWMH).
     const QByteArray name = QByteArrayLiteral("_NET_WM_CM_S0"); // the default screen
-    const xcb_atom_t selection = atom(c, name.constData());
+    const xcb_atom_t selection = XcbAtom::intern(c, name.constData());
     xcb_get_selection_owner_reply_t* reply =
         xcb_get_selection_owner_reply(c, xcb_get_selection_owner(c, selection), nullptr);
     const bool owned = reply && reply->owner != XCB_NONE;
