@@ -9,7 +9,6 @@ Usage: test_browser_sign_in.py <tidewell binary>; TIDEWELL_SERVER_BINARY names t
 """
 import json
 import os
-import socket
 import subprocess
 import sys
 import tempfile
@@ -17,6 +16,8 @@ import urllib.parse
 import urllib.request
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
+from tidewell_server import TidewellServer  # noqa: E402
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../server"))
 from desktop import wait_for  # noqa: E402
 from test_web_pages import start_browser  # noqa: E402
@@ -33,17 +34,10 @@ class BrowserSignIn(TidewellCase):
     @classmethod
     def before_launch(cls):
         cls.data = tempfile.mkdtemp(prefix="tws-browser-")
-        database = "sqlite:" + os.path.join(cls.data, "server.sqlite")
-        subprocess.run([SERVER, "user", "add", "ann", "--database", database],
-                       input="correct horse\n", text=True, check=True, capture_output=True)
-        with socket.socket() as s:
-            s.bind(("127.0.0.1", 0))
-            cls.port = s.getsockname()[1]
-        cls.base = "http://127.0.0.1:%d" % cls.port
-        cls.server = subprocess.Popen([SERVER, "serve", "--listen", "127.0.0.1:%d" % cls.port,
-                                       "--database", database],
-                                      stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        assert wait_for(lambda: cls.healthy(), 20), "the server did not start"
+        cls.server = TidewellServer(SERVER)
+        cls.server.add_user()
+        cls.server.start()
+        cls.port, cls.base = cls.server.port, cls.server.base
 
         # The desktop's web browser, for this HOME: it writes down what it was asked to open.
         env = cls.desktop.env
@@ -65,16 +59,8 @@ class BrowserSignIn(TidewellCase):
 
     @classmethod
     def tearDownClass(cls):
-        cls.server.terminate()
-        cls.server.wait(15)
+        cls.server.stop()
         super().tearDownClass()
-
-    @classmethod
-    def healthy(cls):
-        try:
-            return urllib.request.urlopen(cls.base + "/healthz", timeout=1).status == 200
-        except OSError:
-            return False
 
     def test_connect_via_browser(self):
         a11y = self.a11y

@@ -12,13 +12,14 @@ import http.client
 import json
 import os
 import shutil
-import socket
 import subprocess
 import sys
 import tempfile
 import time
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
+from tidewell_server import TidewellServer  # noqa: E402
 from desktop import wait_for  # noqa: E402
 from tidewell_case import TidewellCase, main  # noqa: E402
 
@@ -38,22 +39,15 @@ class DatabaseOutage(TidewellCase):
         cls.pg = tempfile.mkdtemp(prefix="tws-pg-")
         os.rmdir(cls.pg)  # the script makes it, owned by whoever runs PostgreSQL
         cls.database = cluster("start", cls.pg)
-        subprocess.run([SERVER, "user", "add", "ann", "--database", cls.database],
-                       input="correct horse\n", text=True, check=True, capture_output=True)
-        cls.token = subprocess.run([SERVER, "token", "create", "ann", "--database", cls.database],
-                                   text=True, check=True, capture_output=True).stdout.strip()
-        with socket.socket() as s:
-            s.bind(("127.0.0.1", 0))
-            cls.port = s.getsockname()[1]
         cls.log = tempfile.TemporaryFile(mode="w+")
-        cls.server = subprocess.Popen([SERVER, "serve", "--listen", "127.0.0.1:%d" % cls.port,
-                                       "--database", cls.database], stderr=cls.log)
-        assert wait_for(lambda: cls.get("/healthz")[0] == 200, 20), "the server did not start"
+        cls.server = TidewellServer(SERVER, cls.database, stderr=cls.log)
+        cls.server.add_user()
+        cls.token = cls.server.create_token()
+        cls.port = cls.server.start().port
 
     @classmethod
     def tearDownClass(cls):
-        cls.server.terminate()
-        cls.server.wait(15)
+        cls.server.stop()
         cls.log.close()
         subprocess.run([CLUSTER, "stop", cls.pg], capture_output=True)
         shutil.rmtree(cls.pg, ignore_errors=True)

@@ -11,13 +11,14 @@ import http.client
 import json
 import os
 import signal
-import socket
 import subprocess
 import sys
 import tempfile
 import time
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
+from tidewell_server import TidewellServer  # noqa: E402
 from desktop import wait_for  # noqa: E402
 from tidewell_case import APP, TidewellCase, main  # noqa: E402
 
@@ -27,24 +28,14 @@ SERVER = os.environ.get("TIDEWELL_SERVER_BINARY")
 class AppAgainstServer(TidewellCase):
     @classmethod
     def before_launch(cls):
-        cls.data = tempfile.mkdtemp(prefix="tws-e2e-")
-        cls.database = "sqlite:" + os.path.join(cls.data, "server.sqlite")
-        subprocess.run([SERVER, "user", "add", "ann", "--database", cls.database],
-                       input="correct horse\n", text=True, check=True, capture_output=True)
-        cls.token = subprocess.run([SERVER, "token", "create", "ann", "--database", cls.database],
-                                   text=True, check=True, capture_output=True).stdout.strip()
-        with socket.socket() as s:
-            s.bind(("127.0.0.1", 0))
-            cls.port = s.getsockname()[1]
-        cls.server = subprocess.Popen([SERVER, "serve", "--listen", "127.0.0.1:%d" % cls.port,
-                                       "--database", cls.database],
-                                      stderr=subprocess.DEVNULL)
-        assert wait_for(lambda: cls.get("/healthz") is not None, 20), "the server did not start"
+        cls.server = TidewellServer(SERVER)
+        cls.server.add_user()
+        cls.token = cls.server.create_token()
+        cls.port = cls.server.start().port
 
     @classmethod
     def tearDownClass(cls):
-        cls.server.terminate()
-        cls.server.wait(15)
+        cls.server.stop()
         super().tearDownClass()
 
     @classmethod

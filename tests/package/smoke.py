@@ -12,17 +12,17 @@ import json
 import os
 import pwd
 import re
-import socket
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
 import urllib.request
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 sys.path.insert(0, os.path.join(ROOT, "tests", "e2e"))
 from desktop import Desktop, wait_for  # noqa: E402
+sys.path.insert(0, os.path.join(ROOT, "tests", "support"))
+from tidewell_server import free_port  # noqa: E402
 
 SUDO = [] if os.geteuid() == 0 else ["sudo"]
 PACKAGES = ("tidewell", "tidewell-server")
@@ -30,12 +30,6 @@ PACKAGES = ("tidewell", "tidewell-server")
 
 def run(cmd, **kw):
     return subprocess.run(cmd, capture_output=True, text=True, **kw)
-
-
-def free_port():
-    with socket.socket() as s:
-        s.bind(("127.0.0.1", 0))
-        return s.getsockname()[1]
 
 
 class InstalledPackages(unittest.TestCase):

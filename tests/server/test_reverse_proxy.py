@@ -23,6 +23,9 @@ import time
 import unittest
 import urllib.parse
 
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
+from tidewell_server import free_port  # noqa: E402
+
 SERVER = os.path.abspath(sys.argv[1]) if len(sys.argv) > 1 else None
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 SNIPPETS = os.path.join(ROOT, "docs", "reverse-proxy")
@@ -32,12 +35,6 @@ SPOOFED = "203.0.113.7"
 UNVERIFIED = ssl._create_unverified_context()
 # /usr/sbin is not on every user's PATH.
 NGINX = shutil.which("nginx") or "/usr/sbin/nginx"
-
-
-def free_port():
-    with socket.socket() as s:
-        s.bind(("127.0.0.1", 0))
-        return s.getsockname()[1]
 
 
 def wait_until(condition, timeout=20):

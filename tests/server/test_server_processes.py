@@ -22,13 +22,10 @@ import time
 import unittest
 import urllib.parse
 
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
+from tidewell_server import free_port  # noqa: E402
+
 SERVER = os.path.abspath(sys.argv[1]) if len(sys.argv) > 1 else None
-
-
-def free_port():
-    with socket.socket() as s:
-        s.bind(("127.0.0.1", 0))
-        return s.getsockname()[1]
 
 
 def habits_body(value):

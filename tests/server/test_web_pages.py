@@ -9,7 +9,6 @@ Usage: test_web_pages.py <tidewell-server binary> [screenshot folder]
 import json
 import os
 import shutil
-import socket
 import subprocess
 import sys
 import tempfile
@@ -21,6 +20,9 @@ import urllib.request
 from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
+from tidewell_server import TidewellServer  # noqa: E402
 
 SERVER = os.path.abspath(sys.argv[1]) if len(sys.argv) > 1 else None
 SHOTS = sys.argv[2] if len(sys.argv) > 2 else None
@@ -46,26 +48,14 @@ class WebPages(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.tmp = tempfile.mkdtemp(prefix="tws-web-")
-        cls.database = "sqlite:" + os.path.join(cls.tmp, "server.sqlite")
-        cls.cli("user", "add", "ann", stdin="correct horse\n")
-        with socket.socket() as s:
-            s.bind(("127.0.0.1", 0))
-            cls.port = s.getsockname()[1]
-        cls.base = "http://127.0.0.1:%d" % cls.port
-        cls.server = subprocess.Popen([SERVER, "serve", "--listen", "127.0.0.1:%d" % cls.port,
-                                       "--database", cls.database],
-                                      stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        for _ in range(200):
-            try:
-                urllib.request.urlopen(cls.base + "/healthz", timeout=1)
-                break
-            except OSError:
-                time.sleep(0.05)
+        cls.server = TidewellServer(SERVER)
+        cls.server.add_user()
+        cls.server.start()
+        cls.port, cls.base = cls.server.port, cls.server.base
 
     @classmethod
     def tearDownClass(cls):
-        cls.server.terminate()
-        cls.server.wait(15)
+        cls.server.stop()
         shutil.rmtree(cls.tmp, ignore_errors=True)
 
     def setUp(self):
@@ -78,8 +68,7 @@ class WebPages(unittest.TestCase):
 
     @classmethod
     def cli(cls, *args, stdin=None):
-        return subprocess.run([SERVER, *args, "--database", cls.database], input=stdin,
-                              capture_output=True, text=True, check=True).stdout
+        return cls.server.cli(*args, stdin=stdin)
 
     def shot(self, name):
         if SHOTS:
