@@ -4,6 +4,7 @@
 #include "BundleInfo.h"
 #include "CallbackUrl.h"
 #include "KeychainStore.h"
+#include "Notify.h"
 #include "Preferences.h"
 
 #include <QCoro/QCoroSignal>
@@ -104,34 +105,22 @@ QCoro::Task<> AuthService::settled()
 
 void AuthService::setLoading(bool on)
 {
-    if (m_isLoading == on)
-        return;
-    m_isLoading = on;
-    emit isLoadingChanged();
+    Notify::set(this, m_isLoading, on, &AuthService::isLoadingChanged);
 }
 
 void AuthService::setKeychainProblem(const QString& text)
 {
-    if (m_keychainProblem == text)
-        return;
-    m_keychainProblem = text;
-    emit keychainProblemChanged();
+    Notify::set(this, m_keychainProblem, text, &AuthService::keychainProblemChanged);
 }
 
 void AuthService::setSignedIn(bool on)
 {
-    if (m_isSignedIn == on)
-        return;
-    m_isSignedIn = on;
-    emit isSignedInChanged();
+    Notify::set(this, m_isSignedIn, on, &AuthService::isSignedInChanged);
 }
 
 void AuthService::setLastError(const QString& text)
 {
-    if (m_lastError == text)
-        return;
-    m_lastError = text;
-    emit lastErrorChanged();
+    Notify::set(this, m_lastError, text, &AuthService::lastErrorChanged);
 }
 
 QCoro::Task<bool> AuthService::signIn(QString token)

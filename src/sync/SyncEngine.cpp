@@ -4,6 +4,7 @@
 #include "AuthService.h"
 #include "Clock.h"
 #include "DataStore.h"
+#include "Notify.h"
 #include "SyncMapping.h"
 
 #include <QPointer>
@@ -54,18 +55,12 @@ void SyncEngine::setSyncing(bool on)
 
 void SyncEngine::setApplyingRemote(bool on)
 {
-    if (m_applyingRemote == on)
-        return;
-    m_applyingRemote = on;
-    emit isApplyingRemoteChanged();
+    Notify::set(this, m_applyingRemote, on, &SyncEngine::isApplyingRemoteChanged);
 }
 
 void SyncEngine::setLastError(const QString& text)
 {
-    if (m_lastError == text)
-        return;
-    m_lastError = text;
-    emit lastErrorChanged();
+    Notify::set(this, m_lastError, text, &SyncEngine::lastErrorChanged);
 }
 
 void SyncEngine::failed(const APIError& error, const QString& prefix)

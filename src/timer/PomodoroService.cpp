@@ -9,6 +9,7 @@
 #include "FocusSessionLog.h"
 #include "ModelContext.h"
 #include "NotificationService.h"
+#include "Notify.h"
 #include "PomodoroConfig.h"
 #include "PowerService.h"
 
@@ -66,15 +67,6 @@ void PomodoroService::openSession(const QDateTime& now)
     m_sessions.resume(phase, currentPhaseDurationMs(), now);
 }
 
-template <typename T>
-void PomodoroService::set(T& field, const T& value, void (PomodoroService::*signal)())
-{
-    if (field == value)
-        return;
-    field = value;
-    emit(this->*signal)();
-}
-
 qint64 PomodoroService::currentPhaseDurationMs() const
 {
     qint64 minutes = m_pomodoroDuration;
@@ -121,28 +113,30 @@ PomodoroConfig* PomodoroService::loadOrCreateConfig(bool saveNew)
 
 void PomodoroService::applyConfig(const PomodoroConfig& cfg)
 {
-    set(m_pomodoroDuration, clampMinutes(cfg.pomodoroDuration(), 1),
-        &PomodoroService::pomodoroDurationChanged);
-    set(m_shortBreakDuration, clampMinutes(cfg.shortBreakDuration(), 1),
-        &PomodoroService::shortBreakDurationChanged);
-    set(m_longBreakDuration, clampMinutes(cfg.longBreakDuration(), 1),
-        &PomodoroService::longBreakDurationChanged);
-    set(m_pomodorosForLongBreak, clampMinutes(cfg.pomodorosForLongBreak(), 1),
-        &PomodoroService::pomodorosForLongBreakChanged);
-    set(m_autoStart, cfg.autoStart(), &PomodoroService::autoStartChanged);
-    set(m_pomodoroCount, clampCount(cfg.pomodoroCount()), &PomodoroService::pomodoroCountChanged);
-    set(m_pomodoroTotalCount, clampCount(cfg.pomodoroTotalCount()),
-        &PomodoroService::pomodoroTotalCountChanged);
-    set(m_shortBreakCount, clampCount(cfg.shortBreakCount()),
-        &PomodoroService::shortBreakCountChanged);
-    set(m_longBreakCount, clampCount(cfg.longBreakCount()),
-        &PomodoroService::longBreakCountChanged);
-    set(m_phase,
-        cfg.isLongBreak()    ? Phase::LongBreak
-        : cfg.isShortBreak() ? Phase::ShortBreak
-                             : Phase::Focus,
-        &PomodoroService::phaseChanged);
-    set(m_remainingMs, currentPhaseDurationMs(), &PomodoroService::remainingMsChanged);
+    Notify::set(this, m_pomodoroDuration, clampMinutes(cfg.pomodoroDuration(), 1),
+                &PomodoroService::pomodoroDurationChanged);
+    Notify::set(this, m_shortBreakDuration, clampMinutes(cfg.shortBreakDuration(), 1),
+                &PomodoroService::shortBreakDurationChanged);
+    Notify::set(this, m_longBreakDuration, clampMinutes(cfg.longBreakDuration(), 1),
+                &PomodoroService::longBreakDurationChanged);
+    Notify::set(this, m_pomodorosForLongBreak, clampMinutes(cfg.pomodorosForLongBreak(), 1),
+                &PomodoroService::pomodorosForLongBreakChanged);
+    Notify::set(this, m_autoStart, cfg.autoStart(), &PomodoroService::autoStartChanged);
+    Notify::set(this, m_pomodoroCount, clampCount(cfg.pomodoroCount()),
+                &PomodoroService::pomodoroCountChanged);
+    Notify::set(this, m_pomodoroTotalCount, clampCount(cfg.pomodoroTotalCount()),
+                &PomodoroService::pomodoroTotalCountChanged);
+    Notify::set(this, m_shortBreakCount, clampCount(cfg.shortBreakCount()),
+                &PomodoroService::shortBreakCountChanged);
+    Notify::set(this, m_longBreakCount, clampCount(cfg.longBreakCount()),
+                &PomodoroService::longBreakCountChanged);
+    Notify::set(this, m_phase,
+                cfg.isLongBreak()    ? Phase::LongBreak
+                : cfg.isShortBreak() ? Phase::ShortBreak
+                                     : Phase::Focus,
+                &PomodoroService::phaseChanged);
+    Notify::set(this, m_remainingMs, currentPhaseDurationMs(),
+                &PomodoroService::remainingMsChanged);
 }
 
 void PomodoroService::checkDayReset(PomodoroConfig& cfg, bool force)
@@ -158,12 +152,13 @@ void PomodoroService::checkDayReset(PomodoroConfig& cfg, bool force)
 
 void PomodoroService::startDayOver()
 {
-    set(m_pomodoroCount, qint64(0), &PomodoroService::pomodoroCountChanged);
-    set(m_pomodoroTotalCount, qint64(0), &PomodoroService::pomodoroTotalCountChanged);
-    set(m_shortBreakCount, qint64(0), &PomodoroService::shortBreakCountChanged);
-    set(m_longBreakCount, qint64(0), &PomodoroService::longBreakCountChanged);
-    set(m_phase, Phase::Focus, &PomodoroService::phaseChanged);
-    set(m_remainingMs, currentPhaseDurationMs(), &PomodoroService::remainingMsChanged);
+    Notify::set(this, m_pomodoroCount, qint64(0), &PomodoroService::pomodoroCountChanged);
+    Notify::set(this, m_pomodoroTotalCount, qint64(0), &PomodoroService::pomodoroTotalCountChanged);
+    Notify::set(this, m_shortBreakCount, qint64(0), &PomodoroService::shortBreakCountChanged);
+    Notify::set(this, m_longBreakCount, qint64(0), &PomodoroService::longBreakCountChanged);
+    Notify::set(this, m_phase, Phase::Focus, &PomodoroService::phaseChanged);
+    Notify::set(this, m_remainingMs, currentPhaseDurationMs(),
+                &PomodoroService::remainingMsChanged);
 }
 
 qint64 PomodoroService::msUntilEnd() const
@@ -183,7 +178,7 @@ void PomodoroService::start()
     const QDateTime now = m_with.clock.now();
     m_endDate = now.addMSecs(length);
     openSession(now);
-    set(m_isActive, true, &PomodoroService::isActiveChanged);
+    Notify::set(this, m_isActive, true, &PomodoroService::isActiveChanged);
     startTick();
     if (m_phase == Phase::Focus)
         m_with.power.acquire(QStringLiteral("Tidewell focus session"));
@@ -212,11 +207,11 @@ void PomodoroService::tick()
         return;
     const qint64 ms = msUntilEnd();
     if (ms < 1) {
-        set(m_remainingMs, qint64(0), &PomodoroService::remainingMsChanged);
+        Notify::set(this, m_remainingMs, qint64(0), &PomodoroService::remainingMsChanged);
         handleFinish();
         return;
     }
-    set(m_remainingMs, ms, &PomodoroService::remainingMsChanged);
+    Notify::set(this, m_remainingMs, ms, &PomodoroService::remainingMsChanged);
 }
 
 void PomodoroService::stopCountdown()
@@ -224,7 +219,7 @@ void PomodoroService::stopCountdown()
     // A phase handled late (a suspended machine) ran only until its end instant.
     const QDateTime now = m_with.clock.now();
     m_sessions.accrue(m_endDate ? std::min(now, *m_endDate) : now);
-    set(m_isActive, false, &PomodoroService::isActiveChanged);
+    Notify::set(this, m_isActive, false, &PomodoroService::isActiveChanged);
     m_endDate.reset();
     stopTick();
     m_with.power.release();
@@ -244,7 +239,8 @@ void PomodoroService::pause()
     if (!m_isActive)
         return;
     if (m_endDate)
-        set(m_remainingMs, std::max<qint64>(msUntilEnd(), 0), &PomodoroService::remainingMsChanged);
+        Notify::set(this, m_remainingMs, std::max<qint64>(msUntilEnd(), 0),
+                    &PomodoroService::remainingMsChanged);
     stopCountdown();
     delete m_autoStartTimer;
     m_autoStartTimer = nullptr;
@@ -255,7 +251,8 @@ void PomodoroService::reset()
 {
     pause();
     m_sessions.close(FocusSession::Reset, m_with.clock.now());
-    set(m_remainingMs, currentPhaseDurationMs(), &PomodoroService::remainingMsChanged);
+    Notify::set(this, m_remainingMs, currentPhaseDurationMs(),
+                &PomodoroService::remainingMsChanged);
     persistDebounced();
 }
 
@@ -265,7 +262,8 @@ void PomodoroService::skip()
         pause();
     m_sessions.close(FocusSession::Skipped, m_with.clock.now());
     advancePhase();
-    set(m_remainingMs, currentPhaseDurationMs(), &PomodoroService::remainingMsChanged);
+    Notify::set(this, m_remainingMs, currentPhaseDurationMs(),
+                &PomodoroService::remainingMsChanged);
     persistDebounced();
 }
 
@@ -276,7 +274,8 @@ void PomodoroService::handleFinish()
     m_sessions.close(FocusSession::Completed, end);
     m_with.audio.play(AudioService::Sound::FinishPomodoro);
     advancePhase();
-    set(m_remainingMs, currentPhaseDurationMs(), &PomodoroService::remainingMsChanged);
+    Notify::set(this, m_remainingMs, currentPhaseDurationMs(),
+                &PomodoroService::remainingMsChanged);
     persistDebounced();
     if (m_autoStart)
         scheduleAutoStart();
@@ -286,21 +285,25 @@ void PomodoroService::advancePhase()
 {
     switch (m_phase) {
     case Phase::Focus:
-        set(m_pomodoroCount, m_pomodoroCount + 1, &PomodoroService::pomodoroCountChanged);
-        set(m_pomodoroTotalCount, m_pomodoroTotalCount + 1,
-            &PomodoroService::pomodoroTotalCountChanged);
-        set(m_phase,
-            m_pomodoroCount < m_pomodorosForLongBreak ? Phase::ShortBreak : Phase::LongBreak,
-            &PomodoroService::phaseChanged);
+        Notify::set(this, m_pomodoroCount, m_pomodoroCount + 1,
+                    &PomodoroService::pomodoroCountChanged);
+        Notify::set(this, m_pomodoroTotalCount, m_pomodoroTotalCount + 1,
+                    &PomodoroService::pomodoroTotalCountChanged);
+        Notify::set(this, m_phase,
+                    m_pomodoroCount < m_pomodorosForLongBreak ? Phase::ShortBreak
+                                                              : Phase::LongBreak,
+                    &PomodoroService::phaseChanged);
         break;
     case Phase::ShortBreak:
-        set(m_shortBreakCount, m_shortBreakCount + 1, &PomodoroService::shortBreakCountChanged);
-        set(m_phase, Phase::Focus, &PomodoroService::phaseChanged);
+        Notify::set(this, m_shortBreakCount, m_shortBreakCount + 1,
+                    &PomodoroService::shortBreakCountChanged);
+        Notify::set(this, m_phase, Phase::Focus, &PomodoroService::phaseChanged);
         break;
     case Phase::LongBreak:
-        set(m_longBreakCount, m_longBreakCount + 1, &PomodoroService::longBreakCountChanged);
-        set(m_pomodoroCount, qint64(0), &PomodoroService::pomodoroCountChanged);
-        set(m_phase, Phase::Focus, &PomodoroService::phaseChanged);
+        Notify::set(this, m_longBreakCount, m_longBreakCount + 1,
+                    &PomodoroService::longBreakCountChanged);
+        Notify::set(this, m_pomodoroCount, qint64(0), &PomodoroService::pomodoroCountChanged);
+        Notify::set(this, m_phase, Phase::Focus, &PomodoroService::phaseChanged);
         break;
     }
 }
@@ -332,17 +335,18 @@ void PomodoroService::updateSettings(std::optional<qint64> pomodoro,
 {
     pause(); // the save below replaces the one it schedules
     m_sessions.close(FocusSession::Reset, m_with.clock.now());
-    set(m_pomodoroDuration, clampMinutes(pomodoro.value_or(m_pomodoroDuration), 1),
-        &PomodoroService::pomodoroDurationChanged);
-    set(m_shortBreakDuration, clampMinutes(shortBreak.value_or(m_shortBreakDuration), 1),
-        &PomodoroService::shortBreakDurationChanged);
-    set(m_longBreakDuration, clampMinutes(longBreak.value_or(m_longBreakDuration), 1),
-        &PomodoroService::longBreakDurationChanged);
-    set(m_pomodorosForLongBreak,
-        clampMinutes(pomodorosForLong.value_or(m_pomodorosForLongBreak), 2),
-        &PomodoroService::pomodorosForLongBreakChanged);
+    Notify::set(this, m_pomodoroDuration, clampMinutes(pomodoro.value_or(m_pomodoroDuration), 1),
+                &PomodoroService::pomodoroDurationChanged);
+    Notify::set(this, m_shortBreakDuration,
+                clampMinutes(shortBreak.value_or(m_shortBreakDuration), 1),
+                &PomodoroService::shortBreakDurationChanged);
+    Notify::set(this, m_longBreakDuration, clampMinutes(longBreak.value_or(m_longBreakDuration), 1),
+                &PomodoroService::longBreakDurationChanged);
+    Notify::set(this, m_pomodorosForLongBreak,
+                clampMinutes(pomodorosForLong.value_or(m_pomodorosForLongBreak), 2),
+                &PomodoroService::pomodorosForLongBreakChanged);
     if (autoStart)
-        set(m_autoStart, *autoStart, &PomodoroService::autoStartChanged);
+        Notify::set(this, m_autoStart, *autoStart, &PomodoroService::autoStartChanged);
     startDayOver();
     persistImmediate();
 }
@@ -359,7 +363,7 @@ void PomodoroService::didBecomeActive()
     if (!m_isActive || !m_endDate)
         return;
     const qint64 ms = msUntilEnd();
-    set(m_remainingMs, std::max<qint64>(ms, 0), &PomodoroService::remainingMsChanged);
+    Notify::set(this, m_remainingMs, std::max<qint64>(ms, 0), &PomodoroService::remainingMsChanged);
     if (ms < 1)
         handleFinish();
 }

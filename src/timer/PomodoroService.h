@@ -146,8 +146,6 @@ private:
     // Milliseconds until the end instant, truncated toward zero.
     qint64 msUntilEnd() const;
 
-    template <typename T> void set(T& field, const T& value, void (PomodoroService::*signal)());
-
     qint64 m_remainingMs = 25 * 60'000;
     bool m_isActive = false;
     Collaborators m_with;
