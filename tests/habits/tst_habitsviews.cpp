@@ -10,6 +10,7 @@
 #include "Theme.h"
 
 #include <QAccessible>
+#include <QApplication>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -27,6 +28,17 @@ class TestHabitsViews final : public QObject
     ModelContext& context() { return m_services->store().mainContext(); }
     HabitsService& service() { return m_services->habits(); }
 
+    // The habit editor windows shown now.
+    static QList<QPointer<QWidget>> editorWindows()
+    {
+        QList<QPointer<QWidget>> out;
+        for (QWidget* w : QApplication::topLevelWidgets()) {
+            if (w->objectName() == u"habitEditorWindow" && w->isVisible())
+                out.append(w);
+        }
+        return out;
+    }
+
 private slots:
     void init()
     {
@@ -36,7 +48,7 @@ private slots:
 
     void cleanup()
     {
-        for (const QPointer<QWidget>& w : EditorWindowHost::openWindows())
+        for (const QPointer<QWidget>& w : editorWindows())
             delete w.data();
     }
 
@@ -131,7 +143,7 @@ private slots:
         auto* compact = new HabitsWidgetView(service(), context(), true, &panel);
         panel.show();
         compact->findChild<QPushButton*>("addFirstHabitButton")->click();
-        QWidget* editor = EditorWindowHost::openWindows().constLast();
+        QWidget* editor = editorWindows().constLast();
         QVERIFY(editor->windowFlags().testFlag(Qt::WindowStaysOnTopHint));
         QCOMPARE(editor->windowHandle()->transientParent(), panel.windowHandle());
 
@@ -148,7 +160,7 @@ private slots:
         Habit* big = service().createHabit("💧", "Water", "#3B82F6", 120, context());
         big->setCurrentValue(90);
         list.openEditor(big);
-        QPointer<QWidget> window = EditorWindowHost::openWindows().first();
+        QPointer<QWidget> window = editorWindows().first();
         auto* goal = window->findChild<QSpinBox*>("goalStepper");
         QCOMPARE(goal->value(), 120);
         window->findChild<QLineEdit*>("nameField")->setText("Water!");
@@ -160,7 +172,7 @@ private slots:
 
         // The first step from such a value is into the range; typing beyond it is refused.
         list.openEditor(big);
-        window = EditorWindowHost::openWindows().first();
+        window = editorWindows().first();
         goal = window->findChild<QSpinBox*>("goalStepper");
         goal->stepBy(1);
         QCOMPARE(goal->value(), 120);
@@ -183,7 +195,7 @@ private slots:
     {
         HabitsWidgetView list(service(), context(), false);
         list.openEditor(nullptr);
-        QWidget* window = EditorWindowHost::openWindows().first();
+        QWidget* window = editorWindows().first();
         QCOMPARE(window->windowTitle(), QStringLiteral("New habit"));
         auto* sheet = window->findChild<HabitEditorSheet*>();
         auto* save = sheet->findChild<QPushButton*>("saveButton");
@@ -222,7 +234,7 @@ private slots:
         read->setIcon("1F9D8");
         list.openEditor(read);
         list.openEditor(read);
-        window = guard = EditorWindowHost::openWindows().first();
+        window = guard = editorWindows().first();
         QCOMPARE(window->windowTitle(), QStringLiteral("Edit habit"));
         sheet = window->findChild<HabitEditorSheet*>();
         QCOMPARE(sheet->icon(), QStringLiteral("🧘"));
@@ -231,7 +243,7 @@ private slots:
         QTRY_VERIFY(!guard);
         QCOMPARE(read->name(), QStringLiteral("Read"));
 
-        sheet = EditorWindowHost::openWindows().first()->findChild<HabitEditorSheet*>();
+        sheet = editorWindows().first()->findChild<HabitEditorSheet*>();
         for (QToolButton* b : sheet->findChildren<QToolButton*>("colorChoice")) {
             if (b->accessibleName() == u"#EF4444")
                 b->click();
@@ -240,9 +252,9 @@ private slots:
         QCOMPARE(read->colorHex(), QStringLiteral("#EF4444"));
 
         list.openEditor(read);
-        EditorWindowHost::openWindows().last()->findChild<QPushButton*>("deleteButton")->click();
+        editorWindows().last()->findChild<QPushButton*>("deleteButton")->click();
         QVERIFY(context().fetch<Habit>().isEmpty());
-        QTRY_COMPARE(EditorWindowHost::openWindows().size(), 0);
+        QTRY_COMPARE(editorWindows().size(), 0);
     }
 };
 

@@ -4,12 +4,6 @@
 #include <QScreen>
 #include <QWindow>
 
-QList<QPointer<QWidget>>& EditorWindowHost::openWindows()
-{
-    static QList<QPointer<QWidget>> windows;
-    return windows;
-}
-
 QWidget* EditorWindowHost::open(const QString& title, const QSize& size, QWidget* content,
                                 QWidget* opener)
 {
@@ -28,10 +22,6 @@ QWidget* EditorWindowHost::open(const QString& title, const QSize& size, QWidget
         const QRect area = screen->availableGeometry();
         content->move(area.center() - QPoint(size.width() / 2, size.height() / 2));
     }
-    openWindows().append(content);
-    QObject::connect(content, &QObject::destroyed, [](QObject* gone) {
-        openWindows().removeIf([gone](const QPointer<QWidget>& w) { return !w || w == gone; });
-    });
     if (from && from->windowHandle()) {
         // A transient window stays above the one it came from on every window manager.
         content->winId();

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <QList>
-#include <QPointer>
 #include <QSize>
 #include <QString>
 #include <QWidget>
@@ -16,5 +14,4 @@ public:
     // editor must not open beneath it).
     static QWidget* open(const QString& title, const QSize& size, QWidget* content,
                          QWidget* opener = nullptr);
-    static QList<QPointer<QWidget>>& openWindows();
 };
