@@ -16,7 +16,6 @@
 #include "SyncEngine.h"
 #include "TasksService.h"
 
-
 namespace {
 ModuleLoader modulesIn(const QString& directory)
 {
@@ -52,8 +51,7 @@ AppServices::AppServices(Parts parts)
         std::make_unique<TasksService>(*m_store, *m_audio, [sync] { return sync->pushTasks(); });
     m_timer = std::make_unique<PomodoroService>(PomodoroService::Collaborators{
         *m_store, m_clock, *m_audio, *m_power, *m_notifications, *m_dayReset,
-        PhaseEndNotice::through(*m_notifications),
-        [sync] { return sync->pushPomodoro(); }});
+        PhaseEndNotice::through(*m_notifications), [sync] { return sync->pushPomodoro(); }});
     m_transfer = std::make_unique<DataTransfer>(*m_store, m_clock, m_timer.get(), sync);
     m_placements = std::make_unique<PlacementService>(m_store->mainContext());
 }
