@@ -71,6 +71,7 @@ if(TIDEWELL_PLATFORM STREQUAL "linux")
     SOURCES shell/ui/WindowActivationLinux.cpp shell/ui/XcbAtom.cpp shell/ui/XcbAtom.h
     LIBS PkgConfig::XCB)
   tidewell_platform_facility(control LIBS tw_shell_dbus)
+  tidewell_platform_facility(process_memory SOURCES app/ProcessMemoryGlibc.cpp)
 else()
   set(TIDEWELL_SESSION_BUS OFF)
 
@@ -86,6 +87,7 @@ else()
   tidewell_platform_facility(window_activation SOURCES shell/ui/WindowActivationNone.cpp)
   tidewell_platform_facility(control
     SOURCES shell/ControlCommandNone.cpp shell/ControlSurfaceNone.cpp)
+  tidewell_platform_facility(process_memory SOURCES app/ProcessMemoryNone.cpp)
 endif()
 message(STATUS "Tidewell platform: ${TIDEWELL_PLATFORM}")
 

@@ -6,6 +6,7 @@
 #include "DataCommand.h"
 #include "DataStore.h"
 #include "Preferences.h"
+#include "ProcessMemory.h"
 #include "RestoreDialog.h"
 #include "ShellStyle.h"
 #include "SingleInstance.h"
@@ -301,6 +302,7 @@ int runApp(QApplication& app, std::unique_ptr<DataStore> store, SingleInstance& 
 
 int main(int argc, char* argv[])
 {
+    ProcessMemory::keepSmall();
     // For autostart entries: start without the hub when widgets are placed.
     const bool background = takeFlag(argc, argv, "--background");
     if (const auto status = runCommand(argc, argv))

@@ -1,0 +1,3 @@
+#include "ProcessMemory.h"
+
+void ProcessMemory::keepSmall() {}
