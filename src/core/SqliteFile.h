@@ -35,6 +35,10 @@ public:
     // The first column of the first row, or `fallback` when the statement fails.
     QString value(const QString& sql, const QString& fallback = {}) const;
 
+    // For a connection that reads the whole store once (a check, a copy): a small
+    // page cache, as good for a single pass and far smaller.
+    void readThroughOnce() const;
+
     // PRAGMA quick_check: every page read, each b-tree walked. Empty when whole,
     // else what is wrong.
     QString damage() const;

@@ -6,7 +6,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QRegularExpression>
 
 #include <algorithm>
 
@@ -18,11 +17,22 @@ namespace {
 const QString kFormat = QStringLiteral("yyyy-MM-dd");
 const QString kPartial = QStringLiteral(".partial");
 
+// The day of a backup named store-YYYY-MM-DD.sqlite, digits exactly where they
+// belong; invalid for any other name. (No regular expression: the listing runs at
+// start-up once a day, and a pattern would load its engine for this alone.)
 QDate dayOf(const QString& fileName)
 {
-    static const QRegularExpression name(QStringLiteral("^store-(\\d{4}-\\d{2}-\\d{2})\\.sqlite$"));
-    const QRegularExpressionMatch match = name.match(fileName);
-    return match.hasMatch() ? QDate::fromString(match.captured(1), kFormat) : QDate();
+    const QLatin1String prefix("store-"), suffix(".sqlite");
+    if (fileName.size() != prefix.size() + 10 + suffix.size() || !fileName.startsWith(prefix) ||
+        !fileName.endsWith(suffix))
+        return {};
+    const QStringView day = QStringView(fileName).mid(prefix.size(), 10);
+    for (qsizetype i = 0; i < day.size(); ++i) {
+        const bool dash = i == 4 || i == 7;
+        if (dash ? day[i] != u'-' : day[i] < u'0' || day[i] > u'9')
+            return {};
+    }
+    return QDate::fromString(day.toString(), kFormat);
 }
 
 // A renamed file survives a power cut only once its bytes are on disk.
@@ -128,6 +138,7 @@ bool StoreBackups::write(const QString& storePath, QDate day, QString* error) co
         QString why;
         if (!source.isOpen())
             return fail(source.error());
+        source.readThroughOnce();
         if (!source.rows(QStringLiteral("VACUUM INTO ?"), &ignored, &why, partial))
             return fail(u"the copy could not be written: " + why);
     }

@@ -213,7 +213,19 @@ private slots:
         QFile leftover(backups.pathFor(QDate(2027, 1, 8)) + QStringLiteral(".partial"));
         QVERIFY(leftover.open(QIODevice::WriteOnly));
         leftover.close();
+        // Files that only look like backups are neither listed nor rotated away.
+        const QStringList lookalikes{QStringLiteral("store-2027-1-09.sqlite"),
+                                     QStringLiteral("store-2027-02-30.sqlite"),
+                                     QStringLiteral("store-2027-01-0x.sqlite"),
+                                     QStringLiteral("store-2026-07-14.sqlite.bak"),
+                                     QStringLiteral("store-\u0662027-01-09.sqlite")};
+        for (const QString& name : lookalikes)
+            QVERIFY(QFile::copy(backups.pathFor(QDate(2026, 7, 14)),
+                                StoreBackups::folderFor(store) + u'/' + name));
         backups.rotate(QDate(2027, 1, 7));
+        for (const QString& name : lookalikes)
+            QVERIFY2(QFileInfo::exists(StoreBackups::folderFor(store) + u'/' + name),
+                     qPrintable(name));
         QList<QDate> listed;
         for (const StoreBackups::Entry& entry : backups.list())
             listed.append(entry.day);
