@@ -14,12 +14,11 @@
 #include "BenchStore.h"
 #include "Clock.h"
 #include "HistoryWindow.h"
+#include "StoreConnection.h"
 #include "StoreSchema.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
-#include <QSqlDatabase>
-#include <QSqlQuery>
 #include <QTemporaryDir>
 #include <QUuid>
 #include <QWindow>
@@ -41,47 +40,35 @@ QString newId()
 // bench measures reading them, not writing.
 void fill(DataStore& store, const QDateTime& now)
 {
-    QSqlDatabase db = store.database();
-    db.transaction();
-    QSqlQuery habit(db), day(db), session(db);
-    habit.prepare(QStringLiteral("INSERT INTO habit (id, icon, name, colorHex, maxValue, "
-                                 "currentValue, firstTrackerDate, \"order\") "
-                                 "VALUES (?, '💧', ?, '#0A84FF', 8, 0, ?, ?)"));
-    day.prepare(QStringLiteral("INSERT INTO habit_history (id, date, value, maxValue, completed, "
-                               "habitId) VALUES (?, ?, ?, 8, ?, ?)"));
-    session.prepare(QStringLiteral(
+    StoreConnection& db = store.connection();
+    db.begin(nullptr);
+    const QString habit = QStringLiteral(
+        "INSERT INTO habit (id, icon, name, colorHex, maxValue, currentValue, firstTrackerDate, "
+        "\"order\") VALUES (?, '💧', ?, '#0A84FF', 8, 0, ?, ?)");
+    const QString day = QStringLiteral("INSERT INTO habit_history (id, date, value, maxValue, "
+                                       "completed, habitId) VALUES (?, ?, ?, 8, ?, ?)");
+    const QString session = QStringLiteral(
         "INSERT INTO focus_session (id, phase, startedAt, day, endedAt, plannedSeconds, "
-        "elapsedSeconds, outcome) VALUES (?, 'focus', ?, ?, ?, 1500, 1500, 'completed')"));
+        "elapsedSeconds, outcome) VALUES (?, 'focus', ?, ?, ?, 1500, 1500, 'completed')");
     const QDate today = now.date();
     for (int h = 0; h < Habits; ++h) {
         const QString id = newId();
-        habit.addBindValue(id);
-        habit.addBindValue(QStringLiteral("Habit %1").arg(h + 1));
-        habit.addBindValue(double(now.addDays(-Days).toSecsSinceEpoch()));
-        habit.addBindValue(h);
-        habit.exec();
+        db.exec(habit, {id, QStringLiteral("Habit %1").arg(h + 1),
+                        double(now.addDays(-Days).toSecsSinceEpoch()), h});
         for (int d = 1; d <= Days; ++d) {
             const int value = (d * 7 + h * 3) % 10;
-            day.addBindValue(newId());
-            day.addBindValue(today.addDays(-d).toString(Qt::ISODate));
-            day.addBindValue(value);
-            day.addBindValue(value >= 8 ? 1 : 0);
-            day.addBindValue(id);
-            day.exec();
+            db.exec(day, {newId(), today.addDays(-d).toString(Qt::ISODate), value,
+                          value >= 8 ? 1 : 0, id});
         }
     }
     for (int d = 1; d <= Days; ++d) {
         const QDateTime morning = now.addDays(-d);
         for (int s = 0; s < SessionsPerDay; ++s) {
             const double start = double(morning.addSecs(s * 1800).toSecsSinceEpoch());
-            session.addBindValue(newId());
-            session.addBindValue(start);
-            session.addBindValue(morning.date().toString(Qt::ISODate));
-            session.addBindValue(start + 1500);
-            session.exec();
+            db.exec(session, {newId(), start, morning.date().toString(Qt::ISODate), start + 1500});
         }
     }
-    db.commit();
+    db.commit(nullptr);
 }
 
 double openOnce(DataStore& store, const Clock& clock)

@@ -1,16 +1,14 @@
 #include "DataStore.h"
 
 #include "BundleInfo.h"
+#include "StoreConnection.h"
 #include "StoreProbe.h"
 #include "StoreSchema.h"
 
 #include <QDir>
 #include <QFileInfo>
-#include <QSqlError>
-#include <QSqlQuery>
 #include <QStandardPaths>
 
-#include <atomic>
 #include <future>
 #include <mutex>
 
@@ -39,18 +37,6 @@ StoreProbe::Result examination(const QString& path)
     }
     return StoreProbe::examine(path);
 }
-
-bool exec(QSqlDatabase& db, const QString& sql, QString* error, QVariant* result = nullptr)
-{
-    QSqlQuery query(db);
-    if (!query.exec(sql)) {
-        *error = query.lastError().text();
-        return false;
-    }
-    if (result && query.next())
-        *result = query.value(0);
-    return true;
-}
 } // namespace
 
 QString DataStore::defaultPath(QString* error)
@@ -77,9 +63,7 @@ void DataStore::probeInBackground(const QString& path)
 
 std::unique_ptr<DataStore> DataStore::open(const QString& path, QString* error)
 {
-    static std::atomic<int> counter{0};
-    const QString connection = QStringLiteral("tidewell-store-%1").arg(counter++);
-    std::unique_ptr<DataStore> store(new DataStore(path, connection));
+    std::unique_ptr<DataStore> store(new DataStore(path));
     QString why;
     if (!store->initialise(&why)) {
         if (error)
@@ -89,25 +73,16 @@ std::unique_ptr<DataStore> DataStore::open(const QString& path, QString* error)
     return store;
 }
 
-DataStore::DataStore(const QString& path, const QString& connection)
+DataStore::DataStore(const QString& path)
     : m_path(path)
-    , m_connection(connection)
+    , m_connection(std::make_unique<StoreConnection>())
 {}
-
-QSqlDatabase DataStore::database() const
-{
-    return QSqlDatabase::database(m_connection, false);
-}
 
 DataStore::~DataStore()
 {
+    // The context's records go before the connection they were read through.
     delete m_context;
     m_context = nullptr;
-    {
-        QSqlDatabase db = QSqlDatabase::database(m_connection, false);
-        db.close();
-    }
-    QSqlDatabase::removeDatabase(m_connection);
 }
 
 bool DataStore::initialise(QString* error)
@@ -119,20 +94,14 @@ bool DataStore::initialise(QString* error)
         *error = examined.reason;
         return false;
     }
-    QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), m_connection);
-    db.setDatabaseName(m_path);
-    // Saves run on the GUI thread: never wait long for a lock nobody else should hold.
-    db.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=1000"));
-    if (!db.open()) {
-        *error = db.lastError().text();
+    StoreConnection& db = *m_connection;
+    if (!db.open(m_path, error))
         return false;
-    }
-    if (!exec(db, QStringLiteral("PRAGMA foreign_keys = ON"), error) ||
-        !exec(db, QStringLiteral("PRAGMA journal_mode = WAL"), error) ||
-        !exec(db, QStringLiteral("PRAGMA synchronous = FULL"), error) ||
+    if (!db.run("PRAGMA foreign_keys = ON", error) || !db.run("PRAGMA journal_mode = WAL", error) ||
+        !db.run("PRAGMA synchronous = FULL", error) ||
         // Reads through a mapping instead of a system call per page: years of history
         // are read in a few milliseconds. Writes still go through the journal.
-        !exec(db, QStringLiteral("PRAGMA mmap_size = 268435456"), error))
+        !db.run("PRAGMA mmap_size = 268435456", error))
         return false;
     m_isNew = examined.verdict == StoreProbe::Verdict::Empty;
     if (m_isNew && !migrate(StoreSchema::statements(), error))
@@ -151,21 +120,17 @@ bool DataStore::initialise(QString* error)
 bool DataStore::migrate(const QList<const char*>& statements, QString* error)
 {
     // All or nothing: an upgrade cut short leaves the store at its old version, whole.
-    QSqlDatabase db = QSqlDatabase::database(m_connection, false);
-    if (!db.transaction()) {
-        *error = db.lastError().text();
+    StoreConnection& db = *m_connection;
+    if (!db.run("BEGIN", error))
         return false;
-    }
     for (const char* statement : statements) {
-        if (!exec(db, QString::fromUtf8(statement), error)) {
+        if (!db.run(statement, error)) {
             db.rollback();
             return false;
         }
     }
-    if (!exec(db, QStringLiteral("PRAGMA user_version = %1").arg(StoreSchema::Version), error) ||
-        !db.commit()) {
-        if (error->isEmpty())
-            *error = db.lastError().text();
+    const QByteArray version = "PRAGMA user_version = " + QByteArray::number(StoreSchema::Version);
+    if (!db.run(version.constData(), error) || !db.run("COMMIT", error)) {
         db.rollback();
         return false;
     }

@@ -4,10 +4,11 @@
 #include "StoreSchema.h"
 
 #include <QObject>
-#include <QSqlDatabase>
 #include <QString>
 
 #include <memory>
+
+class StoreConnection;
 
 // The local store: one SQLite file and the main context over it.
 class DataStore final : public QObject
@@ -36,19 +37,19 @@ public:
     ModelContext& mainContext() { return *m_context; }
     // The connection, for read-only queries too large to go through records (years
     // of history). Everything written goes through the context.
-    QSqlDatabase database() const;
+    StoreConnection& connection() const { return *m_connection; }
     QString path() const { return m_path; }
     // Whether this open created the store: a first start on this computer.
     bool isNew() const { return m_isNew; }
 
 private:
-    DataStore(const QString& path, const QString& connection);
+    explicit DataStore(const QString& path);
     bool initialise(QString* error);
     // Runs `statements` and sets the schema version, in one transaction.
     bool migrate(const QList<const char*>& statements, QString* error);
 
     QString m_path;
-    QString m_connection;
+    std::unique_ptr<StoreConnection> m_connection;
     ModelContext* m_context = nullptr;
     bool m_isNew = false;
 };

@@ -1,9 +1,9 @@
 #include "HistoryReader.h"
 
 #include "DataStore.h"
+#include "StoreConnection.h"
 
 #include <QHash>
-#include <QSqlDriver>
 
 #include <sqlite3.h>
 
@@ -16,9 +16,7 @@ class Statement
 public:
     Statement(DataStore& store, const char* sql)
     {
-        const QVariant handle = store.database().driver()->handle();
-        if (qstrcmp(handle.typeName(), "sqlite3*") == 0)
-            m_db = *static_cast<sqlite3* const*>(handle.constData());
+        m_db = store.connection().handle();
         if (m_db && sqlite3_prepare_v2(m_db, sql, -1, &m_statement, nullptr) != SQLITE_OK) {
             qWarning("HistoryReader: %s", sqlite3_errmsg(m_db));
             m_statement = nullptr;

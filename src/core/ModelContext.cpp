@@ -1,9 +1,9 @@
 #include "ModelContext.h"
 
 #include "RecordTable.h"
+#include "StoreConnection.h"
 
 #include <QMetaProperty>
-#include <QSqlError>
 
 #include <algorithm>
 
@@ -25,7 +25,7 @@ void Record::touch()
         m_context->recordTouched(this);
 }
 
-ModelContext::ModelContext(const QSqlDatabase& db, QObject* parent)
+ModelContext::ModelContext(StoreConnection& db, QObject* parent)
     : QObject(parent)
     , m_db(db)
 {}
@@ -58,8 +58,8 @@ bool ModelContext::ensureLoaded(RecordKind kind, const FetchRequest& request)
     if (!table.select(m_db, request.field, request.value, &rows, &error)) {
         qWarning("DataStore fetch failed: %s", qPrintable(error));
         ++m_readFailures;
-        if (RecordTable::isDamage(error))
-            markDamaged(error.mid(RecordTable::DamagePrefix.size()));
+        if (StoreConnection::isDamage(error))
+            markDamaged(error.mid(StoreConnection::DamagePrefix.size()));
         return false;
     }
     for (Record* row : rows) {
@@ -194,7 +194,7 @@ bool ModelContext::save(QString* error)
         return true;
     QString why;
     if (!m_damage.isEmpty()) {
-        why = RecordTable::DamagePrefix + m_damage;
+        why = StoreConnection::DamagePrefix + m_damage;
         if (error)
             *error = why;
         emit saveFailed(why);
@@ -212,9 +212,7 @@ bool ModelContext::save(QString* error)
         return list;
     };
 
-    bool ok = m_db.transaction();
-    if (!ok)
-        why = RecordTable::describe(m_db.lastError());
+    bool ok = m_db.begin(&why);
     // Deletes first, so that a record deleted and re-inserted with the same key
     // (a pull replacing local data) is written as its new row.
     for (const auto& [kind, key] : std::as_const(m_deleted)) {
@@ -230,14 +228,12 @@ bool ModelContext::save(QString* error)
         if (ok)
             ok = RecordTable::of(r->kind()).update(m_db, r, &why);
     }
-    if (ok && !m_db.commit()) {
-        ok = false;
-        why = RecordTable::describe(m_db.lastError());
-    }
+    if (ok)
+        ok = m_db.commit(&why);
     if (!ok) {
         m_db.rollback();
-        if (RecordTable::isDamage(why))
-            markDamaged(why.mid(RecordTable::DamagePrefix.size()));
+        if (StoreConnection::isDamage(why))
+            markDamaged(why.mid(StoreConnection::DamagePrefix.size()));
         qWarning("DataStore save failed: %s", qPrintable(why));
         if (error)
             *error = why;

@@ -6,12 +6,12 @@
 #include <QHash>
 #include <QObject>
 #include <QSet>
-#include <QSqlDatabase>
 
 #include <array>
 #include <functional>
 
 class RecordTable;
+class StoreConnection;
 
 // The one context through which records are read and written. Records are loaded
 // on demand and kept (one object per stored record), changes stay pending until
@@ -22,7 +22,7 @@ class ModelContext final : public QObject
     Q_OBJECT
 
 public:
-    explicit ModelContext(const QSqlDatabase& db, QObject* parent = nullptr);
+    explicit ModelContext(StoreConnection& db, QObject* parent = nullptr);
     ~ModelContext() override;
 
     template <typename T>
@@ -104,7 +104,7 @@ private:
     void adopt(Record* record);
     void recordTouched(Record* record);
 
-    QSqlDatabase m_db;
+    StoreConnection& m_db;
     std::array<Slot, RecordKindCount> m_slots;
     quint64 m_nextSequence = 0;
     quint64 m_readFailures = 0;

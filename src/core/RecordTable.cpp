@@ -1,5 +1,7 @@
 #include "RecordTable.h"
 
+#include "StoreConnection.h"
+
 #include "FocusSession.h"
 #include "Habit.h"
 #include "HabitHistory.h"
@@ -10,9 +12,6 @@
 
 #include <QDateTime>
 #include <QMetaProperty>
-#include <QSqlError>
-#include <QSqlQuery>
-#include <QSqlRecord>
 #include <QUuid>
 
 #include <array>
@@ -22,13 +21,6 @@ namespace {
 template <typename T> Record* make()
 {
     return new T;
-}
-
-bool fail(const QSqlQuery& query, QString* error)
-{
-    if (error)
-        *error = RecordTable::describe(query.lastError());
-    return false;
 }
 } // namespace
 
@@ -72,20 +64,6 @@ const RecordTable& RecordTable::of(RecordKind kind)
                     &FocusSession::staticMetaObject, make<FocusSession>, std::nullopt),
     };
     return tables[static_cast<int>(kind)];
-}
-
-QString RecordTable::describe(const QSqlError& error)
-{
-    // SQLite's primary result codes, as the Qt driver reports them.
-    static const QStringList damage{QStringLiteral("10"), QStringLiteral("11"),
-                                    QStringLiteral("26")}; // IOERR, CORRUPT, NOTADB
-    const QString text = error.databaseText().isEmpty() ? error.text() : error.databaseText();
-    return damage.contains(error.nativeErrorCode()) ? DamagePrefix + text : error.text();
-}
-
-bool RecordTable::isDamage(const QString& described)
-{
-    return described.startsWith(DamagePrefix);
 }
 
 QStringList RecordTable::fields() const
@@ -141,80 +119,61 @@ QVariant RecordTable::fromSql(const QVariant& stored, QMetaType type)
     }
 }
 
-bool RecordTable::select(QSqlDatabase& db, const QString& field, const QVariant& value,
+bool RecordTable::select(StoreConnection& db, const QString& field, const QVariant& value,
                          QList<Record*>* out, QString* error) const
 {
     QString sql = u"SELECT " + m_columns + u" FROM " + quoted(m_name);
-    if (!field.isEmpty())
+    QVariantList values;
+    if (!field.isEmpty()) {
         sql += u" WHERE " + quoted(field) + u" = ?";
+        values.append(toSql(value));
+    }
     sql += u" ORDER BY rowid";
 
-    QSqlQuery query(db);
-    query.setForwardOnly(true);
-    if (!query.prepare(sql))
-        return fail(query, error);
-    if (!field.isEmpty())
-        query.addBindValue(toSql(value));
-    if (!query.exec())
-        return fail(query, error);
-    QList<Record*> rows;
-    while (query.next()) {
+    QList<QVariantList> rows;
+    if (!db.exec(sql, values, &rows, error))
+        return false;
+    for (const QVariantList& row : std::as_const(rows)) {
         Record* record = m_create();
         for (int c = 0; c < m_properties.size(); ++c)
-            m_properties[c].write(record, fromSql(query.value(c), m_properties[c].metaType()));
-        rows.append(record);
+            m_properties[c].write(record, fromSql(row.value(c), m_properties[c].metaType()));
+        out->append(record);
     }
-    // A step that fails ends the loop like the last row does: never hand back part
-    // of a table as the whole of it.
-    if (query.lastError().isValid()) {
-        qDeleteAll(rows);
-        return fail(query, error);
-    }
-    out->append(rows);
     return true;
 }
 
-bool RecordTable::insert(QSqlDatabase& db, const Record* record, QString* error) const
+bool RecordTable::insert(StoreConnection& db, const Record* record, QString* error) const
 {
     QStringList marks;
-    for (qsizetype i = 0; i < m_properties.size(); ++i)
+    QVariantList values;
+    for (const QMetaProperty& p : m_properties) {
         marks.append(QStringLiteral("?"));
-    QSqlQuery query(db);
-    if (!query.prepare(u"INSERT INTO " + quoted(m_name) + u" (" + m_columns + u") VALUES (" +
-                       marks.join(u", ") + u")"))
-        return fail(query, error);
-    for (const QMetaProperty& p : m_properties)
-        query.addBindValue(toSql(p.read(record)));
-    return query.exec() || fail(query, error);
+        values.append(toSql(p.read(record)));
+    }
+    return db.exec(u"INSERT INTO " + quoted(m_name) + u" (" + m_columns + u") VALUES (" +
+                       marks.join(u", ") + u")",
+                   values, nullptr, error);
 }
 
-bool RecordTable::update(QSqlDatabase& db, const Record* record, QString* error) const
+bool RecordTable::update(StoreConnection& db, const Record* record, QString* error) const
 {
     QStringList assignments;
-    QList<QMetaProperty> props;
+    QVariantList values;
     for (const QMetaProperty& p : m_properties) {
         const QString name = QString::fromLatin1(p.name());
         if (name == m_keyField)
             continue;
         assignments.append(quoted(name) + u" = ?");
-        props.append(p);
+        values.append(toSql(p.read(record)));
     }
-    QSqlQuery query(db);
-    if (!query.prepare(u"UPDATE " + quoted(m_name) + u" SET " + assignments.join(u", ") +
-                       u" WHERE " + quoted(m_keyField) + u" = ?"))
-        return fail(query, error);
-    for (const QMetaProperty& p : props)
-        query.addBindValue(toSql(p.read(record)));
-    query.addBindValue(record->key());
-    return query.exec() || fail(query, error);
+    values.append(record->key());
+    return db.exec(u"UPDATE " + quoted(m_name) + u" SET " + assignments.join(u", ") + u" WHERE " +
+                       quoted(m_keyField) + u" = ?",
+                   values, nullptr, error);
 }
 
-bool RecordTable::remove(QSqlDatabase& db, const QString& key, QString* error) const
+bool RecordTable::remove(StoreConnection& db, const QString& key, QString* error) const
 {
-    QSqlQuery query(db);
-    if (!query.prepare(u"DELETE FROM " + quoted(m_name) + u" WHERE " + quoted(m_keyField) +
-                       u" = ?"))
-        return fail(query, error);
-    query.addBindValue(key);
-    return query.exec() || fail(query, error);
+    return db.exec(u"DELETE FROM " + quoted(m_name) + u" WHERE " + quoted(m_keyField) + u" = ?",
+                   {key}, nullptr, error);
 }

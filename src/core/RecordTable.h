@@ -4,8 +4,6 @@
 
 #include <QMetaObject>
 #include <QMetaProperty>
-#include <QSqlDatabase>
-#include <QSqlError>
 #include <QStringList>
 #include <QVariant>
 
@@ -13,6 +11,7 @@
 #include <optional>
 
 class Record;
+class StoreConnection;
 
 // How one record type maps onto its SQLite table. Columns are the type's own
 // Q_PROPERTYs, by name. All row SQL lives here; the schema lives in DataStore.
@@ -40,17 +39,11 @@ public:
 
     // Rows matching `field = value` (all rows when field is empty), in rowid order,
     // as new unowned records.
-    bool select(QSqlDatabase& db, const QString& field, const QVariant& value, QList<Record*>* out,
-                QString* error) const;
-    bool insert(QSqlDatabase& db, const Record* record, QString* error) const;
-    bool update(QSqlDatabase& db, const Record* record, QString* error) const;
-    bool remove(QSqlDatabase& db, const QString& key, QString* error) const;
-
-    // An error of the store as the user reads it; damage to the file (a corrupt
-    // page, not a database, an I/O error) starts with DamagePrefix.
-    static inline const QString DamagePrefix = QStringLiteral("the store file is damaged: ");
-    static QString describe(const QSqlError& error);
-    static bool isDamage(const QString& described);
+    bool select(StoreConnection& db, const QString& field, const QVariant& value,
+                QList<Record*>* out, QString* error) const;
+    bool insert(StoreConnection& db, const Record* record, QString* error) const;
+    bool update(StoreConnection& db, const Record* record, QString* error) const;
+    bool remove(StoreConnection& db, const QString& key, QString* error) const;
 
     // A property value as it is stored, and back.
     static QVariant toSql(const QVariant& value);

@@ -7,6 +7,7 @@
 #include "HistoryStats.h"
 #include "PomodoroConfig.h"
 #include "RecordTable.h"
+#include "StoreConnection.h"
 #include "StoreSchema.h"
 #include "TaskItem.h"
 #include "TaskList.h"
@@ -209,9 +210,9 @@ private slots:
         ctx.insert(
             new FocusSession(FocusSession::Focus, m_now, m_now, 60, 60, FocusSession::Completed));
         QVERIFY(ctx.save());
-        QSqlQuery q(store->database());
-        QVERIFY(q.exec(QStringLiteral("PRAGMA user_version")) && q.next());
-        QCOMPARE(q.value(0).toInt(), StoreSchema::Version);
+        QList<QVariantList> version;
+        QVERIFY(store->connection().exec(QStringLiteral("PRAGMA user_version"), {}, &version));
+        QCOMPARE(version.value(0).value(0).toInt(), StoreSchema::Version);
         store.reset();
         // Opened again it is simply current, and still whole.
         QCOMPARE(open(path)->mainContext().count<FocusSession>(), 1);

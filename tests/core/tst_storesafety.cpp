@@ -5,6 +5,7 @@
 #include "ManualClock.h"
 #include "StoreBackups.h"
 #include "StoreCheck.h"
+#include "StoreConnection.h"
 #include "StoreHealth.h"
 #include "StoreRestore.h"
 
@@ -12,7 +13,6 @@
 #include <QDir>
 #include <QFile>
 #include <QSignalSpy>
-#include <QSqlDriver>
 #include <QSqlQuery>
 #include <QTemporaryDir>
 #include <QTest>
@@ -32,20 +32,18 @@ void writeStore(const QString& path, int days, const QString& habitName = QStrin
     auto* habit = new Habit(QStringLiteral("💧"), habitName, QStringLiteral("#3B82F6"), 8, 0);
     store->mainContext().insert(habit);
     QVERIFY(store->mainContext().save());
-    QSqlDatabase db = store->database();
-    QVERIFY(db.transaction());
-    QSqlQuery insert(db);
-    QVERIFY(insert.prepare(QStringLiteral("INSERT INTO habit_history VALUES (?, ?, ?, 8, 0, ?)")));
+    StoreConnection& db = store->connection();
+    QVERIFY(db.begin(nullptr));
     const QDate first(2016, 1, 1);
     for (int d = 0; d < days; ++d) {
-        insert.addBindValue(
-            QStringLiteral("00000000-0000-4000-8000-%1").arg(d, 12, 10, QChar(u'0')));
-        insert.addBindValue(first.addDays(d).toString(Qt::ISODate));
-        insert.addBindValue(d % 9);
-        insert.addBindValue(habit->key());
-        QVERIFY2(insert.exec(), qPrintable(insert.lastQuery()));
+        QString error;
+        QVERIFY2(db.exec(QStringLiteral("INSERT INTO habit_history VALUES (?, ?, ?, 8, 0, ?)"),
+                         {QStringLiteral("00000000-0000-4000-8000-%1").arg(d, 12, 10, QChar(u'0')),
+                          first.addDays(d).toString(Qt::ISODate), d % 9, habit->key()},
+                         nullptr, &error),
+                 qPrintable(error));
     }
-    QVERIFY(db.commit());
+    QVERIFY(db.commit(nullptr));
 }
 
 // Bytes read through system calls by this process so far.
@@ -64,7 +62,7 @@ qint64 bytesRead()
 // Pages SQLite had to read from the file on the store's own connection.
 int cacheMisses(DataStore& store)
 {
-    auto* db = *static_cast<sqlite3* const*>(store.database().driver()->handle().constData());
+    sqlite3* db = store.connection().handle();
     int current = 0, highest = 0;
     sqlite3_db_status(db, SQLITE_DBSTATUS_CACHE_MISS, &current, &highest, 0);
     return current;
