@@ -107,19 +107,31 @@ std::optional<Request> parseRestore(const QStringList& args, QTextStream& out, Q
     return request;
 }
 
-// The store's lock, taken for the command; nothing (and the reason said) when a
-// Tidewell that cannot be reached holds it. No lock without a path.
-std::optional<std::unique_ptr<StoreLock>> lockStore(const QString& path, QTextStream& err)
+// The store's path and its lock, taken for the command; nothing (and the reason
+// said) when there is no data folder or a Tidewell that cannot be reached holds
+// the lock.
+struct ClaimedStore
 {
+    QString path;
+    std::unique_ptr<StoreLock> lock;
+};
+
+std::optional<ClaimedStore> claimStore(QTextStream& err)
+{
+    QString error;
+    ClaimedStore claimed{DataStore::defaultPath(&error), nullptr};
+    if (claimed.path.isEmpty()) {
+        err << "tidewell: " << error << '\n';
+        return std::nullopt;
+    }
     bool held = false;
     QString ignored;
-    std::unique_ptr<StoreLock> lock =
-        path.isEmpty() ? nullptr : StoreLock::acquire(path, &held, &ignored);
+    claimed.lock = StoreLock::acquire(claimed.path, &held, &ignored);
     if (held) {
         err << "tidewell: Tidewell is running but cannot be reached; quit it and try again\n";
         return std::nullopt;
     }
-    return lock;
+    return claimed;
 }
 
 int restoreOnTheStore(const Request& request, QTextStream& out, QTextStream& err)
@@ -129,14 +141,10 @@ int restoreOnTheStore(const Request& request, QTextStream& out, QTextStream& err
         err << "tidewell: " << error << '\n';
         return DataCommand::Refused;
     }
-    const QString path = DataStore::defaultPath(&error);
-    const std::optional<std::unique_ptr<StoreLock>> lock = lockStore(path, err);
-    if (!lock)
+    const std::optional<ClaimedStore> claimed = claimStore(err);
+    if (!claimed)
         return DataCommand::Failed;
-    if (path.isEmpty()) {
-        err << "tidewell: " << error << '\n';
-        return DataCommand::Failed;
-    }
+    const QString& path = claimed->path;
     const bool damaged = QFileInfo::exists(path) &&
                          (StoreProbe::examine(path).verdict == StoreProbe::Verdict::Refused ||
                           !StoreProbe::damage(path).isEmpty());
@@ -168,13 +176,12 @@ int onTheStore(const Request& request, QTextStream& out, QTextStream& err)
         err << "tidewell: " << error << '\n';
         return DataCommand::Refused;
     }
-    const QString path = DataStore::defaultPath(&error);
-    const std::optional<std::unique_ptr<StoreLock>> lock = lockStore(path, err);
-    if (!lock)
+    const std::optional<ClaimedStore> claimed = claimStore(err);
+    if (!claimed)
         return DataCommand::Failed;
-    std::unique_ptr<DataStore> store = path.isEmpty() ? nullptr : DataStore::open(path, &error);
+    std::unique_ptr<DataStore> store = DataStore::open(claimed->path, &error);
     if (!store) {
-        err << "tidewell: cannot open the store at " << path << ": " << error << '\n';
+        err << "tidewell: cannot open the store at " << claimed->path << ": " << error << '\n';
         return DataCommand::Failed;
     }
     const Clock clock;
