@@ -1,13 +1,12 @@
 #pragma once
 
-#include <QHash>
 #include <QObject>
 #include <QString>
 
 #include <chrono>
 #include <functional>
-
-class QTimer;
+#include <map>
+#include <memory>
 
 // Runs an action once after a quiet period, per key: a burst of schedule() calls
 // with one key runs its action once, `delay` after the last call. Keys do not
@@ -17,7 +16,20 @@ class Debouncer final : public QObject
     Q_OBJECT
 
 public:
-    explicit Debouncer(QObject* parent = nullptr);
+    // One key's quiet period, restarted by each call of its burst.
+    class Wait
+    {
+    public:
+        virtual ~Wait() = default;
+        virtual void start(std::chrono::milliseconds delay) = 0;
+        virtual void stop() = 0;
+        virtual bool isActive() const = 0;
+    };
+    // Makes the wait of one key, which calls `elapsed` when it runs out. A timer on
+    // the debouncer's thread by default; tests run theirs out by hand.
+    using WaitFactory = std::function<std::unique_ptr<Wait>(std::function<void()> elapsed)>;
+
+    explicit Debouncer(QObject* parent = nullptr, WaitFactory waits = {});
     ~Debouncer() override;
 
     void schedule(const QString& key, std::chrono::milliseconds delay,
@@ -27,11 +39,14 @@ public:
     bool isPending(const QString& key) const;
 
 private:
-    // One timer per key, restarted by each call: a burst allocates nothing.
+    void elapsed(const QString& key);
+
+    // One wait per key, restarted by each call: a burst allocates nothing.
     struct Pending
     {
-        QTimer* timer = nullptr;
+        std::unique_ptr<Wait> wait;
         std::function<void()> action;
     };
-    QHash<QString, Pending> m_pending;
+    WaitFactory m_waits;
+    std::map<QString, Pending> m_pending;
 };
