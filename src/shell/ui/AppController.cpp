@@ -39,6 +39,7 @@
 namespace {
 // How long a start at login waits for a tray before it shows the hub instead.
 constexpr std::chrono::seconds kTrayGrace{5};
+constexpr std::chrono::seconds kQuietAfterStart{2};
 // The store's full check waits until start-up is well over, and is looked at
 // again every hour so that a session running for days checks (and backs up) daily.
 constexpr std::chrono::seconds kCheckDelay{3};
@@ -66,7 +67,9 @@ void AppController::start(Launch launch)
     m_services.audio().applySoundsPreference();
     m_services.dayReset().scheduleNext();
     m_services.timer().bootstrap();
-    QTimer::singleShot(0, this, [this] {
+    // Asking for the notification server may start it (bus activation): not while
+    // the first windows are being drawn.
+    QTimer::singleShot(kQuietAfterStart, this, [this] {
         QCoro::connect(m_services.notifications().checkAuthorization(), qApp, [] {});
     });
     WindowManager& windows = *m_windows;
@@ -146,8 +149,9 @@ void AppController::showFirstWindows(Launch launch)
     WindowManager& windows = *m_windows;
     if (launch == Launch::Normal) {
         m_hub->bringForward();
-        // Panels and tray items after the hub: the window the user asked for comes first.
-        windows.restoreFromPersistence();
+        // Panels and tray items once the hub's map request is out (the event loop
+        // flushes it as it wakes): the window the user asked for comes first.
+        QTimer::singleShot(0, &windows, &WindowManager::restoreFromPersistence);
         return;
     }
     // Started at login: the placed widgets are the app. With none, the hub is the
