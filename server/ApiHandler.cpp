@@ -54,6 +54,50 @@ HttpAnswer notAllowed(const QByteArray& allowed)
     return answer;
 }
 
+QByteArray etagOf(qint64 version)
+{
+    return '"' + QByteArray::number(version) + '"';
+}
+
+// Whether an If-Match / If-None-Match list names the current version: "*" names
+// any stored one; weak tags compare by their value, as for If-None-Match.
+bool listNames(const QByteArray& header, qint64 current)
+{
+    for (const QByteArray& item : header.split(',')) {
+        QByteArray tag = item.trimmed();
+        if (tag == "*")
+            return current > 0;
+        if (tag.startsWith("W/"))
+            tag = tag.mid(2);
+        if (tag == etagOf(current))
+            return true;
+    }
+    return false;
+}
+
+// The version an If-Match names, when it names exactly one; "*" is any stored
+// one, which the caller reads as the current version. Absent for anything else,
+// which matches no version.
+std::optional<qint64> versionNamed(const QByteArray& header)
+{
+    const QByteArray tag = header.trimmed();
+    if (tag.size() < 3 || !tag.startsWith('"') || !tag.endsWith('"'))
+        return std::nullopt;
+    bool ok = false;
+    const qint64 version = tag.mid(1, tag.size() - 2).toLongLong(&ok);
+    if (!ok || version < 0)
+        return std::nullopt;
+    return version;
+}
+
+HttpAnswer stale(qint64 current)
+{
+    HttpAnswer answer = HttpAnswer::error(
+        412, QStringLiteral("the resource changed since the version this change was made on"));
+    answer.addHeader("ETag", etagOf(current));
+    return answer;
+}
+
 HttpAnswer databaseDown()
 {
     return HttpAnswer::unavailable(
@@ -94,7 +138,7 @@ HttpAnswer ApiHandler::resource(const HttpCall& call, const QString& name)
         return notAllowed("GET, PUT");
     const QByteArray token = bearerToken(call);
     if (call.method == "GET")
-        return get(token, kind);
+        return get(call, token, kind);
 
     // An outage is never an answer about the token: the app would sign out.
     const Lookup<qint64> user = m_accounts.authenticate(token);
@@ -109,12 +153,33 @@ HttpAnswer ApiHandler::resource(const HttpCall& call, const QString& name)
     const std::optional<QByteArray> body = canonical(kind, call.body, &error);
     if (!body)
         return HttpAnswer::error(400, error.left(300));
-    if (!m_resources.put(*user, kind, *body, &error))
+    std::optional<qint64> ifVersion;
+    if (!call.header("If-Match").isNull()) {
+        // "*" or a list is rare from a client: settle it against the current
+        // version first; a single tag is compared inside the write itself.
+        const QByteArray condition = call.header("If-Match");
+        ifVersion = versionNamed(condition);
+        if (!ifVersion) {
+            const std::optional<qint64> current = m_resources.currentVersion(*user, kind, &error);
+            if (!current)
+                return databaseDown();
+            if (!listNames(condition, *current))
+                return stale(*current);
+            ifVersion = *current;
+        }
+    }
+    const std::optional<ResourceStore::Written> written =
+        m_resources.put(*user, kind, *body, &error, ifVersion);
+    if (!written)
         return databaseDown();
-    return HttpAnswer::json(200, WireEnvelope::okReply());
+    if (written->stale)
+        return stale(written->version);
+    HttpAnswer answer = HttpAnswer::json(200, WireEnvelope::okReply());
+    answer.addHeader("ETag", etagOf(written->version));
+    return answer;
 }
 
-HttpAnswer ApiHandler::get(const QByteArray& token, ResourceStore::Kind kind)
+HttpAnswer ApiHandler::get(const HttpCall& call, const QByteArray& token, ResourceStore::Kind kind)
 {
     if (!Accounts::plausibleToken(token))
         return unauthorized();
@@ -125,6 +190,15 @@ HttpAnswer ApiHandler::get(const QByteArray& token, ResourceStore::Kind kind)
     if (!found)
         return unauthorized();
     m_accounts.noteUse(found->tokenId, found->lastUsed);
+    const QByteArray tag = etagOf(found->version);
+    if (!call.header("If-None-Match").isNull() &&
+        listNames(call.header("If-None-Match"), found->version)) {
+        HttpAnswer answer{304, {}, {}, {}};
+        answer.addHeader("ETag", tag);
+        return answer;
+    }
     const QByteArray none = kind == ResourceStore::Kind::Pomodoro ? "null" : "[]";
-    return HttpAnswer::json(200, "{\"data\":" + found->body.value_or(none) + '}');
+    HttpAnswer answer = HttpAnswer::json(200, "{\"data\":" + found->body.value_or(none) + '}');
+    answer.addHeader("ETag", tag);
+    return answer;
 }

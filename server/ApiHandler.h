@@ -21,7 +21,7 @@ public:
 
 private:
     HttpAnswer resource(const HttpCall& call, const QString& name);
-    HttpAnswer get(const QByteArray& token, ResourceStore::Kind kind);
+    HttpAnswer get(const HttpCall& call, const QByteArray& token, ResourceStore::Kind kind);
 
     ServerDatabase& m_db;
     Accounts& m_accounts;

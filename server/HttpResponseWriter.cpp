@@ -74,7 +74,9 @@ QByteArray HttpResponseWriter::write(const HttpAnswer& answer, bool headRequest,
            "\r\n";
     if (!answer.contentType.isEmpty())
         out += "Content-Type: " + answer.contentType + "\r\n";
-    out += "Content-Length: " + QByteArray::number(answer.body.size()) + "\r\n";
+    // A 304 has no body by definition, and a length there would claim the 200's.
+    if (answer.status != 304)
+        out += "Content-Length: " + QByteArray::number(answer.body.size()) + "\r\n";
     for (const auto& [name, value] : answer.headers)
         out += name + ": " + value + "\r\n";
     if (!keepAlive)

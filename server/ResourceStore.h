@@ -43,22 +43,40 @@ public:
         qint64 userId = 0;
         QVariant lastUsed; // the token's
         std::optional<QByteArray> body;
+        qint64 version = 0; // 0 until the first store
     };
     Lookup<Owned> currentByToken(const QString& tokenHash, Kind kind);
     // The current body; absent when the user never stored one. False on a
     // database failure.
     bool current(qint64 userId, Kind kind, std::optional<QByteArray>* body, QString* error);
+    // What a store did: the new version, or with `stale` the current one, which
+    // was not `ifVersion`, and nothing written.
+    struct Written
+    {
+        bool stale = false;
+        qint64 version = 0;
+    };
     // Stores `body` as the new current version, in one transaction, and forgets
-    // versions older than the kept ones.
-    bool put(qint64 userId, Kind kind, const QByteArray& body, QString* error);
+    // versions older than the kept ones; with `ifVersion` only when that is still
+    // the current version (0: none stored yet). Absent on a database failure.
+    std::optional<Written> put(qint64 userId, Kind kind, const QByteArray& body, QString* error,
+                               std::optional<qint64> ifVersion = std::nullopt);
+    // The current version: 0 when none was stored; absent on a database failure.
+    std::optional<qint64> currentVersion(qint64 userId, Kind kind, QString* error)
+    {
+        return headVersion(m_db, userId, kind, error);
+    }
     // Newest first.
     QList<Version> history(qint64 userId, Kind kind, QString* error);
     // Makes a copy of version `number` the current one.
     bool restore(qint64 userId, Kind kind, qint64 number, QString* error);
 
 private:
-    bool store(ServerDatabase& db, qint64 userId, Kind kind, const QByteArray& body,
-               QString* error);
+    // The current version; 0 when none was stored.
+    std::optional<qint64> headVersion(ServerDatabase& db, qint64 userId, Kind kind, QString* error);
+    std::optional<Written> store(ServerDatabase& db, qint64 userId, Kind kind,
+                                 const QByteArray& body, std::optional<qint64> ifVersion,
+                                 QString* error);
 
     ServerDatabase& m_db;
     const Clock& m_clock;

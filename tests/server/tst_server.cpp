@@ -122,6 +122,77 @@ private slots:
         QCOMPARE(call("GET", u"/api/v1/habits"_s, {}, *other).body, "{\"data\":[]}"_ba);
     }
 
+    // Every resource has a version: GET tells it and answers 304 to a client that
+    // has it; a PUT made on an older version is refused with the current one and
+    // stores nothing. Without the headers nothing changes (the tests above).
+    void versionsGuardWrites()
+    {
+        const auto put = [this](const QString& path, const QByteArray& body,
+                                const QByteArray& ifMatch) {
+            HttpCall c;
+            c.method = "PUT";
+            c.path = path;
+            c.body = body;
+            c.headers = {{"Authorization", "Bearer " + m_token.toUtf8()}, {"If-Match", ifMatch}};
+            return m_server->handle(c);
+        };
+        const auto get = [this](const QString& path, const QByteArray& ifNoneMatch) {
+            HttpCall c;
+            c.method = "GET";
+            c.path = path;
+            c.headers = {{"Authorization", "Bearer " + m_token.toUtf8()},
+                         {"If-None-Match", ifNoneMatch}};
+            return m_server->handle(c);
+        };
+        const auto etag = [](const HttpAnswer& a) {
+            for (const auto& [name, value] : a.headers) {
+                if (name == "ETag")
+                    return value;
+            }
+            return QByteArray();
+        };
+        const QString habitsPath = u"/api/v1/habits"_s;
+        QCOMPARE(etag(call("GET", habitsPath)), "\"0\""_ba);
+        HttpAnswer a = call("PUT", habitsPath, WireEnvelope::encode(habits()));
+        QCOMPARE(etag(a), "\"1\""_ba);
+
+        a = get(habitsPath, "\"1\"");
+        QCOMPARE(a.status, 304);
+        QVERIFY(a.body.isEmpty());
+        QCOMPARE(etag(a), "\"1\""_ba);
+        QCOMPARE(get(habitsPath, "W/\"1\", \"7\"").status, 304);
+        QCOMPARE(get(habitsPath, "*").status, 304);
+        QCOMPARE(get(habitsPath, "\"0\"").status, 200);
+
+        // Made on version 0 while the server has 1: refused, nothing stored.
+        QList<WireHabit> changed = habits();
+        changed[0].currentValue = 7;
+        a = put(habitsPath, WireEnvelope::encode(changed), "\"0\"");
+        QCOMPARE(a.status, 412);
+        QCOMPARE(etag(a), "\"1\""_ba);
+        QString why;
+        QCOMPARE(WireEnvelope::decodeHabits(call("GET", habitsPath).body, &why).value(), habits());
+        for (const QByteArray& bad : {"1"_ba, "\"x\""_ba, "\"-1\""_ba, ""_ba})
+            QCOMPARE(put(habitsPath, WireEnvelope::encode(changed), bad).status, 412);
+
+        a = put(habitsPath, WireEnvelope::encode(changed), "\"1\"");
+        QCOMPARE(a.status, 200);
+        QCOMPARE(etag(a), "\"2\""_ba);
+        QCOMPARE(put(habitsPath, WireEnvelope::encode(habits()), "*").status, 200);
+        QCOMPARE(put(habitsPath, WireEnvelope::encode(habits()), "\"9\", \"3\"").status, 200);
+        QCOMPARE(etag(call("GET", habitsPath)), "\"4\""_ba);
+
+        // A resource never stored is at version 0, and "*" names no version of it.
+        const QString tasksPath = u"/api/v1/tasks"_s;
+        QCOMPARE(etag(put(tasksPath, WireEnvelope::encode(lists()), "\"3\"")), "\"0\""_ba);
+        QCOMPARE(put(tasksPath, WireEnvelope::encode(lists()), "*").status, 412);
+        QCOMPARE(call("GET", tasksPath).body, "{\"data\":[]}"_ba);
+        QCOMPARE(put(tasksPath, WireEnvelope::encode(lists()), "\"0\"").status, 200);
+        QCOMPARE(put(tasksPath, WireEnvelope::encode(lists()), "\"0\"").status, 412);
+        QCOMPARE(m_server->resources().history(m_userId, ResourceStore::Kind::Tasks, &why).size(),
+                 1);
+    }
+
     void refusalsStoreNothing_data()
     {
         QTest::addColumn<QByteArray>("method");
