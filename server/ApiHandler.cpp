@@ -1,6 +1,7 @@
 #include "ApiHandler.h"
 
 #include "Accounts.h"
+#include "ChangeFeed.h"
 #include "ResourceStore.h"
 #include "ServerDatabase.h"
 #include "WireEnvelope.h"
@@ -105,10 +106,12 @@ HttpAnswer databaseDown()
 }
 } // namespace
 
-ApiHandler::ApiHandler(ServerDatabase& db, Accounts& accounts, ResourceStore& resources)
+ApiHandler::ApiHandler(ServerDatabase& db, Accounts& accounts, ResourceStore& resources,
+                       ChangeFeed& feed)
     : m_db(db)
     , m_accounts(accounts)
     , m_resources(resources)
+    , m_feed(feed)
 {}
 
 bool ApiHandler::handles(const QString& path)
@@ -126,6 +129,8 @@ HttpAnswer ApiHandler::handle(const HttpCall& call)
         return HttpAnswer::json(200, QByteArrayLiteral("{\"ok\":true}"));
     }
     const QString name = call.path.mid(apiPrefix.size());
+    if (name == u"changes")
+        return changes(call);
     if (!ResourceStore::kindNamed(name))
         return HttpAnswer::error(404, QStringLiteral("no such resource"));
     return resource(call, name);
@@ -174,6 +179,7 @@ HttpAnswer ApiHandler::resource(const HttpCall& call, const QString& name)
         return databaseDown();
     if (written->stale)
         return stale(written->version);
+    m_feed.changed(*user, int(kind), written->version);
     HttpAnswer answer = HttpAnswer::json(200, WireEnvelope::okReply());
     answer.addHeader("ETag", etagOf(written->version));
     return answer;
@@ -193,7 +199,7 @@ HttpAnswer ApiHandler::get(const HttpCall& call, const QByteArray& token, Resour
     const QByteArray tag = etagOf(found->version);
     if (!call.header("If-None-Match").isNull() &&
         listNames(call.header("If-None-Match"), found->version)) {
-        HttpAnswer answer{304, {}, {}, {}};
+        HttpAnswer answer{304, {}, {}, {}, {}};
         answer.addHeader("ETag", tag);
         return answer;
     }
@@ -201,4 +207,40 @@ HttpAnswer ApiHandler::get(const HttpCall& call, const QByteArray& token, Resour
     HttpAnswer answer = HttpAnswer::json(200, "{\"data\":" + found->body.value_or(none) + '}');
     answer.addHeader("ETag", tag);
     return answer;
+}
+
+HttpAnswer ApiHandler::changes(const HttpCall& call)
+{
+    if (call.method != "GET")
+        return notAllowed("GET");
+    ChangeFeed::Versions known{};
+    for (int k = 0; k < int(known.size()); ++k) {
+        const QString name = ResourceStore::nameOf(ResourceStore::Kind(k));
+        bool ok = false;
+        known[k] = call.query.queryItemValue(name).toLongLong(&ok);
+        if (!ok || known[k] < 0)
+            return HttpAnswer::error(400, QStringLiteral("changes takes the version of each "
+                                                         "resource the app has: "
+                                                         "habits=V&tasks=V&pomodoro=V"));
+    }
+    const QByteArray token = bearerToken(call);
+    if (!Accounts::plausibleToken(token))
+        return unauthorized();
+    const Lookup<ResourceStore::OwnedVersions> found =
+        m_resources.versionsByToken(Accounts::hashOf(token));
+    if (found.unavailable)
+        return databaseDown();
+    if (!found)
+        return unauthorized();
+    m_accounts.noteUse(found->tokenId, found->lastUsed);
+    // Any difference is news, a version the server does not have (it was reset
+    // or restored) as much as a newer one.
+    if (found->versions != known)
+        return ChangeFeed::moved(found->versions);
+    HttpAnswer later;
+    later.later = [feed = &m_feed, user = found->userId,
+                   versions = found->versions](std::function<void(HttpAnswer)> reply) {
+        feed->wait(user, versions, std::move(reply));
+    };
+    return later;
 }

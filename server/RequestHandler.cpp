@@ -12,7 +12,7 @@ RequestHandler::RequestHandler(std::unique_ptr<ServerDatabase> db, const Shared&
     , m_db(std::move(db))
     , m_accounts(std::make_unique<Accounts>(*m_db, shared.clock))
     , m_resources(std::make_unique<ResourceStore>(*m_db, shared.clock))
-    , m_api(std::make_unique<ApiHandler>(*m_db, *m_accounts, *m_resources))
+    , m_api(std::make_unique<ApiHandler>(*m_db, *m_accounts, *m_resources, shared.feed))
     , m_sessions(std::make_unique<Sessions>(*m_db, shared.clock))
     , m_web(std::make_unique<WebPages>(*m_accounts, *m_sessions, shared.clock, shared.web,
                                        shared.throttle))

@@ -11,6 +11,7 @@
 
 class Accounts;
 class ApiHandler;
+class ChangeFeed;
 class Clock;
 class OutageLog;
 class ResourceStore;
@@ -30,6 +31,7 @@ public:
         SignInThrottle& throttle;
         const TrustedProxies& proxies;
         OutageLog& outages;
+        ChangeFeed& feed;
         WebPages::Settings web;
         bool strictTransport = false; // send HSTS: the server is reached over HTTPS
     };

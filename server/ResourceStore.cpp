@@ -72,6 +72,26 @@ Lookup<ResourceStore::Owned> ResourceStore::currentByToken(const QString& tokenH
     return Lookup<Owned>::found(std::move(out));
 }
 
+Lookup<ResourceStore::OwnedVersions> ResourceStore::versionsByToken(const QString& tokenHash)
+{
+    const auto q = m_db.exec(
+        QStringLiteral("SELECT t.id, t.user_id, t.last_used_at, h.kind, h.version FROM tokens t "
+                       "LEFT JOIN resource_heads h ON h.user_id = t.user_id "
+                       "WHERE t.token_hash = ?"),
+        {tokenHash});
+    if (!q)
+        return Lookup<OwnedVersions>::failed();
+    if (q->rows.isEmpty())
+        return Lookup<OwnedVersions>::missing();
+    const QVariantList& first = q->rows.first();
+    OwnedVersions out{first[0].toLongLong(), first[1].toLongLong(), first[2], {}};
+    for (const QVariantList& row : q->rows) {
+        if (const std::optional<Kind> kind = kindNamed(row[3].toString()))
+            out.versions[size_t(*kind)] = row[4].toLongLong();
+    }
+    return Lookup<OwnedVersions>::found(std::move(out));
+}
+
 std::optional<qint64> ResourceStore::headVersion(ServerDatabase& db, qint64 userId, Kind kind,
                                                  QString* error)
 {

@@ -8,6 +8,7 @@
 
 #include "Lookup.h"
 
+#include <array>
 #include <optional>
 
 class Clock;
@@ -46,6 +47,16 @@ public:
         qint64 version = 0; // 0 until the first store
     };
     Lookup<Owned> currentByToken(const QString& tokenHash, Kind kind);
+    // The owner of a bearer token with the current version of each kind (by
+    // Kind's order; 0 for one never stored), in one statement.
+    struct OwnedVersions
+    {
+        qint64 tokenId = 0;
+        qint64 userId = 0;
+        QVariant lastUsed;
+        std::array<qint64, 3> versions{};
+    };
+    Lookup<OwnedVersions> versionsByToken(const QString& tokenHash);
     // The current body; absent when the user never stored one. False on a
     // database failure.
     bool current(qint64 userId, Kind kind, std::optional<QByteArray>* body, QString* error);

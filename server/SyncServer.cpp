@@ -83,10 +83,12 @@ SyncServer::SyncServer(Options options, TrustedProxies proxies, QString publicOr
     , m_clock(m_options.clock)
     , m_proxies(std::move(proxies))
     , m_throttle(m_clock)
+    , m_feed(m_options.changesPatience)
     , m_shared{m_clock,
                m_throttle,
                m_proxies,
                m_outages,
+               m_feed,
                {m_options.schemes, publicOrigin},
                publicOrigin.startsWith(u"https:") || !m_options.tlsCertificate.isEmpty()}
 {}
@@ -121,7 +123,12 @@ bool SyncServer::listen(QString* error)
     m_listener = new HttpListener(
         m_options.limits, m_proxies,
         [this](HttpCall call, HttpListener::Reply reply) {
-            m_pool->submit(std::move(call), std::move(reply));
+            m_pool->submit(std::move(call), [reply](HttpAnswer answer) {
+                if (answer.later)
+                    answer.later(reply);
+                else
+                    reply(std::move(answer));
+            });
         },
         this);
     m_listener->setAccessLog(m_options.accessLog);
@@ -164,6 +171,8 @@ quint16 SyncServer::port() const
 
 void SyncServer::shutdown()
 {
+    // A waiting long poll would hold the drain for its whole patience.
+    m_feed.release();
     if (m_listener)
         m_listener->drain(10'000);
     else

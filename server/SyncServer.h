@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ChangeFeed.h"
 #include "Clock.h"
 #include "HttpAnswer.h"
 #include "HttpCall.h"
@@ -44,6 +45,8 @@ public:
         bool accessLog = false;
         int threads = 0;     // request threads; 0: twice the cores, at least 4
         Clock::Source clock; // empty: the system clock
+        // How long GET /api/v1/changes waits for a change before it answers 304.
+        std::chrono::milliseconds changesPatience{60'000};
     };
 
     // Checks the options and opens the database; nothing listens yet.
@@ -66,6 +69,8 @@ public:
     ServerDatabase& database() { return m_main->database(); }
     Accounts& accounts() { return m_main->accounts(); }
     ResourceStore& resources() { return m_main->resources(); }
+    // Clients waiting on /api/v1/changes.
+    int waitingForChanges() const { return m_feed.waiting(); }
 
 signals:
     void stopped();
@@ -78,6 +83,7 @@ private:
     TrustedProxies m_proxies;
     SignInThrottle m_throttle;
     OutageLog m_outages;
+    ChangeFeed m_feed;
     RequestHandler::Shared m_shared;
     std::unique_ptr<RequestHandler> m_main;
     std::unique_ptr<RequestPool> m_pool;

@@ -34,7 +34,7 @@ QString field(const QUrlQuery& form, const QString& name)
 
 HttpAnswer redirect(const QByteArray& location)
 {
-    HttpAnswer answer{303, "text/plain; charset=utf-8", "See " + location + '\n', {}};
+    HttpAnswer answer{303, "text/plain; charset=utf-8", "See " + location + '\n', {}, {}};
     answer.headers.append(Header("Location", location));
     return answer;
 }
@@ -110,6 +110,7 @@ HttpAnswer WebPages::page(int status, const QString& title, const QString& body,
                       "text/html; charset=utf-8",
                       HtmlPage::render(title, body, session ? session->userName : QString(),
                                        session ? session->csrf : QString()),
+                      {},
                       {}};
     answer.headers.append(Header("Content-Security-Policy", contentSecurityPolicy().toLatin1()));
     answer.headers.append(Header("X-Frame-Options", "DENY"));
@@ -148,6 +149,7 @@ HttpAnswer WebPages::handle(const HttpCall& call)
                           name.endsWith(u".css") ? "text/css; charset=utf-8"
                                                  : "text/javascript; charset=utf-8",
                           file.readAll(),
+                          {},
                           {}};
         return answer;
     }

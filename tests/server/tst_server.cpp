@@ -31,7 +31,8 @@ class TestServer final : public QObject
     {
         HttpCall c;
         c.method = method;
-        c.path = path;
+        c.path = path.section(u'?', 0, 0);
+        c.query = QUrlQuery(path.section(u'?', 1));
         c.body = body;
         const QString bearer = token == u"<own>" ? m_token : token;
         if (!bearer.isNull())
@@ -191,6 +192,69 @@ private slots:
         QCOMPARE(put(tasksPath, WireEnvelope::encode(lists()), "\"0\"").status, 412);
         QCOMPARE(m_server->resources().history(m_userId, ResourceStore::Kind::Tasks, &why).size(),
                  1);
+    }
+
+    // A client waiting on /api/v1/changes is told of its user's next PUT at once,
+    // with the versions; not of another user's; after the patience it gets 304;
+    // a client whose versions are not the server's is told at once. Over a real
+    // connection, as the listener holds the answer without a thread.
+    void changesWakeWaitingClients()
+    {
+        m_server.reset();
+        SyncServer::Options options;
+        options.database.url = m_db->url();
+        options.port = 0;
+        options.changesPatience = std::chrono::milliseconds(400);
+        QString error;
+        m_server = SyncServer::create(options, &error);
+        QVERIFY(m_server && m_server->listen(&error));
+        m_token = m_server->accounts().createToken(m_userId, u"feed"_s, &error).value_or(QString());
+        QVERIFY(m_server->accounts().addUser(u"bo"_s, u"another pass"_s, &error));
+        const QString other = *m_server->accounts().createToken(
+            m_server->accounts().user(u"bo"_s)->id, u"x"_s, &error);
+
+        const auto ask = [this](const QByteArray& versions, const QString& token) {
+            auto socket = std::make_shared<QTcpSocket>();
+            socket->connectToHost(QHostAddress::LocalHost, m_server->port());
+            socket->write("GET /api/v1/changes?" + versions + " HTTP/1.1\r\nHost: x\r\n" +
+                          "Authorization: Bearer " + token.toUtf8() + "\r\n\r\n");
+            return socket;
+        };
+        const auto bodyOf = [](const QByteArray& reply) {
+            return reply.mid(reply.indexOf("\r\n\r\n") + 4);
+        };
+
+        QCOMPARE(call("GET", u"/api/v1/changes"_s).status, 400);
+        QCOMPARE(
+            call("GET", u"/api/v1/changes?habits=0&tasks=0&pomodoro=0"_s, {}, u"tw_x"_s).status,
+            401);
+
+        auto waiting = ask("habits=0&tasks=0&pomodoro=0", m_token);
+        auto stranger = ask("habits=0&tasks=0&pomodoro=0", other);
+        QTRY_COMPARE(m_server->waitingForChanges(), 2);
+        QCOMPARE(call("PUT", u"/api/v1/tasks"_s, WireEnvelope::encode(lists())).status, 200);
+        QTRY_VERIFY_WITH_TIMEOUT(waiting->bytesAvailable() > 0, 2000);
+        const QByteArray told = waiting->readAll();
+        QVERIFY2(told.startsWith("HTTP/1.1 200"), told.constData());
+        QCOMPARE(bodyOf(told), "{\"habits\":0,\"pomodoro\":0,\"tasks\":1}"_ba);
+        QTRY_VERIFY_WITH_TIMEOUT(stranger->bytesAvailable() > 0, 2000);
+        QVERIFY(stranger->readAll().startsWith("HTTP/1.1 304"));
+
+        // Behind, or ahead of a server that was reset: answered at once.
+        HttpAnswer now = call("GET", u"/api/v1/changes?habits=0&tasks=0&pomodoro=0"_s);
+        QCOMPARE(now.status, 200);
+        QVERIFY(!now.later);
+        now = call("GET", u"/api/v1/changes?habits=5&tasks=1&pomodoro=0"_s);
+        QCOMPARE(bodyOf("\r\n\r\n" + now.body), "{\"habits\":0,\"pomodoro\":0,\"tasks\":1}"_ba);
+
+        // Stopping answers whoever waits rather than holding the stop.
+        auto last = ask("habits=0&tasks=1&pomodoro=0", m_token);
+        QTRY_COMPARE(m_server->waitingForChanges(), 1);
+        QSignalSpy stopped(m_server.get(), &SyncServer::stopped);
+        m_server->shutdown();
+        QTRY_VERIFY_WITH_TIMEOUT(last->bytesAvailable() > 0, 1000);
+        QVERIFY(last->readAll().startsWith("HTTP/1.1 304"));
+        QTRY_COMPARE_WITH_TIMEOUT(stopped.size(), 1, 3000);
     }
 
     void refusalsStoreNothing_data()
