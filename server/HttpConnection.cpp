@@ -9,9 +9,9 @@
 
 #include <cstdio>
 
-HttpConnection::HttpConnection(quint64 id, QTcpSocket* socket, HttpRequestParser::Limits limits,
-                               Timeouts timeouts, const TrustedProxies& proxies, Dispatch dispatch,
-                               QObject* parent)
+HttpConnection::HttpConnection(quint64 id, QAbstractSocket* socket,
+                               HttpRequestParser::Limits limits, Timeouts timeouts,
+                               const TrustedProxies& proxies, Dispatch dispatch, QObject* parent)
     : QObject(parent)
     , m_id(id)
     , m_socket(socket)
@@ -63,12 +63,17 @@ void HttpConnection::readIncoming()
 {
     if (!m_socket)
         return;
-    if (m_closing) {
-        m_socket->readAll(); // what follows a refusal is not read, only drained
+    const QByteArray incoming = m_socket->readAll();
+    // An unbuffered socket learns that the peer closed only as it reads, and
+    // says so by its state alone, with no signal.
+    if (m_socket->state() == QAbstractSocket::UnconnectedState) {
+        emit closed(m_id);
         return;
     }
+    if (m_closing)
+        return; // what follows a refusal is not read, only drained
     const bool wasEmpty = m_buffer.isEmpty() && !m_parser.midRequest();
-    m_buffer += m_socket->readAll();
+    m_buffer += incoming;
     if (m_inFlight)
         return; // taken up once the answer is out
     if (wasEmpty && !m_buffer.isEmpty())
@@ -103,6 +108,10 @@ void HttpConnection::process()
         m_keepAlive = m_parser.keepAlive();
         m_head = call.method == "HEAD";
         m_inFlight = true;
+        // What readAll() grew stays allocated otherwise, for as long as the
+        // answer takes: a minute for a client on the change feed.
+        if (m_buffer.isEmpty())
+            m_buffer.clear();
         if (m_accessLog) {
             m_logClient = call.client.toString();
             m_logRequest =

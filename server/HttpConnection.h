@@ -10,7 +10,7 @@
 
 #include <functional>
 
-class QTcpSocket;
+class QAbstractSocket;
 class QTimer;
 class TrustedProxies;
 
@@ -29,7 +29,7 @@ public:
     };
     using Dispatch = std::function<void(quint64 id, HttpCall call)>;
 
-    HttpConnection(quint64 id, QTcpSocket* socket, HttpRequestParser::Limits limits,
+    HttpConnection(quint64 id, QAbstractSocket* socket, HttpRequestParser::Limits limits,
                    Timeouts timeouts, const TrustedProxies& proxies, Dispatch dispatch,
                    QObject* parent);
     ~HttpConnection() override;
@@ -54,7 +54,7 @@ private:
     void armRequest();
 
     const quint64 m_id;
-    QPointer<QTcpSocket> m_socket;
+    QPointer<QAbstractSocket> m_socket;
     HttpRequestParser m_parser;
     const Timeouts m_timeouts;
     const TrustedProxies& m_proxies;

@@ -12,12 +12,22 @@ HttpListener::HttpListener(Limits limits, const TrustedProxies& proxies, Dispatc
     , m_limits(limits)
     , m_proxies(proxies)
     , m_dispatch(std::move(dispatch))
-{}
+{
+    // Apps on the change feed all come back at once after a restart or an outage:
+    // a short queue of unaccepted connections would reset most of them.
+    setListenBacklogSize(1024);
+}
 
 void HttpListener::incomingConnection(qintptr descriptor)
 {
-    QTcpSocket* socket = m_tls ? new QSslSocket(this) : new QTcpSocket(this);
-    if (!socket->setSocketDescriptor(descriptor)) {
+    // Plain connections unbuffered (a QTcpSocket always buffers, and keeps a 16 kB
+    // read block for its whole life, while a client on the change feed lives
+    // long); TLS needs its buffers.
+    QAbstractSocket* socket =
+        m_tls ? new QSslSocket(this) : new QAbstractSocket(QAbstractSocket::TcpSocket, this);
+    const QIODevice::OpenMode mode =
+        m_tls ? QIODevice::ReadWrite : QIODevice::ReadWrite | QIODevice::Unbuffered;
+    if (!socket->setSocketDescriptor(descriptor, QAbstractSocket::ConnectedState, mode)) {
         delete socket;
         return;
     }

@@ -69,8 +69,9 @@ public:
     ServerDatabase& database() { return m_main->database(); }
     Accounts& accounts() { return m_main->accounts(); }
     ResourceStore& resources() { return m_main->resources(); }
-    // Clients waiting on /api/v1/changes.
+    // Clients waiting on /api/v1/changes, and connections open in all.
     int waitingForChanges() const { return m_feed.waiting(); }
+    int openConnections() const { return m_listener ? m_listener->openConnections() : 0; }
 
 signals:
     void stopped();

@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 
 #include <malloc.h>
+#include <sys/resource.h>
 
 int main(int argc, char* argv[])
 {
@@ -16,6 +17,12 @@ int main(int argc, char* argv[])
     // nothing a server needs.
     if (qEnvironmentVariableIsEmpty("QT_NO_GLIB"))
         qputenv("QT_NO_GLIB", "1");
+    // Every app on the change feed holds a connection: take all the descriptors the
+    // system allows (a service manager's soft limit is often 1024).
+    if (rlimit files{}; getrlimit(RLIMIT_NOFILE, &files) == 0 && files.rlim_cur < files.rlim_max) {
+        files.rlim_cur = files.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &files);
+    }
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("tidewell-server"));
     QCoreApplication::setApplicationVersion(QStringLiteral(TIDEWELL_VERSION));

@@ -240,6 +240,15 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(stranger->bytesAvailable() > 0, 2000);
         QVERIFY(stranger->readAll().startsWith("HTTP/1.1 304"));
 
+        // A client that goes away while it waits is forgotten at once (its
+        // answer, when it comes, goes nowhere).
+        auto gone = ask("habits=0&tasks=1&pomodoro=0", m_token);
+        QTRY_COMPARE(m_server->waitingForChanges(), 1);
+        QCOMPARE(m_server->openConnections(), 3);
+        gone->abort();
+        QTRY_COMPARE(m_server->openConnections(), 2);
+        QTRY_COMPARE(m_server->waitingForChanges(), 0); // its patience ran out
+
         // Behind, or ahead of a server that was reset: answered at once.
         HttpAnswer now = call("GET", u"/api/v1/changes?habits=0&tasks=0&pomodoro=0"_s);
         QCOMPARE(now.status, 200);

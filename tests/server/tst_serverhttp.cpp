@@ -128,7 +128,7 @@ private slots:
         HttpAnswer badName = HttpAnswer::json(200, "{}");
         badName.addHeader("Set-Cookie: x=1\r\nY", "z");
         QVERIFY(HttpResponseWriter::write(badName, false, true).startsWith("HTTP/1.1 500 "));
-        HttpAnswer badType{200, "text/html\r\nX: 1", "", {}};
+        HttpAnswer badType{200, "text/html\r\nX: 1", "", {}, {}};
         QVERIFY(HttpResponseWriter::write(badType, false, true).startsWith("HTTP/1.1 500 "));
         QVERIFY(HttpResponseWriter::isSafeHeader("X-Tab", "a\tb"));
     }

@@ -41,9 +41,10 @@ class TidewellServer:
     def create_token(self, user="ann"):
         return self.cli("token", "create", user)
 
-    def start(self, timeout=20):
+    def start(self, timeout=20, extra=()):
         self.proc = subprocess.Popen([self.binary, "serve", "--listen",
-                                      "127.0.0.1:%d" % self.port, "--database", self.database],
+                                      "127.0.0.1:%d" % self.port, "--database", self.database,
+                                      *extra],
                                      stdout=subprocess.DEVNULL, stderr=self.stderr)
         deadline = time.monotonic() + timeout
         while not self.healthy():
