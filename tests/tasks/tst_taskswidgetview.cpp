@@ -306,8 +306,17 @@ private slots:
         find<QAction>("deleteAllAction")->trigger();
         QTRY_COMPARE(m_view->rows()->count(), 0);
 
-        // The current list vanishing (as in a pull) leaves no current list.
+        // A pull replaces every list with a new record of the same name: the
+        // current one vanishing shows the first list, not "—" and no tasks.
+        TaskList* pulled = new TaskList("Pulled", -1);
+        context().insert(pulled);
+        context().insert(new TaskItem("from elsewhere", 0, pulled));
         context().remove(work);
+        QTRY_COMPARE(switcherText(), QStringLiteral("Pulled"));
+        QTRY_COMPARE(shownHeaders(), QStringList{"from elsewhere"});
+        // With no list left there is nothing to show.
+        for (TaskList* list : TasksService::listsInOrder(context()))
+            context().remove(list);
         QTRY_COMPARE(switcherText(), QStringLiteral("—"));
         QVERIFY(find("emptyStateText")->isVisible());
     }

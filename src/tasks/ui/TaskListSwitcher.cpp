@@ -49,6 +49,12 @@ void TaskListSwitcher::setLists(const QList<TaskList*>& lists)
     m_lists.clear();
     for (TaskList* list : lists)
         m_lists.append(list);
+    // A selection of no list (none yet, or one a pull replaced) is an empty one:
+    // the first list is shown, never "—" beside lists that exist.
+    if (!currentList() && !lists.isEmpty()) {
+        setSelectedListId(lists.first()->id());
+        return;
+    }
     updateLabel();
 }
 

@@ -202,10 +202,7 @@ void TasksWidgetView::showEvent(QShowEvent* event)
     QWidget::showEvent(event);
     m_service.bootstrap();
     if (m_context) {
-        const QList<TaskList*> lists = TasksService::listsInOrder(*m_context);
-        m_switcher->setLists(lists);
-        if (m_switcher->selectedListId().isNull() && !lists.isEmpty())
-            m_switcher->setSelectedListId(lists.first()->id());
+        m_switcher->setLists(TasksService::listsInOrder(*m_context));
     }
     refresh();
 }
