@@ -96,6 +96,17 @@ const QList<QList<const char*>>& steps()
             R"(CREATE INDEX focus_session_day ON focus_session(
         "day", "phase", "outcome", "elapsedSeconds"))",
         },
+        {
+            // Per resource, what this computer and a versioned server last agreed
+            // on: the merge base when both sides changed it since.
+            R"(CREATE TABLE sync_base (
+        "resource" TEXT PRIMARY KEY NOT NULL,
+        "server" TEXT NOT NULL,
+        "version" INTEGER NOT NULL,
+        "body" BLOB NOT NULL,
+        "ids" TEXT NOT NULL,
+        "day" TEXT NOT NULL))",
+        },
     };
     return all;
 }

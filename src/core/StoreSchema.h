@@ -9,7 +9,7 @@ class StoreSchema
 public:
     StoreSchema() = delete;
 
-    static constexpr int Version = 2;
+    static constexpr int Version = 3;
 
     // The statements that create the schema of `version` in an empty file, in order.
     static QList<const char*> statements(int version = Version);

@@ -12,7 +12,9 @@
 #include "PlacementService.h"
 #include "PomodoroService.h"
 #include "PowerService.h"
+#include "Preferences.h"
 #include "SleepInhibitor.h"
+#include "SyncBaseStore.h"
 #include "SyncEngine.h"
 #include "TasksService.h"
 
@@ -42,7 +44,11 @@ AppServices::AppServices(Parts parts)
     m_auth = std::make_unique<AuthService>(
         *m_client, *m_keychain,
         parts.browser ? std::move(parts.browser) : [](const QUrl&) { return false; });
-    m_sync = std::make_unique<SyncEngine>(*m_store, *m_client, *m_auth, m_clock);
+    m_bases = std::make_unique<SyncBaseStore>(*m_store);
+    m_sync = std::make_unique<SyncEngine>(*m_store, *m_client, *m_auth, m_clock, m_bases.get());
+    m_sync->setKeepInStep(Preferences::keepInStep());
+    QObject::connect(m_sync.get(), &SyncEngine::keepsInStepChanged, m_sync.get(),
+                     [sync = m_sync.get()] { Preferences::setKeepInStep(sync->keepsInStep()); });
 
     SyncEngine* sync = m_sync.get();
     m_habits = std::make_unique<HabitsService>(*m_store, m_clock, *m_audio, *m_dayReset,

@@ -21,6 +21,7 @@ class KeychainStore;
 class NotificationService;
 class PomodoroService;
 class PowerService;
+class SyncBaseStore;
 class SyncEngine;
 class PlacementService;
 class TasksService;
@@ -80,6 +81,7 @@ private:
     std::unique_ptr<KeychainStore> m_keychain;
     std::unique_ptr<APIClient> m_client;
     std::unique_ptr<AuthService> m_auth;
+    std::unique_ptr<SyncBaseStore> m_bases;
     std::unique_ptr<SyncEngine> m_sync;
     std::unique_ptr<HabitsService> m_habits;
     std::unique_ptr<TasksService> m_tasks;

@@ -8,6 +8,8 @@
 #include "WireEnvelope.h"
 
 #include <QDeadlineTimer>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QPointer>
 #include <QStringDecoder>
 
@@ -103,7 +105,11 @@ APIResult<HttpRequest> APIClient::makeRequest(const QString& path) const
     if (!base.isValid() || base.isRelative() || base.host().isEmpty())
         return APIError::transport(QStringLiteral("Invalid server address"));
     HttpRequest request;
-    request.url = joined(base, path);
+    // A query (the change feed's versions) goes after the joined path.
+    const qsizetype question = path.indexOf(u'?');
+    request.url = joined(base, path.left(question));
+    if (question >= 0)
+        request.url.setQuery(path.mid(question + 1));
     request.headers = {{"Authorization", "Bearer " + token->toUtf8()},
                        {"Accept", "application/json"}};
     request.maxReplySize = MaxReplySize;
@@ -123,8 +129,10 @@ HttpTransport* APIClient::transport(QString* why)
     return m_transport;
 }
 
-QCoro::Task<APIResult<QByteArray>> APIClient::send(QByteArray method, QString path, QByteArray body,
-                                                   QObject* scope)
+QCoro::Task<APIResult<APIClient::Tagged>> APIClient::send(QByteArray method, QString path,
+                                                          QByteArray body, QObject* scope,
+                                                          HttpRequest::Headers extra,
+                                                          std::chrono::milliseconds patience)
 {
     APIResult<HttpRequest> built = makeRequest(path);
     if (!built)
@@ -136,9 +144,9 @@ QCoro::Task<APIResult<QByteArray>> APIClient::send(QByteArray method, QString pa
     HttpRequest request = built.value();
     request.method = method;
     request.body = body;
-    request.transferTimeout = m_timeout;
-    request.deadline = m_deadline;
-    QDeadlineTimer overall(m_deadline);
+    request.transferTimeout = patience.count() > 0 ? patience : m_timeout;
+    request.headers += extra;
+    QDeadlineTimer overall(patience.count() > 0 ? patience : m_deadline);
     if (!body.isNull())
         request.headers.append(
             std::pair<QByteArray, QByteArray>("Content-Type", "application/json"));
@@ -181,18 +189,17 @@ QCoro::Task<APIResult<QByteArray>> APIClient::send(QByteArray method, QString pa
             const std::optional<QString> body = utf8(reply.body);
             co_return APIError::http(status, body ? std::optional(readableBody(*body)) : body);
         }
-        co_return reply.body;
+        co_return Tagged{reply.body, reply.etag};
     }
 }
 
 QCoro::Task<APIResult<QList<WireTaskList>>> APIClient::getTasks(QObject* scope)
 {
-    const APIResult<QByteArray> body =
-        co_await send("GET", QStringLiteral("/api/v1/tasks"), QByteArray(), scope);
+    const auto body = co_await fetch(QStringLiteral("tasks"), scope);
     if (!body)
         co_return body.error();
     QString why;
-    auto lists = WireEnvelope::decodeTasks(body.value(), &why);
+    auto lists = WireEnvelope::decodeTasks(body.value().body, &why);
     if (!lists)
         co_return APIError::decoding(why);
     co_return std::move(*lists);
@@ -200,12 +207,11 @@ QCoro::Task<APIResult<QList<WireTaskList>>> APIClient::getTasks(QObject* scope)
 
 QCoro::Task<APIResult<QList<WireHabit>>> APIClient::getHabits(QObject* scope)
 {
-    const APIResult<QByteArray> body =
-        co_await send("GET", QStringLiteral("/api/v1/habits"), QByteArray(), scope);
+    const auto body = co_await fetch(QStringLiteral("habits"), scope);
     if (!body)
         co_return body.error();
     QString why;
-    auto habits = WireEnvelope::decodeHabits(body.value(), &why);
+    auto habits = WireEnvelope::decodeHabits(body.value().body, &why);
     if (!habits)
         co_return APIError::decoding(why);
     co_return std::move(*habits);
@@ -213,24 +219,23 @@ QCoro::Task<APIResult<QList<WireHabit>>> APIClient::getHabits(QObject* scope)
 
 QCoro::Task<APIResult<std::optional<PomodoroState>>> APIClient::getPomodoro(QObject* scope)
 {
-    const APIResult<QByteArray> body =
-        co_await send("GET", QStringLiteral("/api/v1/pomodoro"), QByteArray(), scope);
+    const auto body = co_await fetch(QStringLiteral("pomodoro"), scope);
     if (!body)
         co_return body.error();
     QString why;
     std::optional<PomodoroState> state;
-    if (!WireEnvelope::decodePomodoro(body.value(), &state, &why))
+    if (!WireEnvelope::decodePomodoro(body.value().body, &state, &why))
         co_return APIError::decoding(why);
     co_return state;
 }
 
 QCoro::Task<std::optional<APIError>> APIClient::put(QString path, QByteArray body)
 {
-    const APIResult<QByteArray> reply = co_await send("PUT", path, body, nullptr);
+    const auto reply = co_await send("PUT", path, body, nullptr);
     if (!reply)
         co_return reply.error();
     QString why;
-    if (!WireEnvelope::decodeOk(reply.value(), &why))
+    if (!WireEnvelope::decodeOk(reply.value().body, &why))
         co_return APIError::decoding(why);
     co_return std::nullopt;
 }
@@ -248,4 +253,67 @@ QCoro::Task<std::optional<APIError>> APIClient::putHabits(QList<WireHabit> habit
 QCoro::Task<std::optional<APIError>> APIClient::putPomodoro(PomodoroState state)
 {
     co_return co_await put(QStringLiteral("/api/v1/pomodoro"), WireEnvelope::encode(state));
+}
+
+QCoro::Task<APIResult<APIClient::Tagged>> APIClient::fetch(QString resource, QObject* scope)
+{
+    co_return co_await send("GET", QStringLiteral("/api/v1/") + resource, QByteArray(), scope);
+}
+
+QCoro::Task<APIResult<APIClient::Tagged>> APIClient::store(QString resource, QByteArray body,
+                                                           std::optional<qint64> ifMatch)
+{
+    HttpRequest::Headers conditional;
+    if (ifMatch)
+        conditional.append(
+            {QByteArrayLiteral("If-Match"), '"' + QByteArray::number(*ifMatch) + '"'});
+    auto reply =
+        co_await send("PUT", QStringLiteral("/api/v1/") + resource, body, nullptr, conditional);
+    if (!reply)
+        co_return reply.error();
+    QString why;
+    if (!WireEnvelope::decodeOk(reply.value().body, &why))
+        co_return APIError::decoding(why);
+    co_return reply;
+}
+
+QCoro::Task<APIResult<std::optional<APIClient::Versions>>> APIClient::changes(Versions known,
+                                                                              QObject* scope)
+{
+    QStringList query;
+    for (auto it = known.cbegin(); it != known.cend(); ++it)
+        query.append(it.key() + u'=' + QString::number(it.value()));
+    // The server holds the request up to a minute before it answers 304.
+    constexpr std::chrono::milliseconds patience{90'000};
+    const auto reply = co_await send("GET", QStringLiteral("/api/v1/changes?") + query.join(u'&'),
+                                     QByteArray(), scope, {}, patience);
+    if (!reply) {
+        if (reply.error().kind() == APIError::Kind::Http && reply.error().status() == 304)
+            co_return std::optional<Versions>();
+        co_return reply.error();
+    }
+    const QJsonDocument doc = QJsonDocument::fromJson(reply.value().body);
+    if (!doc.isObject())
+        co_return APIError::decoding(QStringLiteral("The change feed's answer is not an object"));
+    Versions versions;
+    const QJsonObject object = doc.object();
+    for (auto it = object.constBegin(); it != object.constEnd(); ++it) {
+        if (!it.value().isDouble())
+            co_return APIError::decoding(
+                QStringLiteral("The change feed's versions are not numbers"));
+        versions.insert(it.key(), qint64(it.value().toDouble()));
+    }
+    co_return std::optional(versions);
+}
+
+std::optional<qint64> APIClient::versionOf(const std::optional<QByteArray>& etag)
+{
+    if (!etag || etag->size() < 3 || !etag->startsWith('"') || !etag->endsWith('"'))
+        return std::nullopt;
+    const QByteArray digits = etag->mid(1, etag->size() - 2);
+    if (!std::all_of(digits.cbegin(), digits.cend(), [](char c) { return c >= '0' && c <= '9'; }))
+        return std::nullopt;
+    bool ok = false;
+    const qint64 version = digits.toLongLong(&ok);
+    return ok ? std::optional(version) : std::nullopt;
 }

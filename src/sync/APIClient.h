@@ -7,6 +7,7 @@
 #include "WireTaskList.h"
 
 #include <QCoro/QCoroTask>
+#include <QMap>
 #include <QObject>
 
 #include <chrono>
@@ -53,6 +54,29 @@ public:
     QCoro::Task<std::optional<APIError>> putHabits(QList<WireHabit> habits);
     QCoro::Task<std::optional<APIError>> putPomodoro(PomodoroState state);
 
+    // A body with the version the server tagged it with; `etag` is absent from a
+    // server without versions.
+    struct Tagged
+    {
+        QByteArray body;
+        std::optional<QByteArray> etag;
+    };
+    // The versions the change feed compares, by resource name.
+    using Versions = QMap<QString, qint64>;
+
+    // GET of one resource ("habits", "tasks" or "pomodoro"), with its version.
+    QCoro::Task<APIResult<Tagged>> fetch(QString resource, QObject* scope = nullptr);
+    // PUT of one resource made on version `ifMatch` (any, when absent); the
+    // version it made. A stale version fails with HTTP 412 and stores nothing.
+    QCoro::Task<APIResult<Tagged>> store(QString resource, QByteArray body,
+                                         std::optional<qint64> ifMatch);
+    // Waits on the change feed until the server's versions differ from `known`:
+    // the server's versions then, absent when the wait ran out with no change.
+    QCoro::Task<APIResult<std::optional<Versions>>> changes(Versions known,
+                                                            QObject* scope = nullptr);
+    // The version an ETag names; absent for anything but a strong quoted number.
+    static std::optional<qint64> versionOf(const std::optional<QByteArray>& etag);
+
     // Whether a redirect from `from` to `to` may carry the token: within the same
     // server, or the same host moving from http to https.
     static bool mayFollow(const QUrl& from, const QUrl& to);
@@ -68,9 +92,11 @@ public:
     void setDeadline(std::chrono::milliseconds deadline) { m_deadline = deadline; }
 
 private:
-    // The 2xx body, or the error the reply maps to.
-    QCoro::Task<APIResult<QByteArray>> send(QByteArray method, QString path, QByteArray body,
-                                            QObject* scope);
+    // The 2xx body and ETag, or the error the reply maps to. `extra` headers are
+    // added to the request; `patience` replaces the transfer limits when set.
+    QCoro::Task<APIResult<Tagged>> send(QByteArray method, QString path, QByteArray body,
+                                        QObject* scope, HttpRequest::Headers extra = {},
+                                        std::chrono::milliseconds patience = {});
     QCoro::Task<std::optional<APIError>> put(QString path, QByteArray body);
 
     // Loaded on the first request; null when the module is missing.

@@ -16,9 +16,11 @@
 // One request as the API client builds it; redirects are the client's business.
 struct HttpRequest
 {
+    using Headers = QList<std::pair<QByteArray, QByteArray>>;
+
     QByteArray method; // "GET" or "PUT"
     QUrl url;
-    QList<std::pair<QByteArray, QByteArray>> headers;
+    Headers headers;
     QByteArray body;                                   // null: none
     std::chrono::milliseconds transferTimeout{60'000}; // longest silence
     std::chrono::milliseconds deadline{120'000};       // longest the whole exchange may take
@@ -32,6 +34,7 @@ struct HttpReply
     bool tooLarge = false;              // cut off at maxReplySize
     int status = 0;                     // 0: the reply carried no HTTP status
     std::optional<QByteArray> location; // the Location header, when there is one
+    std::optional<QByteArray> etag;     // the ETag header, when there is one
     QByteArray body;
 };
 

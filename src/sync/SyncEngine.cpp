@@ -4,32 +4,84 @@
 #include "AuthService.h"
 #include "Clock.h"
 #include "DataStore.h"
+#include "ModelContext.h"
 #include "Notify.h"
+#include "SyncBaseStore.h"
 #include "SyncMapping.h"
+#include "SyncMerge.h"
+#include "WireEnvelope.h"
 
-#include <QPointer>
+#include <QCoro/QCoroTimer>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QScopeGuard>
+#include <QTimer>
 
 #include <memory>
 
 namespace {
 const QString unreadable = QStringLiteral("could not read local data");
+const QString habitsName = QStringLiteral("habits");
+const QString tasksName = QStringLiteral("tasks");
+const QString pomodoroName = QStringLiteral("pomodoro");
+const QStringList resources{habitsName, tasksName, pomodoroName};
+// Tries of one push against a server others keep changing.
+constexpr int maxAttempts = 5;
+// Start-up is not slowed by the network: the feed is joined a little later.
+constexpr std::chrono::seconds feedAfterStart{3};
+
+QByteArray idsJson(const QStringList& ids)
+{
+    return QJsonDocument(QJsonArray::fromStringList(ids)).toJson(QJsonDocument::Compact);
 }
 
+QByteArray idsJson(const QList<std::pair<QString, QStringList>>& lists)
+{
+    QJsonArray out;
+    for (const auto& [list, tasks] : lists)
+        out.append(QJsonObject{{QStringLiteral("id"), list},
+                               {QStringLiteral("tasks"), QJsonArray::fromStringList(tasks)}});
+    return QJsonDocument(out).toJson(QJsonDocument::Compact);
+}
+
+bool isStale(const APIError& error)
+{
+    return error.kind() == APIError::Kind::Http && error.status() == 412;
+}
+} // namespace
+
 SyncEngine::SyncEngine(DataStore& store, APIClient& client, AuthService& auth, const Clock& clock,
-                       QObject* parent)
+                       SyncBaseStore* bases, QObject* parent)
     : QObject(parent)
     , m_store(store)
     , m_client(client)
     , m_auth(auth)
     , m_clock(clock)
+    , m_bases(bases)
 {
     connect(&auth, &AuthService::signedIn, this,
             [this] { QCoro::connect(pullAll(), this, [] {}); });
     connect(&auth, &AuthService::isSignedInChanged, this, [this] {
-        if (!m_auth.isSignedIn() && !m_auth.isLoading())
+        if (m_auth.isSignedIn()) {
+            listenSoon();
+            return;
+        }
+        stopListening();
+        if (!m_auth.isLoading()) {
             setLastSyncedAt({});
+            // The next account starts from its own server's copy.
+            if (m_bases)
+                m_bases->clear();
+            setHasVersions(false);
+        }
     });
+    if (m_bases) {
+        const QString server = APIClient::serverURLString();
+        m_hasVersions = std::any_of(resources.cbegin(), resources.cend(), [&](const QString& r) {
+            return m_bases->load(r, server).has_value();
+        });
+    }
 }
 
 void SyncEngine::setLastSyncedAt(const QDateTime& when)
@@ -96,29 +148,65 @@ QCoro::Task<> SyncEngine::pullAll()
 
     // Destroying the scope aborts whatever is still in flight.
     auto scope = std::make_unique<QObject>();
-    auto tasksCall = m_client.getTasks(scope.get());
-    auto habitsCall = m_client.getHabits(scope.get());
-    auto pomodoroCall = m_client.getPomodoro(scope.get());
+    auto tasksCall = m_client.fetch(tasksName, scope.get());
+    auto habitsCall = m_client.fetch(habitsName, scope.get());
+    auto pomodoroCall = m_client.fetch(pomodoroName, scope.get());
 
-    const auto lists = co_await tasksCall;
+    const auto listsReply = co_await tasksCall;
     if (!self)
         co_return;
-    if (!lists) {
-        failed(lists.error(), {});
+    if (!listsReply) {
+        failed(listsReply.error(), {});
         co_return;
     }
-    const auto habits = co_await habitsCall;
+    const auto habitsReply = co_await habitsCall;
     if (!self)
         co_return;
-    if (!habits) {
-        failed(habits.error(), {});
+    if (!habitsReply) {
+        failed(habitsReply.error(), {});
         co_return;
     }
-    const auto pomodoro = co_await pomodoroCall;
+    const auto pomodoroReply = co_await pomodoroCall;
     if (!self)
         co_return;
-    if (!pomodoro) {
-        failed(pomodoro.error(), {});
+    if (!pomodoroReply) {
+        failed(pomodoroReply.error(), {});
+        co_return;
+    }
+
+    const bool versioned = m_bases && APIClient::versionOf(listsReply.value().etag) &&
+                           APIClient::versionOf(habitsReply.value().etag) &&
+                           APIClient::versionOf(pomodoroReply.value().etag);
+    if (versioned) {
+        setHasVersions(true);
+        // Each copy is merged with what this computer has not pushed yet.
+        const std::pair<QString, APIClient::Tagged> copies[] = {
+            {tasksName, listsReply.value()},
+            {habitsName, habitsReply.value()},
+            {pomodoroName, pomodoroReply.value()}};
+        const QString before = m_lastError;
+        setLastError({});
+        for (const auto& [resource, copy] : copies) {
+            co_await syncResource(resource, copy, true);
+            if (!self)
+                co_return;
+        }
+        if (m_lastError.isEmpty())
+            setLastSyncedAt(m_clock.now());
+        if (m_keepInStep)
+            QCoro::connect(listen(), this, [] {});
+        co_return;
+    }
+    setHasVersions(false);
+
+    QString why;
+    const auto lists = WireEnvelope::decodeTasks(listsReply.value().body, &why);
+    const auto habits =
+        lists ? WireEnvelope::decodeHabits(habitsReply.value().body, &why) : std::nullopt;
+    std::optional<PomodoroState> pomodoro;
+    if (!lists || !habits ||
+        !WireEnvelope::decodePomodoro(pomodoroReply.value().body, &pomodoro, &why)) {
+        failed(APIError::decoding(why), {});
         co_return;
     }
 
@@ -128,10 +216,9 @@ QCoro::Task<> SyncEngine::pullAll()
         co_return;
     }
     setApplyingRemote(true);
-    SyncMapping::applyTasks(ctx, lists.value());
-    SyncMapping::applyHabits(ctx, habits.value(), m_clock.now());
-    SyncMapping::applyPomodoro(ctx, pomodoro.value(), m_clock.now());
-    QString why;
+    SyncMapping::applyTasks(ctx, *lists);
+    SyncMapping::applyHabits(ctx, *habits, m_clock.now());
+    SyncMapping::applyPomodoro(ctx, pomodoro, m_clock.now());
     if (!ctx.save(&why)) {
         setLastError(why);
         co_return;
@@ -155,8 +242,15 @@ QCoro::Task<bool> SyncEngine::mayPush()
 template <typename Read, typename Put>
 QCoro::Task<> SyncEngine::push(QString resource, Read read, Put put)
 {
+    // Noted before anything waits: the merge compares it with the server's changes.
+    if (!m_applyingRemote)
+        m_localChangedAt.insert(resource, m_clock.now());
     if (!co_await mayPush())
         co_return;
+    if (m_bases && m_hasVersions) {
+        co_await syncResource(resource, std::nullopt, false);
+        co_return;
+    }
     const QString prefix = QStringLiteral("Push (%1) failed: ").arg(resource);
     // Nothing to send (a timer never configured) says nothing; a store that
     // could not be read says so, and sends nothing.
@@ -189,4 +283,382 @@ QCoro::Task<> SyncEngine::pushPomodoro()
 {
     return push(QStringLiteral("pomodoro"), &SyncMapping::pomodoro,
                 [this](const PomodoroState& state) { return m_client.putPomodoro(state); });
+}
+
+void SyncEngine::setHasVersions(bool on)
+{
+    Notify::set(this, m_hasVersions, on, &SyncEngine::serverHasVersionsChanged);
+}
+
+void SyncEngine::setRetryDelays(std::chrono::milliseconds first, std::chrono::milliseconds longest)
+{
+    m_firstRetry = first;
+    m_longestRetry = longest;
+}
+
+std::optional<SyncEngine::LocalCopy> SyncEngine::localCopy(const QString& resource)
+{
+    ModelContext& ctx = context();
+    if (resource == habitsName) {
+        const auto habits = SyncMapping::habits(ctx);
+        if (!habits)
+            return std::nullopt;
+        return LocalCopy{WireEnvelope::encode(*habits), idsJson(SyncMapping::habitIds(ctx))};
+    }
+    if (resource == tasksName) {
+        const auto lists = SyncMapping::taskLists(ctx);
+        if (!lists)
+            return std::nullopt;
+        return LocalCopy{WireEnvelope::encode(*lists), idsJson(SyncMapping::taskIds(ctx))};
+    }
+    const quint64 failures = ctx.readFailures();
+    const auto state = SyncMapping::pomodoro(ctx);
+    if (!state && ctx.readFailures() != failures)
+        return std::nullopt;
+    // A timer never configured travels as null, as the server answers for it.
+    return LocalCopy{state ? WireEnvelope::encode(*state) : QByteArrayLiteral("null"), {}};
+}
+
+std::optional<QByteArray> SyncEngine::canonical(const QString& resource, const QByteArray& envelope,
+                                                QString* why)
+{
+    if (resource == habitsName) {
+        const auto habits = WireEnvelope::decodeHabits(envelope, why);
+        return habits ? std::optional(WireEnvelope::encode(*habits)) : std::nullopt;
+    }
+    if (resource == tasksName) {
+        const auto lists = WireEnvelope::decodeTasks(envelope, why);
+        return lists ? std::optional(WireEnvelope::encode(*lists)) : std::nullopt;
+    }
+    std::optional<PomodoroState> state;
+    if (!WireEnvelope::decodePomodoro(envelope, &state, why))
+        return std::nullopt;
+    return state ? WireEnvelope::encode(*state) : QByteArrayLiteral("null");
+}
+
+bool SyncEngine::applyCopy(const QString& resource, const QByteArray& body)
+{
+    ModelContext& ctx = context();
+    QString why;
+    if (!SyncMapping::readable(ctx)) {
+        setLastError(QStringLiteral("Pull failed: ") + unreadable);
+        return false;
+    }
+    setApplyingRemote(true);
+    if (resource == habitsName) {
+        if (const auto habits = WireEnvelope::decodeHabitsBody(body, &why))
+            SyncMapping::applyHabits(ctx, *habits, m_clock.now());
+    } else if (resource == tasksName) {
+        if (const auto lists = WireEnvelope::decodeTasksBody(body, &why))
+            SyncMapping::applyTasks(ctx, *lists);
+    } else if (body != "null") {
+        SyncMapping::applyPomodoro(ctx, WireEnvelope::decodePomodoroBody(body, &why),
+                                   m_clock.now());
+    }
+    const bool saved = why.isEmpty() && ctx.save(&why);
+    setApplyingRemote(false);
+    if (!saved)
+        setLastError(why);
+    return saved;
+}
+
+std::optional<QByteArray> SyncEngine::merged(const QString& resource, const SyncBase& base,
+                                             const LocalCopy& local, const QByteArray& server)
+{
+    const QDate today = m_clock.now().toLocalTime().date();
+    const QDateTime now = m_clock.now();
+    const SyncMerge::Sides sides{m_localChangedAt.value(resource, now), now, base.day, today,
+                                 server == base.body ? base.day : today};
+    QString why;
+    const QJsonArray baseIds = QJsonDocument::fromJson(base.ids).array();
+    const QJsonArray localIds = QJsonDocument::fromJson(local.ids).array();
+    if (resource == habitsName) {
+        const auto b = WireEnvelope::decodeHabitsBody(base.body, &why);
+        const auto l = WireEnvelope::decodeHabitsBody(local.body, &why);
+        const auto s = WireEnvelope::decodeHabitsBody(server, &why);
+        if (!b || !l || !s)
+            return std::nullopt;
+        // A habit this computer renamed is known by its identity.
+        SyncMerge::Renames renames;
+        for (qsizetype i = 0; i < l->size() && i < localIds.size(); ++i) {
+            const qsizetype at = baseIds.toVariantList().indexOf(localIds.at(i).toVariant());
+            if (at >= 0 && at < b->size() && b->at(at).name != l->at(i).name)
+                renames.habits.insert(l->at(i).name, b->at(at).name);
+        }
+        return WireEnvelope::encode(SyncMerge::habits(*b, *l, *s, sides, renames));
+    }
+    if (resource == tasksName) {
+        const auto b = WireEnvelope::decodeTasksBody(base.body, &why);
+        const auto l = WireEnvelope::decodeTasksBody(local.body, &why);
+        const auto s = WireEnvelope::decodeTasksBody(server, &why);
+        if (!b || !l || !s)
+            return std::nullopt;
+        SyncMerge::Renames renames;
+        const auto find = [&](const QString& id) -> qsizetype {
+            for (qsizetype j = 0; j < baseIds.size(); ++j)
+                if (baseIds.at(j).toObject().value(QStringLiteral("id")).toString() == id)
+                    return j;
+            return -1;
+        };
+        for (qsizetype i = 0; i < l->size() && i < localIds.size(); ++i) {
+            const QJsonObject mine = localIds.at(i).toObject();
+            const qsizetype at = find(mine.value(QStringLiteral("id")).toString());
+            if (at < 0 || at >= b->size())
+                continue;
+            const WireTaskList& was = b->at(at);
+            const WireTaskList& now = l->at(i);
+            if (was.name != now.name)
+                renames.lists.insert(now.name, was.name);
+            const QVariantList baseTasks =
+                baseIds.at(at).toObject().value(QStringLiteral("tasks")).toArray().toVariantList();
+            const QJsonArray myTasks = mine.value(QStringLiteral("tasks")).toArray();
+            for (qsizetype t = 0; t < now.tasks.size() && t < myTasks.size(); ++t) {
+                const qsizetype k = baseTasks.indexOf(myTasks.at(t).toVariant());
+                if (k >= 0 && k < was.tasks.size() &&
+                    was.tasks.at(k).header != now.tasks.at(t).header)
+                    renames.tasks[now.name].insert(now.tasks.at(t).header, was.tasks.at(k).header);
+            }
+        }
+        return WireEnvelope::encode(SyncMerge::taskLists(*b, *l, *s, sides, renames));
+    }
+    const auto decode = [&](const QByteArray& body) {
+        return body == "null" ? std::nullopt : WireEnvelope::decodePomodoroBody(body, &why);
+    };
+    const auto state =
+        SyncMerge::pomodoro(decode(base.body), decode(local.body), decode(server), sides);
+    return state ? WireEnvelope::encode(*state) : QByteArrayLiteral("null");
+}
+
+void SyncEngine::keep(const QString& resource, const SyncBase& base)
+{
+    QString why;
+    if (!m_bases->save(resource, base, &why))
+        qWarning("SyncEngine: could not keep the %s merge base (%s)", qPrintable(resource),
+                 qPrintable(why));
+}
+
+SyncEngine::Outcome SyncEngine::failedRequest(const APIError& error, const QString& resource,
+                                              const QString& prefix)
+{
+    failed(error, prefix);
+    if (error.kind() == APIError::Kind::Transport ||
+        (error.kind() == APIError::Kind::Http && error.status() >= 500))
+        retryLater(resource);
+    return Outcome::Failed;
+}
+
+std::chrono::milliseconds SyncEngine::backoff(int failures) const
+{
+    const std::chrono::milliseconds delay = m_firstRetry * (qint64(1) << std::min(failures, 16));
+    return std::min(m_longestRetry, delay);
+}
+
+void SyncEngine::retryLater(const QString& resource)
+{
+    if (m_retryPending.contains(resource))
+        return;
+    const int failures = m_failures.value(resource);
+    m_failures.insert(resource, failures + 1);
+    const auto delay = backoff(failures);
+    m_retryPending.insert(resource);
+    QTimer::singleShot(delay, this, [this, resource] {
+        m_retryPending.remove(resource);
+        if (m_auth.isSignedIn() && m_hasVersions)
+            QCoro::connect(syncResource(resource, std::nullopt, false), this, [] {});
+    });
+}
+
+QCoro::Task<> SyncEngine::syncResource(QString resource, std::optional<APIClient::Tagged> fetched,
+                                       bool pull)
+{
+    if (m_running.contains(resource)) {
+        // The run under way reads the local copy afresh on its next try; a
+        // change it did not see is sent by the run after it.
+        m_again.insert(resource);
+        co_return;
+    }
+    const QPointer<SyncEngine> self(this);
+    m_running.insert(resource);
+    Outcome outcome = co_await syncVersioned(resource, std::move(fetched), pull);
+    while (self && outcome != Outcome::Plain && m_again.remove(resource))
+        outcome = co_await syncVersioned(resource, std::nullopt, false);
+    if (!self)
+        co_return;
+    m_running.remove(resource);
+    if (outcome == Outcome::Plain) {
+        // The server stopped keeping versions: back to plain pushes.
+        m_again.remove(resource);
+        setHasVersions(false);
+        if (!pull) {
+            if (resource == habitsName)
+                co_await pushHabits();
+            else if (resource == tasksName)
+                co_await pushTasks();
+            else
+                co_await pushPomodoro();
+        }
+    }
+}
+
+QCoro::Task<SyncEngine::Outcome>
+SyncEngine::syncVersioned(QString resource, std::optional<APIClient::Tagged> fetched, bool pull)
+{
+    const QPointer<SyncEngine> self(this);
+    const QString prefix = QStringLiteral("Push (%1) failed: ").arg(resource);
+    const QString server = APIClient::serverURLString();
+    for (int attempt = 0; attempt < maxAttempts; ++attempt) {
+        const QDate today = m_clock.now().toLocalTime().date();
+        const auto base = m_bases->load(resource, server);
+        const auto local = localCopy(resource);
+        if (!local) {
+            setLastError(prefix + unreadable);
+            co_return Outcome::Failed;
+        }
+        APIClient::Tagged theirs;
+        if (fetched) {
+            theirs = *std::exchange(fetched, std::nullopt);
+        } else if (pull && attempt == 0) {
+            const auto got = co_await m_client.fetch(resource);
+            if (!self)
+                co_return Outcome::Failed;
+            if (!got)
+                co_return failedRequest(got.error(), resource, prefix);
+            theirs = got.value();
+        } else if (base && local->body == base->body) {
+            co_return Outcome::Done;
+        } else {
+            // Without a base this computer's copy replaces the server's, as a
+            // plain push does; the version it makes becomes the base.
+            const auto put = co_await m_client.store(
+                resource, local->body, base ? std::optional(base->version) : std::nullopt);
+            if (!self)
+                co_return Outcome::Failed;
+            if (put) {
+                const auto version = APIClient::versionOf(put.value().etag);
+                if (!version)
+                    co_return Outcome::Plain;
+                keep(resource, {server, *version, local->body, local->ids, today});
+                m_failures.remove(resource);
+                if (m_lastError.startsWith(prefix))
+                    setLastError({});
+                co_return Outcome::Done;
+            }
+            if (!isStale(put.error()))
+                co_return failedRequest(put.error(), resource, prefix);
+            const auto got = co_await m_client.fetch(resource);
+            if (!self)
+                co_return Outcome::Failed;
+            if (!got)
+                co_return failedRequest(got.error(), resource, prefix);
+            theirs = got.value();
+        }
+
+        const auto version = APIClient::versionOf(theirs.etag);
+        if (!version)
+            co_return Outcome::Plain;
+        QString why;
+        const auto copy = canonical(resource, theirs.body, &why);
+        if (!copy) {
+            failed(APIError::decoding(why), {});
+            co_return Outcome::Failed;
+        }
+        // A copy equal to this computer's is still merged: the same count on both
+        // sides is two sets of raises.
+        if (!base || local->body == base->body) {
+            // Nothing of this computer's to keep: the server's copy is taken.
+            if (*copy != local->body && !applyCopy(resource, *copy))
+                co_return Outcome::Failed;
+            const auto now = localCopy(resource);
+            keep(resource, {server, *version, *copy, now ? now->ids : local->ids, today});
+            co_return Outcome::Done;
+        }
+        if (*copy != base->body) {
+            const auto result = merged(resource, *base, *local, *copy);
+            if (!result) {
+                setLastError(prefix + QStringLiteral("could not merge the server's copy"));
+                co_return Outcome::Failed;
+            }
+            if (*result != local->body && !applyCopy(resource, *result))
+                co_return Outcome::Failed;
+        }
+        // The server's copy is the new base; the next try pushes the merge on it.
+        keep(resource, {server, *version, *copy, QByteArray(), today});
+        pull = false;
+    }
+    setLastError(prefix + QStringLiteral("the server's copy kept changing; will try again"));
+    retryLater(resource);
+    co_return Outcome::Failed;
+}
+
+void SyncEngine::setKeepInStep(bool on)
+{
+    Notify::set(this, m_keepInStep, on, &SyncEngine::keepsInStepChanged);
+    if (on)
+        QCoro::connect(listen(), this, [] {});
+    else
+        stopListening();
+}
+
+void SyncEngine::listenSoon()
+{
+    if (!m_bases || !m_keepInStep || m_listening)
+        return;
+    QTimer::singleShot(feedAfterStart, this, [this] { QCoro::connect(listen(), this, [] {}); });
+}
+
+void SyncEngine::stopListening()
+{
+    delete m_feedScope;
+}
+
+QCoro::Task<> SyncEngine::listen()
+{
+    if (m_listening)
+        co_return;
+    const QPointer<SyncEngine> self(this);
+    m_listening = true;
+    const auto end = qScopeGuard([self] {
+        if (self)
+            self->m_listening = false;
+    });
+    int failures = 0;
+    while (self && m_keepInStep && m_hasVersions && m_auth.isSignedIn()) {
+        const QString server = APIClient::serverURLString();
+        APIClient::Versions known;
+        for (const QString& resource : resources) {
+            const auto base = m_bases->load(resource, server);
+            known.insert(resource, base ? base->version : 0);
+        }
+        auto* scope = new QObject(this);
+        m_feedScope = scope;
+        const auto answer = co_await m_client.changes(known, scope);
+        if (!self)
+            co_return;
+        const bool stopped = !m_feedScope;
+        delete m_feedScope;
+        if (stopped)
+            co_return;
+        if (!answer) {
+            if (answer.error().kind() == APIError::Kind::Unauthorized) {
+                failed(answer.error(), {});
+                co_return;
+            }
+            // The server is away: ask again later, as failed pushes do.
+            const auto wait = backoff(failures++);
+            co_await QCoro::sleepFor(wait);
+            continue;
+        }
+        failures = 0;
+        if (!answer.value())
+            continue;
+        for (const QString& resource : resources) {
+            if (answer.value()->value(resource, -1) == known.value(resource))
+                continue;
+            co_await syncResource(resource, std::nullopt, true);
+            if (!self)
+                co_return;
+        }
+        if (m_lastError.isEmpty())
+            setLastSyncedAt(m_clock.now());
+    }
 }

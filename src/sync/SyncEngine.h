@@ -1,21 +1,30 @@
 #pragma once
 
+#include "APIClient.h"
+
 #include <QCoro/QCoroTask>
 #include <QDateTime>
+#include <QHash>
 #include <QObject>
+#include <QPointer>
+#include <QSet>
 #include <QString>
 
 #include <functional>
 
-class APIClient;
 class APIError;
 class AuthService;
 class Clock;
 class DataStore;
 class ModelContext;
+class SyncBaseStore;
+struct SyncBase;
 
 // Keeps the local habits, task lists and timer state in step with the web
 // service: whole-resource pushes after local changes, and a full pull on demand.
+// With a server that keeps versions, pushes name the version they were made on,
+// both sides' changes are merged when another computer got there first, failed
+// pushes are sent again, and the change feed brings other computers' changes.
 class SyncEngine final : public QObject
 {
     Q_OBJECT
@@ -23,11 +32,14 @@ class SyncEngine final : public QObject
     Q_PROPERTY(bool isApplyingRemote READ isApplyingRemote NOTIFY isApplyingRemoteChanged)
     Q_PROPERTY(QString lastError READ lastError NOTIFY lastErrorChanged)
     Q_PROPERTY(QDateTime lastSyncedAt READ lastSyncedAt NOTIFY lastSyncedAtChanged)
+    Q_PROPERTY(bool serverHasVersions READ serverHasVersions NOTIFY serverHasVersionsChanged)
+    Q_PROPERTY(bool keepsInStep READ keepsInStep WRITE setKeepInStep NOTIFY keepsInStepChanged)
 
 public:
     // Follows `auth`: a new sign-in pulls, a sign-out forgets the last sync.
+    // Without `bases` every server is synced as one without versions.
     SyncEngine(DataStore& store, APIClient& client, AuthService& auth, const Clock& clock,
-               QObject* parent = nullptr);
+               SyncBaseStore* bases = nullptr, QObject* parent = nullptr);
 
     QCoro::Task<> pullAll();
     // Each sends its whole resource as read from the store now; dropped while
@@ -43,13 +55,59 @@ public:
     // Invalid until a pull succeeds, and again after a sign-out.
     QDateTime lastSyncedAt() const { return m_lastSyncedAt; }
 
+    // Whether the current server keeps versions: learnt from its answers and
+    // remembered with the merge bases.
+    bool serverHasVersions() const { return m_hasVersions; }
+    // Listening on the change feed while signed in to a server with versions.
+    void setKeepInStep(bool on);
+    bool keepsInStep() const { return m_keepInStep; }
+    // How long a failed push waits before it is sent again, doubling from one
+    // second to a minute; tests shorten it.
+    void setRetryDelays(std::chrono::milliseconds first, std::chrono::milliseconds longest);
+
 signals:
     void isSyncingChanged();
     void isApplyingRemoteChanged();
     void lastErrorChanged();
     void lastSyncedAtChanged();
+    void serverHasVersionsChanged();
+    void keepsInStepChanged();
 
 private:
+    enum class Outcome { Done, Plain, Failed };
+    struct LocalCopy
+    {
+        QByteArray body;
+        QByteArray ids;
+    };
+
+    // One resource in the versioned mode: `fetched` is the server's copy when
+    // the caller has it, `pull` fetches it first; otherwise a push. Plain when
+    // the server turns out to keep no versions.
+    QCoro::Task<Outcome> syncVersioned(QString resource, std::optional<APIClient::Tagged> fetched,
+                                       bool pull);
+    // syncVersioned() one at a time per resource; a push asked for meanwhile
+    // runs after it.
+    QCoro::Task<> syncResource(QString resource, std::optional<APIClient::Tagged> fetched,
+                               bool pull);
+    std::optional<LocalCopy> localCopy(const QString& resource);
+    bool applyCopy(const QString& resource, const QByteArray& body);
+    // The body as this app encodes it, so that copies compare byte for byte.
+    std::optional<QByteArray> canonical(const QString& resource, const QByteArray& envelope,
+                                        QString* why);
+    std::optional<QByteArray> merged(const QString& resource, const SyncBase& base,
+                                     const LocalCopy& local, const QByteArray& server);
+    void keep(const QString& resource, const SyncBase& base);
+    // A request that failed: a network failure is sent again later.
+    Outcome failedRequest(const APIError& error, const QString& resource, const QString& prefix);
+    void retryLater(const QString& resource);
+    // The wait after `failures` failures in a row.
+    std::chrono::milliseconds backoff(int failures) const;
+    void setHasVersions(bool on);
+    QCoro::Task<> listen();
+    void listenSoon();
+    void stopListening();
+
     void setLastSyncedAt(const QDateTime& when);
 
     ModelContext& context();
@@ -73,4 +131,18 @@ private:
     bool m_applyingRemote = false;
     QString m_lastError;
     QDateTime m_lastSyncedAt;
+
+    SyncBaseStore* m_bases;
+    bool m_hasVersions = false;
+    bool m_keepInStep = true;
+    bool m_listening = false;
+    // Deleted to end the wait on the change feed.
+    QPointer<QObject> m_feedScope;
+    QHash<QString, QDateTime> m_localChangedAt;
+    QSet<QString> m_running;
+    QSet<QString> m_again;
+    QHash<QString, int> m_failures;
+    QSet<QString> m_retryPending;
+    std::chrono::milliseconds m_firstRetry{1'000};
+    std::chrono::milliseconds m_longestRetry{60'000};
 };

@@ -72,6 +72,32 @@ std::optional<QList<WireTaskList>> SyncMapping::taskLists(ModelContext& context)
     return out;
 }
 
+QStringList SyncMapping::habitIds(ModelContext& context)
+{
+    QList<Habit*> records = context.fetch<Habit>(FetchRequest::sortedBy(orderField));
+    sortByOrder(records);
+    QStringList out;
+    for (const Habit* h : records)
+        out.append(h->key());
+    return out;
+}
+
+QList<std::pair<QString, QStringList>> SyncMapping::taskIds(ModelContext& context)
+{
+    QList<TaskList*> lists = context.fetch<TaskList>(FetchRequest::sortedBy(orderField));
+    sortByOrder(lists);
+    QList<std::pair<QString, QStringList>> out;
+    for (const TaskList* list : lists) {
+        QList<TaskItem*> tasks = list->tasks();
+        sortByOrder(tasks);
+        QStringList ids;
+        for (const TaskItem* t : tasks)
+            ids.append(t->key());
+        out.append({list->key(), ids});
+    }
+    return out;
+}
+
 bool SyncMapping::readable(ModelContext& context)
 {
     const quint64 failures = context.readFailures();

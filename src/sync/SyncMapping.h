@@ -5,6 +5,7 @@
 #include "WireTaskList.h"
 
 #include <QList>
+#include <QStringList>
 
 #include <optional>
 
@@ -24,6 +25,11 @@ public:
     static std::optional<QList<WireTaskList>> taskLists(ModelContext& context);
     // Absent when there is no timer configuration, or it could not be read.
     static std::optional<PomodoroState> pomodoro(ModelContext& context);
+
+    // The local identities of what habits() and taskLists() return, in their
+    // order: each habit's id; each list's id with its tasks' ids.
+    static QStringList habitIds(ModelContext& context);
+    static QList<std::pair<QString, QStringList>> taskIds(ModelContext& context);
 
     // Whether the records a pull replaces can be read; a pull applied over a store
     // that cannot be read would add to what it cannot see instead of replacing it.

@@ -32,6 +32,16 @@ void Preferences::setSoundsEnabled(bool on)
     writeBool("settings.soundsEnabled", on);
 }
 
+bool Preferences::keepInStep()
+{
+    return readBool("settings.keepInStep", true);
+}
+
+void Preferences::setKeepInStep(bool on)
+{
+    writeBool("settings.keepInStep", on);
+}
+
 bool Preferences::notificationsEnabled()
 {
     return readBool("settings.notificationsEnabled", true);

@@ -13,6 +13,10 @@ public:
     static void setSoundsEnabled(bool on);
     static bool notificationsEnabled(); // "settings.notificationsEnabled", default true
     static void setNotificationsEnabled(bool on);
+    // "settings.keepInStep", default true: listen for other computers' changes
+    // on a server that keeps versions.
+    static bool keepInStep();
+    static void setKeepInStep(bool on);
     static bool autoStartSessions(); // "settings.autoStartSessions", default false
     static void setAutoStartSessions(bool on);
     // "tw.serverURLOverride": the server address the user entered; empty when unset.

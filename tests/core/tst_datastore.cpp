@@ -2,6 +2,7 @@
 #include "Habit.h"
 #include "HabitHistory.h"
 #include "PomodoroConfig.h"
+#include "StoreSchema.h"
 #include "TaskItem.h"
 #include "TaskList.h"
 #include "WidgetPlacement.h"
@@ -14,6 +15,8 @@
 #include <QSqlQuery>
 #include <QTemporaryDir>
 #include <QTest>
+
+using namespace Qt::StringLiterals;
 
 class TestDataStore final : public QObject
 {
@@ -237,8 +240,9 @@ private slots:
 
         // A store from a newer version is refused rather than misread.
         store.reset();
-        onSecondConnection(
-            path, [](QSqlQuery& q) { QVERIFY(q.exec(QStringLiteral("PRAGMA user_version = 3"))); });
+        onSecondConnection(path, [](QSqlQuery& q) {
+            QVERIFY(q.exec(u"PRAGMA user_version = %1"_s.arg(StoreSchema::Version + 1)));
+        });
         QString error;
         QVERIFY(!DataStore::open(path, &error));
         QVERIFY(error.contains(QStringLiteral("newer")));

@@ -93,6 +93,8 @@ QCoro::Task<HttpReply> QtHttpTransport::send(HttpRequest request, QPointer<QObje
     result.status = status.isValid() ? status.toInt() : 0;
     if (raw->hasRawHeader("Location"))
         result.location = raw->rawHeader("Location");
+    if (raw->hasRawHeader("ETag"))
+        result.etag = raw->rawHeader("ETag");
     result.body = raw->readAll();
     co_return result;
 }

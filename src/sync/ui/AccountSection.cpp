@@ -6,6 +6,7 @@
 #include "SyncEngine.h"
 #include "Theme.h"
 
+#include <QCheckBox>
 #include <QDateTime>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -144,6 +145,11 @@ AccountSection::AccountSection(AuthService& auth, SyncEngine& sync, const APICli
     row->addWidget(m_sync);
     row->addWidget(signOut);
     in->addLayout(row);
+    m_inStep =
+        new QCheckBox(QStringLiteral("Keep this computer in step automatically"), m_signedIn);
+    m_inStep->setObjectName(QStringLiteral("keepInStepToggle"));
+    m_inStep->setAccessibleName(m_inStep->text());
+    in->addWidget(m_inStep);
     m_error = errorLine(QStringLiteral("syncError"), m_signedIn);
     in->addWidget(m_error);
 
@@ -153,6 +159,8 @@ AccountSection::AccountSection(AuthService& auth, SyncEngine& sync, const APICli
     connect(m_sync, &QPushButton::clicked, this,
             [this] { QCoro::connect(m_syncEngine.pullAll(), qApp, [] {}); });
     connect(signOut, &QPushButton::clicked, this, [this] { m_auth.signOut(); });
+    connect(m_inStep, &QCheckBox::toggled, this,
+            [this](bool on) { m_syncEngine.setKeepInStep(on); });
 }
 
 void AccountSection::paintEvent(QPaintEvent* event)
@@ -177,6 +185,8 @@ void AccountSection::followAccount()
     connect(&sync, &SyncEngine::lastSyncedAtChanged, this, &AccountSection::refresh);
     connect(&sync, &SyncEngine::isSyncingChanged, this, &AccountSection::refresh);
     connect(&sync, &SyncEngine::lastErrorChanged, this, &AccountSection::refresh);
+    connect(&sync, &SyncEngine::serverHasVersionsChanged, this, &AccountSection::refresh);
+    connect(&sync, &SyncEngine::keepsInStepChanged, this, &AccountSection::refresh);
     auth.load(); // the hub on screen is the first time the account matters
     refresh();
 }
@@ -215,6 +225,9 @@ void AccountSection::refresh()
     m_sync->setText(syncing ? QStringLiteral("Syncing…") : QStringLiteral("Sync"));
     m_sync->setIcon(syncing ? QIcon() : SymbolIcon::icon(QStringLiteral("arrow.clockwise")));
     m_sync->setAccessibleName(syncing ? QStringLiteral("Syncing") : QStringLiteral("Sync"));
+    // Only a server that keeps versions can keep two computers in step.
+    m_inStep->setVisible(sync.serverHasVersions());
+    m_inStep->setChecked(sync.keepsInStep());
     m_error->setText(sync.lastError());
     m_error->setVisible(!sync.lastError().isEmpty());
 }

@@ -4,6 +4,7 @@
 
 class APIClient;
 class AuthService;
+class QCheckBox;
 class QLabel;
 class QPushButton;
 class QStackedLayout;
@@ -12,7 +13,8 @@ class SyncEngine;
 
 // The hub's account block: blank while the keychain has not answered, "Not
 // signed in" with a Sign in button, or "Connected" with the last sync time,
-// Sync, Sign out and the last sync error.
+// Sync, Sign out, the last sync error and, with a server that keeps versions,
+// "Keep this computer in step automatically".
 class AccountSection final : public QWidget
 {
     Q_OBJECT
@@ -50,5 +52,6 @@ private:
     QLabel* m_lastSync = nullptr;
     QLabel* m_error = nullptr;
     QPushButton* m_sync = nullptr;
+    QCheckBox* m_inStep = nullptr;
     bool m_lookingUp = false;
 };
