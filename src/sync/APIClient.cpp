@@ -33,10 +33,13 @@ std::optional<QString> utf8(const QByteArray& bytes)
 }
 } // namespace
 
-APIClient::APIClient(const KeychainStore& keychain, const ModuleLoader& modules, QObject* parent)
+APIClient::APIClient(const KeychainStore& keychain, const ModuleLoader& modules,
+                     HttpTransport* transport, QObject* parent)
     : QObject(parent)
     , m_keychain(keychain)
     , m_modules(modules)
+    , m_transport(transport)
+    , m_transportTried(transport != nullptr)
 {}
 
 QString APIClient::defaultServerURL()

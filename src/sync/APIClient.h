@@ -28,8 +28,9 @@ public:
 
     // Requests carry `keychain`'s cached token; the network module is loaded
     // through `modules` on the first request.
+    // `transport`, when given, replaces the network module.
     APIClient(const KeychainStore& keychain, const ModuleLoader& modules,
-              QObject* parent = nullptr);
+              HttpTransport* transport = nullptr, QObject* parent = nullptr);
 
     // The bundle's default server, or the local development server.
     static QString defaultServerURL();

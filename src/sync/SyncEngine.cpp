@@ -363,7 +363,8 @@ bool SyncEngine::applyCopy(const QString& resource, const QByteArray& body)
 }
 
 std::optional<QByteArray> SyncEngine::merged(const QString& resource, const SyncBase& base,
-                                             const LocalCopy& local, const QByteArray& server)
+                                             const LocalCopy& local, const QByteArray& server,
+                                             SyncMerge::Origins* origins)
 {
     const QDate today = m_clock.now().toLocalTime().date();
     const QDateTime now = m_clock.now();
@@ -385,7 +386,7 @@ std::optional<QByteArray> SyncEngine::merged(const QString& resource, const Sync
             if (at >= 0 && at < b->size() && b->at(at).name != l->at(i).name)
                 renames.habits.insert(l->at(i).name, b->at(at).name);
         }
-        return WireEnvelope::encode(SyncMerge::habits(*b, *l, *s, sides, renames));
+        return WireEnvelope::encode(SyncMerge::habits(*b, *l, *s, sides, renames, origins));
     }
     if (resource == tasksName) {
         const auto b = WireEnvelope::decodeTasksBody(base.body, &why);
@@ -419,7 +420,7 @@ std::optional<QByteArray> SyncEngine::merged(const QString& resource, const Sync
                     renames.tasks[now.name].insert(now.tasks.at(t).header, was.tasks.at(k).header);
             }
         }
-        return WireEnvelope::encode(SyncMerge::taskLists(*b, *l, *s, sides, renames));
+        return WireEnvelope::encode(SyncMerge::taskLists(*b, *l, *s, sides, renames, origins));
     }
     const auto decode = [&](const QByteArray& body) {
         return body == "null" ? std::nullopt : WireEnvelope::decodePomodoroBody(body, &why);
@@ -427,6 +428,45 @@ std::optional<QByteArray> SyncEngine::merged(const QString& resource, const Sync
     const auto state =
         SyncMerge::pomodoro(decode(base.body), decode(local.body), decode(server), sides);
     return state ? WireEnvelope::encode(*state) : QByteArrayLiteral("null");
+}
+
+QByteArray SyncEngine::serverIds(const QString& resource, const SyncMerge::Origins& origins,
+                                 const QByteArray& server)
+{
+    ModelContext& ctx = context();
+    QString why;
+    if (resource == habitsName) {
+        const auto theirs = WireEnvelope::decodeHabitsBody(server, &why);
+        QStringList ids(theirs ? theirs->size() : 0);
+        const QStringList mine = SyncMapping::habitIds(ctx);
+        for (qsizetype i = 0; i < origins.records.size() && i < mine.size(); ++i) {
+            const qsizetype at = origins.records.at(i);
+            if (at >= 0 && at < ids.size())
+                ids[at] = mine.at(i);
+        }
+        return idsJson(ids);
+    }
+    if (resource == tasksName) {
+        const auto theirs = WireEnvelope::decodeTasksBody(server, &why);
+        QList<std::pair<QString, QStringList>> ids;
+        for (const WireTaskList& list : theirs.value_or(QList<WireTaskList>{}))
+            ids.append({QString(), QStringList(list.tasks.size())});
+        const auto mine = SyncMapping::taskIds(ctx);
+        for (qsizetype i = 0; i < origins.records.size() && i < mine.size(); ++i) {
+            const qsizetype at = origins.records.at(i);
+            if (at < 0 || at >= ids.size())
+                continue;
+            ids[at].first = mine.at(i).first;
+            const QList<qsizetype> tasks = origins.tasks.value(i);
+            for (qsizetype t = 0; t < tasks.size() && t < mine.at(i).second.size(); ++t) {
+                const qsizetype k = tasks.at(t);
+                if (k >= 0 && k < ids[at].second.size())
+                    ids[at].second[k] = mine.at(i).second.at(t);
+            }
+        }
+        return idsJson(ids);
+    }
+    return {};
 }
 
 void SyncEngine::keep(const QString& resource, const SyncBase& base)
@@ -514,6 +554,10 @@ SyncEngine::syncVersioned(QString resource, std::optional<APIClient::Tagged> fet
             setLastError(prefix + unreadable);
             co_return Outcome::Failed;
         }
+        // A copy fetched before this computer's last push landed is older than
+        // the base: it is fetched again.
+        if (fetched && base && APIClient::versionOf(fetched->etag).value_or(0) < base->version)
+            fetched.reset();
         APIClient::Tagged theirs;
         if (fetched) {
             theirs = *std::exchange(fetched, std::nullopt);
@@ -562,27 +606,39 @@ SyncEngine::syncVersioned(QString resource, std::optional<APIClient::Tagged> fet
             failed(APIError::decoding(why), {});
             co_return Outcome::Failed;
         }
+        // Read again: the user may have changed more while the server answered,
+        // and the merge is applied over what is there now.
+        const auto current = localCopy(resource);
+        if (!current) {
+            setLastError(prefix + unreadable);
+            co_return Outcome::Failed;
+        }
         // A copy equal to this computer's is still merged: the same count on both
         // sides is two sets of raises.
-        if (!base || local->body == base->body) {
+        if (!base || current->body == base->body) {
             // Nothing of this computer's to keep: the server's copy is taken.
-            if (*copy != local->body && !applyCopy(resource, *copy))
+            if (*copy != current->body && !applyCopy(resource, *copy))
                 co_return Outcome::Failed;
             const auto now = localCopy(resource);
-            keep(resource, {server, *version, *copy, now ? now->ids : local->ids, today});
+            keep(resource, {server, *version, *copy, now ? now->ids : current->ids, today});
             co_return Outcome::Done;
         }
+        QByteArray ids = base->ids;
         if (*copy != base->body) {
-            const auto result = merged(resource, *base, *local, *copy);
+            SyncMerge::Origins origins;
+            const auto result = merged(resource, *base, *current, *copy, &origins);
             if (!result) {
                 setLastError(prefix + QStringLiteral("could not merge the server's copy"));
                 co_return Outcome::Failed;
             }
-            if (*result != local->body && !applyCopy(resource, *result))
+            if (*result != current->body && !applyCopy(resource, *result))
                 co_return Outcome::Failed;
+            // This computer's records as the server's copy holds them, for the
+            // renames of the next merge.
+            ids = serverIds(resource, origins, *copy);
         }
         // The server's copy is the new base; the next try pushes the merge on it.
-        keep(resource, {server, *version, *copy, QByteArray(), today});
+        keep(resource, {server, *version, *copy, ids, today});
         pull = false;
     }
     setLastError(prefix + QStringLiteral("the server's copy kept changing; will try again"));

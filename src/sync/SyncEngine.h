@@ -1,6 +1,7 @@
 #pragma once
 
 #include "APIClient.h"
+#include "SyncMerge.h"
 
 #include <QCoro/QCoroTask>
 #include <QDateTime>
@@ -96,7 +97,11 @@ private:
     std::optional<QByteArray> canonical(const QString& resource, const QByteArray& envelope,
                                         QString* why);
     std::optional<QByteArray> merged(const QString& resource, const SyncBase& base,
-                                     const LocalCopy& local, const QByteArray& server);
+                                     const LocalCopy& local, const QByteArray& server,
+                                     SyncMerge::Origins* origins);
+    // The local identities of the server's copy's records after a merge.
+    QByteArray serverIds(const QString& resource, const SyncMerge::Origins& origins,
+                         const QByteArray& server);
     void keep(const QString& resource, const SyncBase& base);
     // A request that failed: a network failure is sent again later.
     Outcome failedRequest(const APIError& error, const QString& resource, const QString& prefix);

@@ -175,6 +175,17 @@ template <typename R> QList<R> valuesOf(const KeyedList<R>& list)
     return out;
 }
 
+// Where each merged record sits in the server's copy, or -1.
+template <typename R>
+QList<qsizetype> originsIn(const KeyedList<R>& merged, const KeyedList<R>& server)
+{
+    const QStringList serverKeys = keysOf(server);
+    QList<qsizetype> out;
+    for (const auto& k : merged)
+        out.append(serverKeys.indexOf(k.key));
+    return out;
+}
+
 const auto habitName = [](const WireHabit& h) { return h.name; };
 const auto listName = [](const WireTaskList& l) { return l.name; };
 const auto taskText = [](const WireTask& t) { return t.header; };
@@ -225,7 +236,7 @@ qint64 SyncMerge::count(qint64 base, qint64 local, qint64 server, const Sides& s
 
 QList<WireHabit> SyncMerge::habits(const QList<WireHabit>& base, const QList<WireHabit>& local,
                                    const QList<WireHabit>& server, const Sides& sides,
-                                   const Renames& renames)
+                                   const Renames& renames, Origins* origins)
 {
     const auto b = keyed(base, habitName, {});
     const auto l = keyed(local, habitName, renames.habits);
@@ -234,7 +245,7 @@ QList<WireHabit> SyncMerge::habits(const QList<WireHabit>& base, const QList<Wir
         return was.icon == now.icon && was.color == now.color && was.maxValue == now.maxValue &&
                was.firstTrackerDate == now.firstTrackerDate;
     });
-    return valuesOf(mergeRecords(
+    const auto merged = mergeRecords(
         b, l, s, sides, [&](const WireHabit* was, const WireHabit& mine, const WireHabit& theirs) {
             const WireHabit none;
             const WireHabit& from = was ? *was : none;
@@ -249,13 +260,16 @@ QList<WireHabit> SyncMerge::habits(const QList<WireHabit>& base, const QList<Wir
             out.currentValue =
                 count(from.currentValue, mine.currentValue, theirs.currentValue, sides);
             return out;
-        }));
+        });
+    if (origins)
+        origins->records = originsIn(merged, s);
+    return valuesOf(merged);
 }
 
 QList<WireTaskList> SyncMerge::taskLists(const QList<WireTaskList>& base,
                                          const QList<WireTaskList>& local,
                                          const QList<WireTaskList>& server, const Sides& sides,
-                                         const Renames& renames)
+                                         const Renames& renames, Origins* origins)
 {
     const auto b = keyed(base, listName, {});
     const auto l = keyed(local, listName, renames.lists);
@@ -266,7 +280,10 @@ QList<WireTaskList> SyncMerge::taskLists(const QList<WireTaskList>& base,
     const auto sameTask = [](const WireTask& was, const WireTask& now) {
         return was.checked == now.checked && was.priority == now.priority;
     };
-    return valuesOf(mergeRecords(
+    // Per list merged from both sides (by this computer's record): where its
+    // tasks sit in the server's list.
+    QHash<const WireTaskList*, QList<qsizetype>> taskOrigins;
+    const auto merged = mergeRecords(
         b, l, s, sides,
         [&](const WireTaskList* was, const WireTaskList& mine, const WireTaskList& theirs) {
             const auto tb = was ? keyed(was->tasks, taskText, {}) : KeyedList<WireTask>{};
@@ -281,6 +298,7 @@ QList<WireTaskList> SyncMerge::taskLists(const QList<WireTaskList>& base,
                     return mergeTask(wt, lt, st, sides);
                 });
             out.tasks = valuesOf(merged);
+            taskOrigins.insert(&mine, originsIn(merged, ts));
 
             // The focus follows the side that moved it, by the task's key.
             const QString focus =
@@ -289,7 +307,27 @@ QList<WireTaskList> SyncMerge::taskLists(const QList<WireTaskList>& base,
             if (at >= 0)
                 out.highlightedTask = at;
             return out;
-        }));
+        });
+    if (origins) {
+        origins->records = originsIn(merged, s);
+        origins->tasks.clear();
+        for (qsizetype i = 0; i < merged.size(); ++i) {
+            const qsizetype at = origins->records.at(i);
+            const WireTaskList* mine = find(l, merged.at(i).key);
+            QList<qsizetype> tasks;
+            if (mine && at >= 0) {
+                tasks = taskOrigins.value(mine);
+            } else if (at >= 0) {
+                // The server's list as it stands.
+                for (qsizetype t = 0; t < merged.at(i).value.tasks.size(); ++t)
+                    tasks.append(t);
+            } else {
+                tasks.fill(-1, merged.at(i).value.tasks.size());
+            }
+            origins->tasks.append(tasks);
+        }
+    }
+    return valuesOf(merged);
 }
 
 std::optional<PomodoroState> SyncMerge::pomodoro(const std::optional<PomodoroState>& base,

@@ -43,13 +43,22 @@ public:
         QHash<QString, QHash<QString, QString>> tasks;
     };
 
+    // Where each merged record came from in the server's copy (-1: not there),
+    // so that the server's copy can name this computer's records after a merge.
+    struct Origins
+    {
+        QList<qsizetype> records;
+        // Per merged list, for each of its tasks.
+        QList<QList<qsizetype>> tasks;
+    };
+
     static QList<WireHabit> habits(const QList<WireHabit>& base, const QList<WireHabit>& local,
                                    const QList<WireHabit>& server, const Sides& sides,
-                                   const Renames& renames = {});
+                                   const Renames& renames = {}, Origins* origins = nullptr);
     static QList<WireTaskList> taskLists(const QList<WireTaskList>& base,
                                          const QList<WireTaskList>& local,
                                          const QList<WireTaskList>& server, const Sides& sides,
-                                         const Renames& renames = {});
+                                         const Renames& renames = {}, Origins* origins = nullptr);
     // Settings key by key; the day's counts as count() adds them, on the day
     // each copy started counting. A side without a timer state leaves the other's.
     static std::optional<PomodoroState> pomodoro(const std::optional<PomodoroState>& base,
