@@ -7,14 +7,16 @@ def _registry():
     return pyatspi
 
 
-def application(name="Tidewell", timeout=40):
+def application(name="Tidewell", timeout=40, pid=None):
+    """The application of that name (and process, when several run)."""
     pyatspi = _registry()
     deadline = time.monotonic() + timeout
     while time.monotonic() < deadline:
         desktop = pyatspi.Registry.getDesktop(0)
         for i in range(desktop.childCount):
             app = desktop.getChildAtIndex(i)
-            if app is not None and app.name and app.name.lower() == name.lower():
+            if app is not None and app.name and app.name.lower() == name.lower() and \
+                    (pid is None or app.get_process_id() == pid):
                 return app
         time.sleep(0.2)
     raise AssertionError("application %s is not in the accessibility tree" % name)
