@@ -347,10 +347,10 @@ bool SyncEngine::applyCopy(const QString& resource, const QByteArray& body)
     setApplyingRemote(true);
     if (resource == habitsName) {
         if (const auto habits = WireEnvelope::decodeHabitsBody(body, &why))
-            SyncMapping::applyHabits(ctx, *habits, m_clock.now());
+            SyncMapping::updateHabits(ctx, *habits, m_clock.now());
     } else if (resource == tasksName) {
         if (const auto lists = WireEnvelope::decodeTasksBody(body, &why))
-            SyncMapping::applyTasks(ctx, *lists);
+            SyncMapping::updateTasks(ctx, *lists);
     } else if (body != "null") {
         SyncMapping::applyPomodoro(ctx, WireEnvelope::decodePomodoroBody(body, &why),
                                    m_clock.now());

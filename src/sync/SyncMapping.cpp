@@ -202,6 +202,120 @@ void SyncMapping::applyHabits(ModelContext& context, const QList<WireHabit>& hab
     }
 }
 
+namespace {
+// Takes the next record of `name` from `byName`, in order; null when none is left.
+template <typename T> T* takeNamed(QHash<QString, QList<T*>>& byName, const QString& name)
+{
+    auto found = byName.find(name);
+    return found == byName.end() || found->isEmpty() ? nullptr : found->takeFirst();
+}
+
+template <typename T> QHash<QString, QList<T*>> byName(QList<T*> records)
+{
+    sortByOrder(records);
+    QHash<QString, QList<T*>> out;
+    for (T* r : records)
+        out[r->name()].append(r);
+    return out;
+}
+} // namespace
+
+void SyncMapping::updateHabits(ModelContext& context, const QList<WireHabit>& habits,
+                               const QDateTime& now)
+{
+    const QList<Habit*> old = context.fetch<Habit>();
+    auto named = byName(old);
+    QList<Habit*> matched(habits.size(), nullptr);
+    for (qsizetype i = 0; i < habits.size(); ++i)
+        matched[i] = takeNamed(named, habits.at(i).name);
+    // A habit renamed elsewhere keeps its identity and history: the one left
+    // over that began tracking on the same day, when only one did.
+    QList<Habit*> left;
+    for (const auto& same : std::as_const(named))
+        left += same;
+    for (qsizetype i = 0; i < habits.size(); ++i) {
+        if (matched.at(i))
+            continue;
+        QList<Habit*> candidates;
+        for (Habit* h : std::as_const(left))
+            if (WireDate::format(h->firstTrackerDate()) == habits.at(i).firstTrackerDate)
+                candidates.append(h);
+        if (candidates.size() == 1) {
+            matched[i] = candidates.front();
+            left.removeOne(candidates.front());
+        }
+    }
+
+    QSet<Habit*> kept;
+    for (qsizetype i = 0; i < habits.size(); ++i) {
+        const WireHabit& w = habits.at(i);
+        Habit* habit = matched.at(i);
+        if (!habit) {
+            habit = new Habit(EmojiCoding::decode(w.icon), w.name, w.color, w.maxValue, i);
+            context.insert(habit);
+        }
+        habit->setName(w.name);
+        habit->setIcon(EmojiCoding::decode(w.icon));
+        habit->setColorHex(w.color);
+        habit->setMaxValue(w.maxValue);
+        habit->setOrder(i);
+        habit->setCurrentValue(w.currentValue);
+        habit->setFirstTrackerDate(WireDate::parse(w.firstTrackerDate).value_or(now));
+        kept.insert(habit);
+    }
+    for (Habit* h : old)
+        if (!kept.contains(h))
+            context.remove(h);
+}
+
+void SyncMapping::updateTasks(ModelContext& context, const QList<WireTaskList>& lists)
+{
+    const QList<TaskList*> old = context.fetch<TaskList>();
+    auto named = byName(old);
+    QSet<TaskList*> kept;
+    for (qsizetype i = 0; i < lists.size(); ++i) {
+        const WireTaskList& wire = lists.at(i);
+        TaskList* list = takeNamed(named, wire.name);
+        if (!list) {
+            list = new TaskList(wire.name, i);
+            context.insert(list);
+        }
+        list->setOrder(i);
+        kept.insert(list);
+
+        // Tasks by their text, the n-th of one text with the n-th.
+        QHash<QString, QList<TaskItem*>> byText;
+        QList<TaskItem*> tasks = list->tasks();
+        sortByOrder(tasks);
+        for (TaskItem* t : tasks)
+            byText[t->header()].append(t);
+        QSet<TaskItem*> keptTasks;
+        QList<TaskItem*> placed;
+        for (qsizetype j = 0; j < wire.tasks.size(); ++j) {
+            const WireTask& w = wire.tasks.at(j);
+            TaskItem* task = takeNamed(byText, w.header);
+            if (!task) {
+                task = new TaskItem(w.header, j, list);
+                context.insert(task);
+            }
+            task->setOrder(j);
+            task->setPriority(w.priority);
+            task->setChecked(w.checked);
+            keptTasks.insert(task);
+            placed.append(task);
+        }
+        for (TaskItem* t : tasks)
+            if (!keptTasks.contains(t))
+                context.remove(t);
+        const qint64 focus = wire.highlightedTask.value_or(-1);
+        list->setHighlightedTaskId(focus >= 0 && focus < placed.size() ? placed.at(focus)->id()
+                                                                       : QUuid());
+    }
+    for (TaskList* l : old)
+        if (!kept.contains(l))
+            context.remove(l);
+}
+
 void SyncMapping::applyPomodoro(ModelContext& context, const std::optional<PomodoroState>& state,
                                 const QDateTime& now)
 {

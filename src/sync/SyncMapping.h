@@ -42,6 +42,12 @@ public:
     // A habit without a readable first day tracks from `now`.
     static void applyHabits(ModelContext& context, const QList<WireHabit>& habits,
                             const QDateTime& now);
+    // As applyHabits() and applyTasks(), but records matching pulled ones (by
+    // name, tasks by their text in their list; the n-th of a name with the n-th)
+    // keep their identity, updated in place: what the user has open stays open.
+    static void updateHabits(ModelContext& context, const QList<WireHabit>& habits,
+                             const QDateTime& now);
+    static void updateTasks(ModelContext& context, const QList<WireTaskList>& lists);
     // Overwrites the timer configuration (one counting from `now` when there is
     // none); absent state changes nothing.
     static void applyPomodoro(ModelContext& context, const std::optional<PomodoroState>& state,

@@ -8,6 +8,8 @@
 #include "ResourceStore.h"
 #include "SyncEngine.h"
 #include "SyncServer.h"
+#include "TaskItem.h"
+#include "TaskList.h"
 #include "TestDatabase.h"
 #include "TestServices.h"
 
@@ -140,12 +142,15 @@ private slots:
 
         // Counted on both within the same moment: both pushes are made on one
         // version, one of them is refused and merged.
+        const QString waterKey = desktop.habit(u"Water"_s)->key();
         laptop.increment(u"Water"_s);
         desktop.increment(u"Water"_s, 2);
         QTRY_COMPARE_WITH_TIMEOUT(laptop.count(u"Water"_s), 3, 5000);
         QTRY_COMPARE_WITH_TIMEOUT(desktop.count(u"Water"_s), 3, 5000);
         QVERIFY(laptop.sync().lastError().isEmpty());
         QVERIFY(desktop.sync().lastError().isEmpty());
+        // What the user has open is the same record after the merge and pulls.
+        QCOMPARE(desktop.habit(u"Water"_s)->key(), waterKey);
 
         // The server away for a while: both keep counting, and once it is back
         // both send what they counted and end with the sum.
@@ -157,6 +162,28 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(laptop.count(u"Water"_s), 5, 10000);
         QTRY_COMPARE_WITH_TIMEOUT(desktop.count(u"Water"_s), 5, 10000);
         QTRY_VERIFY_WITH_TIMEOUT(laptop.sync().lastError().isEmpty(), 5000);
+
+        // A list changed on the other computer arrives as the same list and the
+        // same focus task here, with the new task in it.
+        auto* home = new TaskList(u"Home"_s, 0);
+        laptop.context().insert(home);
+        auto* milk = new TaskItem(u"Milk"_s, 0, home);
+        laptop.context().insert(milk);
+        home->setHighlightedTaskId(milk->id());
+        QVERIFY(laptop.context().save());
+        QCoro::waitFor(laptop.sync().pushTasks());
+        QTRY_COMPARE_WITH_TIMEOUT(desktop.context().fetch<TaskItem>().size(), 1, 5000);
+        const QList<TaskList*> lists = desktop.context().fetch<TaskList>();
+        QCOMPARE(lists.size(), 1);
+        const QUuid listId = lists.front()->id();
+        const QUuid focusId = lists.front()->highlightedTaskId();
+        QVERIFY(!focusId.isNull());
+        laptop.context().insert(new TaskItem(u"Bread"_s, 1, home));
+        QVERIFY(laptop.context().save());
+        QCoro::waitFor(laptop.sync().pushTasks());
+        QTRY_COMPARE_WITH_TIMEOUT(desktop.context().fetch<TaskItem>().size(), 2, 5000);
+        QCOMPARE(desktop.context().fetch<TaskList>().front()->id(), listId);
+        QCOMPARE(desktop.context().fetch<TaskList>().front()->highlightedTaskId(), focusId);
 
         // A later computer signing in takes the server's copy as it stands.
         Computer third(m_token);
