@@ -19,6 +19,7 @@
 #include <QTimer>
 
 #include <memory>
+#include <tuple>
 
 namespace {
 const QString unreadable = QStringLiteral("could not read local data");
@@ -373,10 +374,12 @@ std::optional<QByteArray> SyncEngine::merged(const QString& resource, const Sync
     QString why;
     const QJsonArray baseIds = QJsonDocument::fromJson(base.ids).array();
     const QJsonArray localIds = QJsonDocument::fromJson(local.ids).array();
+    // The base, this computer's copy and the server's, read by `decode`.
+    const auto three = [&](auto decode) {
+        return std::tuple{decode(base.body, &why), decode(local.body, &why), decode(server, &why)};
+    };
     if (resource == habitsName) {
-        const auto b = WireEnvelope::decodeHabitsBody(base.body, &why);
-        const auto l = WireEnvelope::decodeHabitsBody(local.body, &why);
-        const auto s = WireEnvelope::decodeHabitsBody(server, &why);
+        const auto [b, l, s] = three(&WireEnvelope::decodeHabitsBody);
         if (!b || !l || !s)
             return std::nullopt;
         // A habit this computer renamed is known by its identity.
@@ -389,9 +392,7 @@ std::optional<QByteArray> SyncEngine::merged(const QString& resource, const Sync
         return WireEnvelope::encode(SyncMerge::habits(*b, *l, *s, sides, renames, origins));
     }
     if (resource == tasksName) {
-        const auto b = WireEnvelope::decodeTasksBody(base.body, &why);
-        const auto l = WireEnvelope::decodeTasksBody(local.body, &why);
-        const auto s = WireEnvelope::decodeTasksBody(server, &why);
+        const auto [b, l, s] = three(&WireEnvelope::decodeTasksBody);
         if (!b || !l || !s)
             return std::nullopt;
         SyncMerge::Renames renames;
