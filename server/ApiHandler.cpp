@@ -6,6 +6,8 @@
 #include "ServerDatabase.h"
 #include "WireEnvelope.h"
 
+#include <QLocale>
+
 namespace {
 const QString apiPrefix = QStringLiteral("/api/v1/");
 
@@ -206,6 +208,12 @@ HttpAnswer ApiHandler::get(const HttpCall& call, const QByteArray& token, Resour
     const QByteArray none = kind == ResourceStore::Kind::Pomodoro ? "null" : "[]";
     HttpAnswer answer = HttpAnswer::json(200, "{\"data\":" + found->body.value_or(none) + '}');
     answer.addHeader("ETag", tag);
+    // When the copy was stored: a client merging it learns which changes came later.
+    if (found->storedAt.isValid())
+        answer.addHeader("Last-Modified",
+                         QLocale::c()
+                             .toString(found->storedAt.toUTC(), u"ddd, dd MMM yyyy hh:mm:ss 'GMT'")
+                             .toLatin1());
     return answer;
 }
 

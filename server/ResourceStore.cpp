@@ -54,7 +54,8 @@ bool ResourceStore::current(qint64 userId, Kind kind, std::optional<QByteArray>*
 Lookup<ResourceStore::Owned> ResourceStore::currentByToken(const QString& tokenHash, Kind kind)
 {
     const auto q = m_db.exec(
-        QStringLiteral("SELECT t.id, t.user_id, t.last_used_at, r.body, h.version FROM tokens t "
+        QStringLiteral("SELECT t.id, t.user_id, t.last_used_at, r.body, h.version, r.created_at "
+                       "FROM tokens t "
                        "LEFT JOIN resource_heads h ON h.user_id = t.user_id AND h.kind = ? "
                        "LEFT JOIN resources r ON r.user_id = h.user_id AND r.kind = h.kind "
                        "AND r.version = h.version WHERE t.token_hash = ?"),
@@ -64,10 +65,11 @@ Lookup<ResourceStore::Owned> ResourceStore::currentByToken(const QString& tokenH
     if (q->rows.isEmpty())
         return Lookup<Owned>::missing();
     const QVariantList& row = q->rows.first();
-    Owned out{row[0].toLongLong(), row[1].toLongLong(), row[2], std::nullopt, 0};
+    Owned out{row[0].toLongLong(), row[1].toLongLong(), row[2], std::nullopt, 0, {}};
     if (!row[3].isNull()) {
         out.body = row[3].toByteArray();
         out.version = row[4].toLongLong();
+        out.storedAt = QDateTime::fromMSecsSinceEpoch(row[5].toLongLong(), Qt::UTC);
     }
     return Lookup<Owned>::found(std::move(out));
 }

@@ -44,7 +44,8 @@ public:
         qint64 userId = 0;
         QVariant lastUsed; // the token's
         std::optional<QByteArray> body;
-        qint64 version = 0; // 0 until the first store
+        qint64 version = 0;   // 0 until the first store
+        QDateTime storedAt{}; // when the current version was stored; invalid before
     };
     Lookup<Owned> currentByToken(const QString& tokenHash, Kind kind);
     // The owner of a bearer token with the current version of each kind (by

@@ -192,7 +192,7 @@ QCoro::Task<APIResult<APIClient::Tagged>> APIClient::send(QByteArray method, QSt
             const std::optional<QString> body = utf8(reply.body);
             co_return APIError::http(status, body ? std::optional(readableBody(*body)) : body);
         }
-        co_return Tagged{reply.body, reply.etag};
+        co_return Tagged{reply.body, reply.etag, reply.lastModified};
     }
 }
 

@@ -61,6 +61,7 @@ public:
     {
         QByteArray body;
         std::optional<QByteArray> etag;
+        QDateTime storedAt; // when the server stored it (Last-Modified); invalid when unsaid
     };
     // The versions the change feed compares, by resource name.
     using Versions = QMap<QString, qint64>;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QDateTime>
 #include <QList>
 #include <QPointer>
 #include <QString>
@@ -35,6 +36,7 @@ struct HttpReply
     int status = 0;                     // 0: the reply carried no HTTP status
     std::optional<QByteArray> location; // the Location header, when there is one
     std::optional<QByteArray> etag;     // the ETag header, when there is one
+    QDateTime lastModified;             // the Last-Modified header; invalid without one
     QByteArray body;
 };
 

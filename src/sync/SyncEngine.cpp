@@ -29,6 +29,9 @@ const QString pomodoroName = QStringLiteral("pomodoro");
 const QStringList resources{habitsName, tasksName, pomodoroName};
 // Tries of one push against a server others keep changing.
 constexpr int maxAttempts = 5;
+// How far the server's clock may be off this computer's without moving a count
+// to another day.
+constexpr qint64 clockSlack = 5 * 60;
 // Start-up is not slowed by the network: the feed is joined a little later.
 constexpr std::chrono::seconds feedAfterStart{3};
 
@@ -365,12 +368,21 @@ bool SyncEngine::applyCopy(const QString& resource, const QByteArray& body)
 
 std::optional<QByteArray> SyncEngine::merged(const QString& resource, const SyncBase& base,
                                              const LocalCopy& local, const QByteArray& server,
-                                             SyncMerge::Origins* origins)
+                                             const QDateTime& storedAt, SyncMerge::Origins* origins)
 {
     const QDate today = m_clock.now().toLocalTime().date();
     const QDateTime now = m_clock.now();
-    const SyncMerge::Sides sides{m_localChangedAt.value(resource, now), now, base.day, today,
-                                 server == base.body ? base.day : today};
+    // The server's changes date from when it stored them, when it says so (never
+    // later than now); else from now, the moment this computer learns of them.
+    const QDateTime theirs = storedAt.isValid() ? std::min(storedAt, now) : now;
+    // Its counts are an earlier day's only when stored well before this computer's
+    // midnight: near it, a clock a little off would drop the other computer's
+    // raises, and counting them on today errs on the side of keeping them.
+    QDate serverDay = server == base.body ? base.day : today;
+    if (server != base.body && theirs.addSecs(clockSlack) < today.startOfDay())
+        serverDay = theirs.addSecs(clockSlack).toLocalTime().date();
+    const SyncMerge::Sides sides{m_localChangedAt.value(resource, now), theirs, base.day, today,
+                                 serverDay};
     QString why;
     const QJsonArray baseIds = QJsonDocument::fromJson(base.ids).array();
     const QJsonArray localIds = QJsonDocument::fromJson(local.ids).array();
@@ -627,7 +639,7 @@ SyncEngine::syncVersioned(QString resource, std::optional<APIClient::Tagged> fet
         QByteArray ids = base->ids;
         if (*copy != base->body) {
             SyncMerge::Origins origins;
-            const auto result = merged(resource, *base, *current, *copy, &origins);
+            const auto result = merged(resource, *base, *current, *copy, theirs.storedAt, &origins);
             if (!result) {
                 setLastError(prefix + QStringLiteral("could not merge the server's copy"));
                 co_return Outcome::Failed;

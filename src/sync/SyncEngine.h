@@ -98,7 +98,7 @@ private:
                                         QString* why);
     std::optional<QByteArray> merged(const QString& resource, const SyncBase& base,
                                      const LocalCopy& local, const QByteArray& server,
-                                     SyncMerge::Origins* origins);
+                                     const QDateTime& storedAt, SyncMerge::Origins* origins);
     // The local identities of the server's copy's records after a merge.
     QByteArray serverIds(const QString& resource, const SyncMerge::Origins& origins,
                          const QByteArray& server);

@@ -9,6 +9,7 @@
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLocale>
 #include <QSignalSpy>
 #include <QTcpSocket>
 #include <QTest>
@@ -152,10 +153,23 @@ private slots:
             }
             return QByteArray();
         };
+        const auto stored = [](const HttpAnswer& a) {
+            for (const auto& [name, value] : a.headers) {
+                if (name == "Last-Modified")
+                    return QLocale::c().toDateTime(QString::fromLatin1(value),
+                                                   u"ddd, dd MMM yyyy hh:mm:ss 'GMT'"_s);
+            }
+            return QDateTime();
+        };
         const QString habitsPath = u"/api/v1/habits"_s;
         QCOMPARE(etag(call("GET", habitsPath)), "\"0\""_ba);
+        QVERIFY(!stored(call("GET", habitsPath)).isValid());
         HttpAnswer a = call("PUT", habitsPath, WireEnvelope::encode(habits()));
         QCOMPARE(etag(a), "\"1\""_ba);
+        // When the copy was stored, as an HTTP date.
+        QDateTime when = stored(call("GET", habitsPath));
+        when.setTimeSpec(Qt::UTC);
+        QVERIFY(qAbs(when.secsTo(QDateTime::currentDateTimeUtc())) < 60);
 
         a = get(habitsPath, "\"1\"");
         QCOMPARE(a.status, 304);

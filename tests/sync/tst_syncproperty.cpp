@@ -21,6 +21,7 @@
 #include "WireEnvelope.h"
 
 #include <QCoro/QCoroSignal>
+#include <QLocale>
 #include <QRandomGenerator>
 #include <QStandardPaths>
 #include <QTest>
@@ -75,9 +76,15 @@ public:
             const HttpAnswer answer = server->handle(call);
             reply.status = answer.status;
             reply.body = answer.body;
-            for (const auto& [name, value] : answer.headers)
+            for (const auto& [name, value] : answer.headers) {
                 if (versions && name.compare("ETag", Qt::CaseInsensitive) == 0)
                     reply.etag = value;
+                if (name.compare("Last-Modified", Qt::CaseInsensitive) == 0) {
+                    reply.lastModified = QLocale::c().toDateTime(
+                        QString::fromLatin1(value), u"ddd, dd MMM yyyy hh:mm:ss 'GMT'"_s);
+                    reply.lastModified.setTimeSpec(Qt::UTC);
+                }
+            }
         }
         if (p.waiter) {
             p.waiter->reply = reply;
@@ -194,8 +201,10 @@ class TestSyncProperty final : public QObject
     {
         Run run;
         TestDatabase db;
+        QDateTime now(QDate(2026, 11, 24), QTime(9, 0));
         SyncServer::Options options;
         options.database.url = db.url();
+        options.clock = [&now] { return now; };
         QString error;
         auto server = SyncServer::create(options, &error);
         if (!server) {
@@ -209,7 +218,6 @@ class TestSyncProperty final : public QObject
         Network network;
         network.server = server.get();
         network.versions = versions;
-        QDateTime now(QDate(2026, 11, 24), QTime(9, 0));
         const Clock clock([&now] { return now; });
         Computer a(network, token, clock);
         Computer b(network, token, clock);

@@ -95,6 +95,7 @@ QCoro::Task<HttpReply> QtHttpTransport::send(HttpRequest request, QPointer<QObje
         result.location = raw->rawHeader("Location");
     if (raw->hasRawHeader("ETag"))
         result.etag = raw->rawHeader("ETag");
+    result.lastModified = raw->header(QNetworkRequest::LastModifiedHeader).toDateTime();
     result.body = raw->readAll();
     co_return result;
 }
