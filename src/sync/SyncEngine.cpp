@@ -243,8 +243,7 @@ QCoro::Task<bool> SyncEngine::mayPush()
     co_return self&& m_auth.isSignedIn();
 }
 
-template <typename Read, typename Put>
-QCoro::Task<> SyncEngine::push(QString resource, Read read, Put put)
+template <typename Read> QCoro::Task<> SyncEngine::push(QString resource, Read read)
 {
     // Noted before anything waits: the merge compares it with the server's changes.
     if (!m_applyingRemote)
@@ -265,28 +264,41 @@ QCoro::Task<> SyncEngine::push(QString resource, Read read, Put put)
             setLastError(prefix + unreadable);
         co_return;
     }
+    const auto copy = localCopy(resource);
+    const QString server = APIClient::serverURLString();
     const QPointer<SyncEngine> self(this);
-    const auto error = co_await put(*local);
-    if (self && error)
-        failed(*error, prefix);
+    const auto answer =
+        co_await m_client.store(resource, WireEnvelope::encode(*local), std::nullopt);
+    if (!self)
+        co_return;
+    if (!answer) {
+        failed(answer.error(), prefix);
+        co_return;
+    }
+    // A server that tags what it stored keeps versions: what was sent is the
+    // base of the next merge, and from now on pushes name their version.
+    const auto version = APIClient::versionOf(answer.value().etag);
+    if (m_bases && version && copy) {
+        keep(resource,
+             {server, *version, copy->body, copy->ids, m_clock.now().toLocalTime().date()});
+        setHasVersions(true);
+        listenSoon();
+    }
 }
 
 QCoro::Task<> SyncEngine::pushHabits()
 {
-    return push(QStringLiteral("habits"), &SyncMapping::habits,
-                [this](const QList<WireHabit>& habits) { return m_client.putHabits(habits); });
+    return push(habitsName, &SyncMapping::habits);
 }
 
 QCoro::Task<> SyncEngine::pushTasks()
 {
-    return push(QStringLiteral("tasks"), &SyncMapping::taskLists,
-                [this](const QList<WireTaskList>& lists) { return m_client.putTasks(lists); });
+    return push(tasksName, &SyncMapping::taskLists);
 }
 
 QCoro::Task<> SyncEngine::pushPomodoro()
 {
-    return push(QStringLiteral("pomodoro"), &SyncMapping::pomodoro,
-                [this](const PomodoroState& state) { return m_client.putPomodoro(state); });
+    return push(pomodoroName, &SyncMapping::pomodoro);
 }
 
 void SyncEngine::setHasVersions(bool on)

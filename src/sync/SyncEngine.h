@@ -117,9 +117,9 @@ private:
 
     ModelContext& context();
     QCoro::Task<bool> mayPush();
-    // One resource's push: its local copy, read by `read`, sent by `put`. Taken by
-    // value: the coroutine runs on after its caller's temporaries are gone.
-    template <typename Read, typename Put> QCoro::Task<> push(QString resource, Read read, Put put);
+    // One resource's push: its local copy, read by `read`. Taken by value: the
+    // coroutine runs on after its caller's temporaries are gone.
+    template <typename Read> QCoro::Task<> push(QString resource, Read read);
     // A failed request: a rejected token signs out; anything else is reported
     // after `prefix`.
     void failed(const APIError& error, const QString& prefix);

@@ -91,6 +91,9 @@ class TwoComputers(TidewellCase):
         a11y = self.a11y
         first = self.root
         self.sign_in(first)
+        # This server keeps versions: the hub offers, and keeps on, staying in step.
+        in_step = a11y.find(first, "Keep this computer in step automatically")
+        self.assertTrue(a11y.is_checked(in_step))
         switch, icon = self.in_popup(first, "Habits")
         self.add_first_habit(first, "Water", icon)
         self.close_popup(switch, icon)

@@ -3,6 +3,7 @@
 #include "SyncFixture.h"
 
 #include <QAbstractButton>
+#include <QCheckBox>
 #include <QLabel>
 #include <QLineEdit>
 #include <QLocale>
@@ -221,6 +222,10 @@ private slots:
         QVERIFY(!error->isVisible());
         QCOMPARE(lastSync->text(),
                  u"Last sync "_s + QLocale().toString(now().time(), QLocale::ShortFormat));
+        // A server without versions cannot keep two computers in step: no such setting.
+        auto* inStep = child<QCheckBox>(m_section, "keepInStepToggle");
+        QVERIFY(!inStep->isVisible());
+        QVERIFY(!engine().serverHasVersions());
 
         // Sign out forgets the token at once, without asking.
         QTest::mouseClick(child(m_section, "signOutButton"), Qt::LeftButton);

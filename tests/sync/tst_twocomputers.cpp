@@ -189,6 +189,16 @@ private slots:
         Computer third(m_token);
         QVERIFY(third.pull());
         QCOMPARE(third.count(u"Water"_s), 5);
+
+        // A computer signed in before it knew of versions learns of them from the
+        // answer to its next push, and offers to stay in step from then on.
+        Computer fourth(m_token);
+        QTRY_VERIFY(!fourth.services->auth().isLoading());
+        QVERIFY(!fourth.sync().serverHasVersions());
+        QCoro::waitFor(fourth.sync().pushPomodoro());
+        QCoro::waitFor(fourth.sync().pushHabits());
+        QVERIFY(fourth.sync().serverHasVersions());
+        QVERIFY(fourth.sync().keepsInStep());
     }
 };
 
