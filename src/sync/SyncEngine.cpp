@@ -584,15 +584,11 @@ SyncEngine::syncVersioned(QString resource, std::optional<APIClient::Tagged> fet
         if (fetched && base && APIClient::versionOf(fetched->etag).value_or(0) < base->version)
             fetched.reset();
         APIClient::Tagged theirs;
+        bool fetch = false;
         if (fetched) {
             theirs = *std::exchange(fetched, std::nullopt);
         } else if (pull && attempt == 0) {
-            const auto got = co_await m_client.fetch(resource);
-            if (!self)
-                co_return Outcome::Failed;
-            if (!got)
-                co_return failedRequest(got.error(), resource, prefix);
-            theirs = got.value();
+            fetch = true;
         } else if (base && local->body == base->body) {
             co_return Outcome::Done;
         } else {
@@ -614,6 +610,9 @@ SyncEngine::syncVersioned(QString resource, std::optional<APIClient::Tagged> fet
             }
             if (!isStale(put.error()))
                 co_return failedRequest(put.error(), resource, prefix);
+            fetch = true;
+        }
+        if (fetch) {
             const auto got = co_await m_client.fetch(resource);
             if (!self)
                 co_return Outcome::Failed;
