@@ -26,8 +26,6 @@ HubWindow::HubWindow(AppServices& services, WindowManager& windows, QWidget* par
 {
     setObjectName(QStringLiteral("hubWindow"));
     setWindowTitle(QStringLiteral("Tidewell"));
-    setMinimumSize(420, 520);
-    resize(440, 600);
 
     buildMenus();
 
@@ -54,6 +52,9 @@ HubWindow::HubWindow(AppServices& services, WindowManager& windows, QWidget* par
     outer->addWidget(m_storeProblem);
 
     outer->addWidget(buildScrollArea(central), 1);
+    // The content's own minimum, below the menu bar, is also the size it opens at:
+    // the column scrolls, and every extra pixel costs four bytes of backing store.
+    central->setMinimumSize(420, 520);
     setCentralWidget(central);
 
     QWidget* content = m_column->parentWidget();
@@ -64,6 +65,7 @@ HubWindow::HubWindow(AppServices& services, WindowManager& windows, QWidget* par
     addSection(m_toggles);
     addSection(m_settings);
     connect(m_toggles, &WidgetTogglesView::openRequested, this, &HubWindow::widgetWindowRequested);
+    resize(minimumSizeHint());
 }
 
 void HubWindow::buildMenus()
