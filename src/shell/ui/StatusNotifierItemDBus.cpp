@@ -134,8 +134,16 @@ void StatusNotifierItemDBus::setHosted(bool hosted)
 void StatusNotifierItemDBus::setIcon(const QIcon& icon, const QString& themeName)
 {
     m_iconName = themeName;
-    m_pixmaps = SniPixmap::of(icon);
+    m_icon = icon;
+    m_pixmaps.reset();
     emit iconChanged();
+}
+
+QList<SniPixmap> StatusNotifierItemDBus::iconPixmaps() const
+{
+    if (!m_pixmaps)
+        m_pixmaps = SniPixmap::of(m_icon);
+    return *m_pixmaps;
 }
 
 void StatusNotifierItemDBus::setToolTip(const QString& text)

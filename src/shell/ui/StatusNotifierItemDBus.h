@@ -4,6 +4,9 @@
 #include "TrayDBusTypes.h"
 
 #include <QDBusConnection>
+#include <QIcon>
+
+#include <optional>
 
 class DBusMenuExporter;
 class QDBusServiceWatcher;
@@ -29,7 +32,7 @@ public:
     QString id() const { return m_id; }
     QString title() const { return m_title; }
     QString iconName() const { return m_iconName; }
-    QList<SniPixmap> iconPixmaps() const { return m_pixmaps; }
+    QList<SniPixmap> iconPixmaps() const;
     SniToolTip toolTip() const;
     void activate(int x, int y);
     void contextMenu(int x, int y);
@@ -53,7 +56,10 @@ private:
     DBusMenuExporter* m_menu = nullptr;
     QDBusServiceWatcher* m_watcher = nullptr;
     QString m_iconName;
-    QList<SniPixmap> m_pixmaps;
+    QIcon m_icon;
+    // Converted when a host first asks: with no host, or one that takes the
+    // themed name, the countdown's icon changes every second for nobody.
+    mutable std::optional<QList<SniPixmap>> m_pixmaps;
     QString m_toolTip;
     bool m_hosted = false;
     bool m_decided = false;
