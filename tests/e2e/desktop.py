@@ -135,6 +135,14 @@ class Desktop:
         out = self.run(args).stdout.split()
         return [int(w) for w in out]
 
+    def wait_active(self, name, timeout=10.0):
+        """Whether a window of that name became the active one, so that keys typed
+        now reach it."""
+        def active():
+            out = self.run(["xdotool", "getactivewindow"]).stdout.strip()
+            return out.isdigit() and int(out) in self.window_ids(name)
+        return wait_for(active, timeout)
+
     def tray_icons(self, wm_class="tidewell"):
         """Absolute centre points of the icons embedded in the tray for that class."""
         tree = self.run(["xwininfo", "-root", "-tree"]).stdout.splitlines()

@@ -27,7 +27,7 @@ class HabitsOnTheDesktop(TidewellCase):
         self.assertTrue(wait_for(lambda: desktop.window_ids("^Habits$")), "popup did not open")
         a11y.press(a11y.find(self.root, "Add your first habit"))
         self.assertTrue(wait_for(lambda: desktop.window_ids("^New habit$")), "no editor window")
-        time.sleep(0.5)
+        self.assertTrue(desktop.wait_active("^New habit$"), "the editor is not active")
         desktop.run(["xdotool", "type", "--delay", "20", "Water"])
         if SHOTS:
             desktop.screenshot(os.path.join(SHOTS, "habit-editor.png"), "^New habit$")
@@ -47,7 +47,7 @@ class HabitsOnTheDesktop(TidewellCase):
                     desktop.click(x, y)
                 a11y.press(a11y.find(self.root, "New habit", role="push button"))
                 self.assertTrue(wait_for(lambda: desktop.window_ids("^New habit$")))
-                time.sleep(0.3)
+                self.assertTrue(desktop.wait_active("^New habit$"), "the editor is not active")
                 desktop.run(["xdotool", "type", "--delay", "20", name])
                 a11y.find(self.root, "Goal", role="spin button").queryValue().currentValue = goal
                 a11y.press(a11y.find(self.root, "Create"))

@@ -92,8 +92,7 @@ class AppAgainstServer(TidewellCase):
                    XDG_RUNTIME_DIR=tempfile.mkdtemp(prefix="tidewell-run-"))
         type(self).app = subprocess.Popen([APP], env=env, stdout=subprocess.DEVNULL,
                                           stderr=subprocess.PIPE, text=True)
-        time.sleep(1)
-        root = a11y.application("Tidewell")
+        root = a11y.application("Tidewell", pid=self.app.pid)
         self.sign_in(root)
         import pyatspi
         sync = a11y.find(root, "Sync", role="push button")
@@ -112,8 +111,7 @@ class AppAgainstServer(TidewellCase):
         self.assertEqual(self.app.wait(15), 0)
         type(self).app = subprocess.Popen([APP], env=env, stdout=subprocess.DEVNULL,
                                           stderr=subprocess.PIPE, text=True)
-        time.sleep(1)
-        a11y.find(a11y.application("Tidewell"), "Pomodoro 50:00", timeout=15)
+        a11y.find(a11y.application("Tidewell", pid=self.app.pid), "Pomodoro 50:00", timeout=15)
 
 
 if __name__ == "__main__":

@@ -38,7 +38,7 @@ class TasksOnTheDesktop(TidewellCase):
         time.sleep(0.4)
         desktop.run(["xdotool", "key", "Down", "Down", "Return"])
         self.assertTrue(wait_for(lambda: desktop.window_ids("^New task list$")), "no prompt")
-        time.sleep(0.3)
+        self.assertTrue(desktop.wait_active("^New task list$"), "the prompt is not active")
         self.type_line("Errands")
         self.assertTrue(wait_for(lambda: not desktop.window_ids("^New task list$")))
         self.assertTrue(self.popup_open(), "the popup closed under the prompt")

@@ -8,7 +8,6 @@ Usage: test_without_tray.py <tidewell binary>
 """
 import os
 import sys
-import time
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from desktop import wait_for  # noqa: E402
@@ -41,7 +40,7 @@ class WithoutATray(TidewellCase):
         self.open_window("Habits")
         a11y.press(a11y.find(self.root, "Add your first habit"))
         self.assertTrue(wait_for(lambda: desktop.window_ids("^New habit$")), "no editor window")
-        time.sleep(0.5)
+        self.assertTrue(desktop.wait_active("^New habit$"), "the editor is not active")
         desktop.run(["xdotool", "type", "--delay", "20", "Water"])
         a11y.press(a11y.find(self.root, "Create"))
         self.assertTrue(wait_for(lambda: not desktop.window_ids("^New habit$")))

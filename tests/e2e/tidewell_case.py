@@ -75,7 +75,7 @@ class TidewellCase(unittest.TestCase):
         a11y, desktop = self.a11y, self.desktop
         a11y.press(a11y.find(root, "Add your first habit"))
         self.assertTrue(wait_for(lambda: desktop.window_ids("^New habit$")), "no editor window")
-        time.sleep(0.5)
+        self.assertTrue(desktop.wait_active("^New habit$"), "the editor is not active")
         desktop.run(["xdotool", "type", "--delay", "20", name])
         a11y.press(a11y.find(root, "Create"))
         self.assertTrue(wait_for(lambda: not desktop.window_ids("^New habit$")))
