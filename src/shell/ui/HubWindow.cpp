@@ -22,12 +22,15 @@
 #include <QVBoxLayout>
 
 HubWindow::HubWindow(AppServices& services, WindowManager& windows, QWidget* parent)
-    : QMainWindow(parent)
+    : QWidget(parent)
 {
     setObjectName(QStringLiteral("hubWindow"));
     setWindowTitle(QStringLiteral("Tidewell"));
 
-    buildMenus();
+    auto* frame = new QVBoxLayout(this);
+    frame->setContentsMargins(0, 0, 0, 0);
+    frame->setSpacing(0);
+    frame->setMenuBar(buildMenus());
 
     auto* central = new QWidget(this);
     auto* outer = new QVBoxLayout(central);
@@ -55,7 +58,7 @@ HubWindow::HubWindow(AppServices& services, WindowManager& windows, QWidget* par
     // The content's own minimum, below the menu bar, is also the size it opens at:
     // the column scrolls, and every extra pixel costs four bytes of backing store.
     central->setMinimumSize(420, 520);
-    setCentralWidget(central);
+    frame->addWidget(central);
 
     QWidget* content = m_column->parentWidget();
     m_account = new AccountSection(services.auth(), services.sync(), services.client(), content);
@@ -68,9 +71,10 @@ HubWindow::HubWindow(AppServices& services, WindowManager& windows, QWidget* par
     resize(minimumSizeHint());
 }
 
-void HubWindow::buildMenus()
+QMenuBar* HubWindow::buildMenus()
 {
-    QMenu* file = menuBar()->addMenu(QStringLiteral("&File"));
+    auto* bar = new QMenuBar(this);
+    QMenu* file = bar->addMenu(QStringLiteral("&File"));
     QAction* history = file->addAction(QStringLiteral("History…"));
     history->setObjectName(QStringLiteral("historyAction"));
     history->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_H));
@@ -93,7 +97,7 @@ void HubWindow::buildMenus()
     connect(quit, &QAction::triggered, this, &HubWindow::quitRequested);
 
     // The widgets' full views, reachable without a tray (and from the keyboard).
-    QMenu* widgets = menuBar()->addMenu(QStringLiteral("&Widgets"));
+    QMenu* widgets = bar->addMenu(QStringLiteral("&Widgets"));
     int key = Qt::Key_1;
     for (const WidgetMeta& meta : WidgetRegistry::all()) {
         QAction* open = widgets->addAction(meta.name);
@@ -102,6 +106,7 @@ void HubWindow::buildMenus()
         const QString id = meta.id;
         connect(open, &QAction::triggered, this, [this, id] { emit widgetWindowRequested(id); });
     }
+    return bar;
 }
 
 QLayout* HubWindow::buildHeader(QWidget* central)
@@ -151,7 +156,7 @@ void HubWindow::setStoreProblem(const QString& text)
 
 void HubWindow::showEvent(QShowEvent* event)
 {
-    QMainWindow::showEvent(event);
+    QWidget::showEvent(event);
     if (event->spontaneous())
         return;
     QRect frame(QPoint(), size());

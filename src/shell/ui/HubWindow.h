@@ -1,10 +1,11 @@
 #pragma once
 
-#include <QMainWindow>
+#include <QWidget>
 
 class AppServices;
 class QLabel;
 class QLayout;
+class QMenuBar;
 class QVBoxLayout;
 class AccountSection;
 class SettingsView;
@@ -13,8 +14,10 @@ class WindowManager;
 
 // The main window: "Tidewell" header, then in a scroll area the account
 // section, the widget toggles and the settings. Closing it hides it; the app
-// keeps running in the tray and on the desktop.
-class HubWindow final : public QMainWindow
+// keeps running in the tray and on the desktop. A plain widget with a menu bar in
+// its layout: a main window's dock and toolbar machinery would add code to every
+// start for areas it never has.
+class HubWindow final : public QWidget
 {
     Q_OBJECT
 
@@ -44,7 +47,7 @@ protected:
     void showEvent(QShowEvent* event) override;
 
 private:
-    void buildMenus();
+    QMenuBar* buildMenus();
     QLayout* buildHeader(QWidget* central);
     // The sections' column (m_column), scrolled when the window is short.
     QWidget* buildScrollArea(QWidget* central);

@@ -185,7 +185,12 @@ private:
         } else if (s.startsWith(u"person.crop.circle")) {
             p.drawEllipse(circle());
             p.drawEllipse(QRectF(at(0.38, 0.26), at(0.62, 0.5)));
-            p.drawArc(QRectF(at(0.26, 0.56), at(0.74, 0.96)), 20 * 16, 140 * 16);
+            // The shoulders: 140 degrees of an ellipse as one cubic, whose control
+            // points are worked out here rather than by drawArc's trigonometry,
+            // which would bring more of the maths library in at every start.
+            QPainterPath shoulders(at(0.7255, 0.6916));
+            shoulders.cubicTo(at(0.6489, 0.5161), at(0.3511, 0.5161), at(0.2745, 0.6916));
+            p.drawPath(shoulders);
         } else if (s == u"safari") {
             p.drawEllipse(circle());
             QPainterPath needle(at(0.66, 0.34));
