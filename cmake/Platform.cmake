@@ -52,9 +52,8 @@ if(TIDEWELL_PLATFORM STREQUAL "linux")
     SOURCES system/ClockJumpsLinux.cpp system/ClockJumpsLinux.h
     LIBS Qt6::DBus)
   tidewell_platform_facility(login_items SOURCES system/LaunchAtLoginXdg.cpp)
-  tidewell_platform_facility(keyring
-    SOURCES sync/SecretServiceKeychain.cpp sync/SecretServiceKeychain.h
-    LIBS Qt6::DBus Qt6Keychain::Qt6Keychain)
+  # The Secret Service itself is in the tidewell_keyring module (src/sync/keyring).
+  tidewell_platform_facility(keyring SOURCES sync/ModuleKeychain.cpp sync/ModuleKeychain.h)
   tidewell_platform_facility(peer_credentials SOURCES shell/PeerCredentialsLinux.cpp)
   tidewell_platform_facility(tray
     SOURCES shell/ui/StatusNotifierItemDBus.cpp shell/ui/StatusNotifierItemDBus.h

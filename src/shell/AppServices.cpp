@@ -38,8 +38,8 @@ AppServices::AppServices(Parts parts)
         parts.notifications ? std::move(parts.notifications) : NotificationBackend::create());
     m_power = std::make_unique<PowerService>(parts.inhibitor ? std::move(parts.inhibitor)
                                                              : SleepInhibitor::create());
-    m_keychain = std::make_unique<KeychainStore>(parts.keychain ? parts.keychain
-                                                                : KeychainBackend::system());
+    m_keychain = std::make_unique<KeychainStore>(
+        parts.keychain ? parts.keychain : KeychainBackend::system(m_modules));
     m_client = std::make_unique<APIClient>(*m_keychain, m_modules);
     m_auth = std::make_unique<AuthService>(
         *m_client, *m_keychain,

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 
+class ModuleLoader;
 class QObject;
 
 // What a keychain call came to. A call that got no answer in time is not an
@@ -30,8 +31,9 @@ class KeychainBackend
 public:
     virtual ~KeychainBackend() = default;
 
-    // This platform's secret store, one for the whole process.
-    static std::shared_ptr<KeychainBackend> system();
+    // This platform's secret store, one for the whole process; where it comes in
+    // a module, `modules` finds it.
+    static std::shared_ptr<KeychainBackend> system(const ModuleLoader& modules);
 
     // Done with the item's data, Missing when there surely is no such item.
     virtual KeychainReply read(const QString& service, const QString& account) = 0;

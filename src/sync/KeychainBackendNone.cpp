@@ -23,7 +23,7 @@ public:
 };
 } // namespace
 
-std::shared_ptr<KeychainBackend> KeychainBackend::system()
+std::shared_ptr<KeychainBackend> KeychainBackend::system(const ModuleLoader&)
 {
     static const auto keychain = std::make_shared<KeychainBackendNone>();
     return keychain;

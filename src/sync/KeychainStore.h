@@ -16,7 +16,7 @@
 class KeychainStore
 {
 public:
-    // Keeps the token in `backend` (KeychainBackend::system() in the app).
+    // Keeps the token in `backend` (KeychainBackend::system(…) in the app).
     explicit KeychainStore(std::shared_ptr<KeychainBackend> backend);
     ~KeychainStore();
     KeychainStore(const KeychainStore&) = delete;

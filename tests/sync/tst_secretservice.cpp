@@ -1,4 +1,5 @@
 #include "KeychainStore.h"
+#include "ModuleLoader.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -65,7 +66,8 @@ private slots:
 
     void savesReloadsAndClearsAcrossProcesses()
     {
-        auto store = std::make_unique<KeychainStore>(KeychainBackend::system());
+        auto store = std::make_unique<KeychainStore>(
+            KeychainBackend::system(ModuleLoader(QStringLiteral(TIDEWELL_TEST_MODULE_DIR))));
         QCOMPARE(QCoro::waitFor(store->saveToken(u"tok-é-123"_s)).outcome,
                  KeychainReply::Outcome::Done);
         QCOMPARE(probe("load"), u"tok-é-123 +libsecret"_s);
@@ -74,7 +76,8 @@ private slots:
         QCOMPARE(probe("load"), u"<none>"_s);
         // Written by another process, read by this one after a "restart".
         QCOMPARE(probe("save"), u"saved"_s);
-        store = std::make_unique<KeychainStore>(KeychainBackend::system());
+        store = std::make_unique<KeychainStore>(
+            KeychainBackend::system(ModuleLoader(QStringLiteral(TIDEWELL_TEST_MODULE_DIR))));
         QCOMPARE(QCoro::waitFor(store->fetchToken()).token,
                  std::optional<QString>(u"from-child"_s));
         QCOMPARE(QCoro::waitFor(store->clearToken()).outcome, KeychainReply::Outcome::Done);
@@ -114,7 +117,8 @@ int main(int argc, char** argv)
         TestSecretService test;
         return QTest::qExec(&test, argc, argv);
     }
-    KeychainStore store(KeychainBackend::system());
+    KeychainStore store(
+        KeychainBackend::system(ModuleLoader(QStringLiteral(TIDEWELL_TEST_MODULE_DIR))));
     if (qstrcmp(argv[2], "save") == 0) {
         const KeychainReply saved = QCoro::waitFor(store.saveToken(u"from-child"_s));
         if (saved.outcome == KeychainReply::Outcome::Done)

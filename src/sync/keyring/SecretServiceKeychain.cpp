@@ -23,14 +23,6 @@ struct SecretServiceKeychain::Outcome
     KeychainReply reply;
 };
 
-std::shared_ptr<KeychainBackend> KeychainBackend::system()
-{
-    // One for the whole process: the secret-store library keeps per-process state
-    // tied to the thread that first used it, so its worker thread must never change.
-    static const auto keychain = std::make_shared<SecretServiceKeychain>();
-    return keychain;
-}
-
 SecretServiceKeychain::SecretServiceKeychain(std::chrono::milliseconds limit)
     : m_limit(limit)
 {}
