@@ -57,12 +57,6 @@ FloatingContainer::FloatingContainer(QWidget* content, QWidget* parent)
     row->addWidget(close);
     m_controls->adjustSize();
 
-    m_controlsOpacity = new QGraphicsOpacityEffect(m_controls);
-    m_controlsOpacity->setOpacity(0);
-    m_controls->setGraphicsEffect(m_controlsOpacity);
-    m_controlsFade = new QPropertyAnimation(m_controlsOpacity, "opacity", this);
-    m_controlsFade->setDuration(150);
-    m_controlsFade->setEasingCurve(QEasingCurve::InOutQuad);
     m_controls->hide();
 }
 
@@ -108,6 +102,15 @@ void FloatingContainer::updateControls()
     // Hidden controls take no clicks; the fade is only for the eye.
     m_controls->setVisible(visible);
     m_controls->raise();
+    // The fade is set up at the first hover: the effect's code stays out of a start.
+    if (!m_controlsFade) {
+        m_controlsOpacity = new QGraphicsOpacityEffect(m_controls);
+        m_controlsOpacity->setOpacity(0);
+        m_controls->setGraphicsEffect(m_controlsOpacity);
+        m_controlsFade = new QPropertyAnimation(m_controlsOpacity, "opacity", this);
+        m_controlsFade->setDuration(150);
+        m_controlsFade->setEasingCurve(QEasingCurve::InOutQuad);
+    }
     m_controlsFade->stop();
     m_controlsFade->setStartValue(m_controlsOpacity->opacity());
     m_controlsFade->setEndValue(visible ? 1.0 : 0.0);

@@ -33,8 +33,8 @@ private:
     QWidget* m_content;
     QWidget* m_card;
     QWidget* m_controls;
-    QGraphicsOpacityEffect* m_controlsOpacity;
-    QPropertyAnimation* m_controlsFade;
+    QGraphicsOpacityEffect* m_controlsOpacity = nullptr;
+    QPropertyAnimation* m_controlsFade = nullptr;
     bool m_hovering = false;
     bool m_dragging = false;
 };
