@@ -98,10 +98,7 @@ bool DataStore::initialise(QString* error)
     if (!db.open(m_path, error))
         return false;
     if (!db.run("PRAGMA foreign_keys = ON", error) || !db.run("PRAGMA journal_mode = WAL", error) ||
-        !db.run("PRAGMA synchronous = FULL", error) ||
-        // Reads through a mapping instead of a system call per page: years of history
-        // are read in a few milliseconds. Writes still go through the journal.
-        !db.run("PRAGMA mmap_size = 268435456", error))
+        !db.run("PRAGMA synchronous = FULL", error))
         return false;
     m_isNew = examined.verdict == StoreProbe::Verdict::Empty;
     if (m_isNew && !migrate(StoreSchema::statements(), error))
@@ -115,6 +112,15 @@ bool DataStore::initialise(QString* error)
     }
     m_context = new ModelContext(db);
     return true;
+}
+
+void DataStore::mapForLargeReads()
+{
+    QString error;
+    // Writes still go through the journal. Without the mapping reads are slower,
+    // not wrong, so a refusal is not an error.
+    if (!m_mapped)
+        m_mapped = m_connection->run("PRAGMA mmap_size = 268435456", &error);
 }
 
 bool DataStore::migrate(const QList<const char*>& statements, QString* error)

@@ -68,16 +68,17 @@ QDate dayOf(QByteArrayView text)
     return QDate(fields[0], fields[1], fields[2]);
 }
 
-void saveFirst(DataStore& store)
+void beforeReading(DataStore& store)
 {
     if (store.mainContext().hasChanges())
         store.mainContext().save();
+    store.mapForLargeReads();
 }
 } // namespace
 
 QList<HistoryReader::HabitDays> HistoryReader::habits(DataStore& store, QDate today, int recentDays)
 {
-    saveFirst(store);
+    beforeReading(store);
     QList<HabitDays> out;
     QHash<QByteArray, qsizetype> index;
     Statement habits(store, R"(SELECT "id", "icon", "name", "colorHex", "maxValue",
@@ -125,7 +126,7 @@ QList<HistoryReader::HabitDays> HistoryReader::habits(DataStore& store, QDate to
 
 HistoryReader::Focus HistoryReader::focus(DataStore& store)
 {
-    saveFirst(store);
+    beforeReading(store);
     Focus out;
     Statement days(store, R"(SELECT "day",
                              SUM("phase" = 'focus' AND "outcome" = 'completed'),
