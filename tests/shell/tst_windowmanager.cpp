@@ -8,6 +8,7 @@
 #include "PlaceholderWidgetView.h"
 #include "PlacementService.h"
 #include "PomodoroService.h"
+#include "ShellStyle.h"
 #include "StatusItemHost.h"
 #include "StoreNotice.h"
 #include "Switch.h"
@@ -18,6 +19,7 @@
 
 #include <QAction>
 #include <QLabel>
+#include <QMenuBar>
 #include <QPushButton>
 #include <QScreen>
 #include <QTest>
@@ -256,6 +258,31 @@ private slots:
         QVERIFY(wm.openWindow(QStringLiteral("tasks")));
         QCOMPARE(viewOnly.size(), 2);
         QVERIFY(!context().hasChanges());
+    }
+
+    // The hub opens at its content's minimum below the menu bar, and the menu bar's
+    // overflow chevrons, drawn only when first shown, still draw.
+    void hubOpensSmallWithItsChevronsDrawnOnDemand()
+    {
+        WindowManager wm(*m_services);
+        HubWindow hub(*m_services, wm);
+        QVERIFY(hub.findChild<QMenuBar*>());
+        QCOMPARE(hub.width(), 420);
+        QVERIFY2(hub.height() > 520 && hub.height() < 600,
+                 qPrintable(QString::number(hub.height())));
+
+        ShellStyle style;
+        const QImage chevrons =
+            style.standardIcon(QStyle::SP_ToolBarHorizontalExtensionButton, nullptr, &hub)
+                .pixmap(16, 16)
+                .toImage();
+        int inked = 0;
+        for (int y = 0; y < chevrons.height(); ++y)
+            for (int x = 0; x < chevrons.width(); ++x)
+                inked += qAlpha(chevrons.pixel(x, y)) > 0;
+        QVERIFY2(inked > 12, qPrintable(QString::number(inked)));
+        QVERIFY(qAlpha(chevrons.pixel(4, 4)) >
+                0); // a chevron's end, outside the dot of an unknown symbol
     }
 
     // Asking to quit again while the alert is open does not open a second one.

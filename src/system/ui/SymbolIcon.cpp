@@ -141,6 +141,14 @@ private:
             path.lineTo(at(0.45, 0.67));
             path.lineTo(at(0.72, 0.36));
             p.drawPath(path);
+        } else if (s == u"chevron.right.2") {
+            QPainterPath path;
+            for (qreal x : {0.25, 0.5625}) {
+                path.moveTo(at(x, 0.25));
+                path.lineTo(at(x + 0.22, 0.5));
+                path.lineTo(at(x, 0.75));
+            }
+            p.drawPath(path);
         } else if (s == u"chevron.down") {
             QPainterPath path(at(0.28, 0.4));
             path.lineTo(at(0.5, 0.62));
