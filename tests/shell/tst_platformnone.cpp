@@ -58,7 +58,7 @@ private slots:
         QVERIFY(ClockJumps::create());
 
         // No keyring: nothing is there, nothing is kept, and the sign-in hears why.
-        KeychainStore keychain(KeychainBackend::system());
+        KeychainStore keychain(KeychainBackend::system(ModuleLoader()));
         const KeychainStore::Lookup found = QCoro::waitFor(keychain.fetchToken());
         QVERIFY(found.answered);
         QVERIFY(found.keyringMissing);
