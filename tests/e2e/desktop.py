@@ -5,6 +5,7 @@ import re
 import shutil
 import signal
 import subprocess
+import sys
 import tempfile
 import time
 
@@ -138,10 +139,23 @@ class Desktop:
     def wait_active(self, name, timeout=10.0):
         """Whether a window of that name became the active one, so that keys typed
         now reach it."""
+        # The window manager may hand the input focus to a modal child while it
+        # still names the parent active, so either one counts.
+        def holders():
+            ids = set()
+            for query in ("getactivewindow", "getwindowfocus"):
+                out = self.run(["xdotool", query]).stdout.strip()
+                if out.isdigit():
+                    ids.add(int(out))
+            return ids
+
         def active():
-            out = self.run(["xdotool", "getactivewindow"]).stdout.strip()
-            return out.isdigit() and int(out) in self.window_ids(name)
-        return wait_for(active, timeout)
+            return bool(holders() & set(self.window_ids(name)))
+        if wait_for(active, timeout):
+            return True
+        print(f"no window named {name!r} is active; active/focused: {sorted(holders())}, "
+              f"named: {self.window_ids(name)}", file=sys.stderr)
+        return False
 
     def tray_icons(self, wm_class="tidewell"):
         """Absolute centre points of the icons embedded in the tray for that class."""
