@@ -33,7 +33,6 @@ endmacro()
 
 if(TIDEWELL_PLATFORM STREQUAL "linux")
   find_package(Qt6 REQUIRED COMPONENTS DBus)
-  find_package(QCoro6 REQUIRED COMPONENTS DBus)
   find_package(Qt6Keychain REQUIRED)
   find_package(PkgConfig REQUIRED)
   pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb)
@@ -44,7 +43,8 @@ if(TIDEWELL_PLATFORM STREQUAL "linux")
   tidewell_platform_facility(store_lock SOURCES core/StoreLockPosix.cpp)
   tidewell_platform_facility(notifications
     SOURCES system/NotificationBackendDBus.cpp system/NotificationBackendDBus.h
-    LIBS Qt6::DBus QCoro6::DBus)
+      system/DBusCallAwaiter.h
+    LIBS Qt6::DBus)
   tidewell_platform_facility(sleep_inhibitor
     SOURCES system/SleepInhibitorDBus.cpp system/SleepInhibitorDBus.h
     LIBS Qt6::DBus)

@@ -6,12 +6,12 @@
 #include "DataStore.h"
 #include "ModelContext.h"
 #include "Notify.h"
+#include "Pause.h"
 #include "SyncBaseStore.h"
 #include "SyncMapping.h"
 #include "SyncMerge.h"
 #include "WireEnvelope.h"
 
-#include <QCoro/QCoroTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -725,7 +725,7 @@ QCoro::Task<> SyncEngine::listen()
             }
             // The server is away: ask again later, as failed pushes do.
             const auto wait = backoff(failures++);
-            co_await QCoro::sleepFor(wait);
+            co_await Pause(wait);
             continue;
         }
         failures = 0;

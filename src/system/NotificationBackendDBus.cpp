@@ -1,6 +1,7 @@
 #include "NotificationBackendDBus.h"
 
-#include <QCoro/QCoroDBusPendingCall>
+#include "DBusCallAwaiter.h"
+
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusPendingReply>
@@ -32,7 +33,7 @@ QCoro::Task<QString> NotificationBackendDBus::notify(const QString& title, const
     call << QStringLiteral("Tidewell") << quint32(0) << QStringLiteral("com.brenlow.tidewell")
          << title << body << QStringList() << hints << qint32(-1);
     const QDBusPendingReply<quint32> reply =
-        co_await QDBusConnection::sessionBus().asyncCall(call, TimeoutMs);
+        co_await DBusCallAwaiter(QDBusConnection::sessionBus().asyncCall(call, TimeoutMs));
     co_return reply.isError() ? reply.error().message() : QString();
 }
 
@@ -41,6 +42,6 @@ QCoro::Task<QString> NotificationBackendDBus::checkServer()
     const QDBusMessage call = QDBusMessage::createMethodCall(
         m_service, path, interfaceName, QStringLiteral("GetServerInformation"));
     const QDBusPendingReply<QString, QString, QString, QString> reply =
-        co_await QDBusConnection::sessionBus().asyncCall(call, TimeoutMs);
+        co_await DBusCallAwaiter(QDBusConnection::sessionBus().asyncCall(call, TimeoutMs));
     co_return reply.isError() ? reply.error().message() : QString();
 }

@@ -2,12 +2,12 @@
 
 #include "Clock.h"
 #include "NotificationBackend.h"
+#include "Pause.h"
 
 #include <QMutexLocker>
+#include <QPointer>
 #include <QTimer>
 #include <QUuid>
-
-#include <QCoro/QCoroTimer>
 
 namespace {
 // Waits are cut into steps so a machine waking from suspend delivers on time by the
@@ -108,13 +108,10 @@ void NotificationService::cancelAll()
 
 QCoro::Task<QString> NotificationService::fireTest()
 {
-    // On the heap and deleted later: the coroutine may run to its end inside the
-    // timer's own timeout signal.
-    auto* delay = new QTimer(this);
-    delay->setSingleShot(true);
-    delay->start(500);
-    co_await *delay;
-    delay->deleteLater();
+    const QPointer<NotificationService> self(this);
+    co_await Pause(std::chrono::milliseconds(500));
+    if (!self)
+        co_return QString();
     co_return co_await m_backend->notify(QStringLiteral("Tidewell"),
                                          QStringLiteral("Notifications are working."));
 }
