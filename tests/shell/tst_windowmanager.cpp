@@ -283,6 +283,17 @@ private slots:
         QVERIFY2(inked > 12, qPrintable(QString::number(inked)));
         QVERIFY(qAlpha(chevrons.pixel(4, 4)) >
                 0); // a chevron's end, outside the dot of an unknown symbol
+
+        // One style sheet on a window shown at start loads Qt's whole style sheet
+        // engine (a few hundred kB): colours go through palettes instead.
+        FloatingContainer card(new QLabel(QStringLiteral("card")));
+        for (QWidget* root : {static_cast<QWidget*>(&hub), static_cast<QWidget*>(&card)}) {
+            const QList<QWidget*> widgets = root->findChildren<QWidget*>();
+            for (const QWidget* w : widgets)
+                QVERIFY2(w->styleSheet().isEmpty() &&
+                             qstrcmp(w->style()->metaObject()->className(), "QStyleSheetStyle"),
+                         qPrintable(w->objectName()));
+        }
     }
 
     // Asking to quit again while the alert is open does not open a second one.

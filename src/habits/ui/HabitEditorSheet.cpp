@@ -214,7 +214,7 @@ QLayout* HabitEditorSheet::buildButtons()
         buttons->addWidget(remove);
         m_gone = new QLabel(QStringLiteral("This habit was deleted elsewhere."), this);
         m_gone->setObjectName(QStringLiteral("habitGone"));
-        m_gone->setStyleSheet(QStringLiteral("color: #d70015;"));
+        Theme::tint(m_gone, Theme::destructive());
         m_gone->hide();
         buttons->addWidget(m_gone);
         // Deleted in another editor or by a pull: nothing is left to save or delete.

@@ -53,7 +53,7 @@ HabitsWidgetView::HabitsWidgetView(HabitsService& habits, ModelContext& context,
     auto* divider = new QFrame(this);
     divider->setFrameShape(QFrame::HLine);
     divider->setFrameShadow(QFrame::Plain);
-    divider->setStyleSheet(QStringLiteral("color: palette(mid);"));
+    Theme::tint(divider, divider->palette().color(QPalette::Mid));
     column->addWidget(divider);
 
     auto* scroll = new QScrollArea(this);

@@ -1,7 +1,7 @@
 #include "FloatingContainer.h"
 
+#include "IconButton.h"
 #include "RoundedPanel.h"
-
 #include "SymbolIcon.h"
 #include "Theme.h"
 
@@ -10,7 +10,6 @@
 #include <QLabel>
 #include <QPainter>
 #include <QPropertyAnimation>
-#include <QToolButton>
 #include <QVBoxLayout>
 
 FloatingContainer::FloatingContainer(QWidget* content, QWidget* parent)
@@ -32,28 +31,28 @@ FloatingContainer::FloatingContainer(QWidget* content, QWidget* parent)
     row->setContentsMargins(6, 6, 6, 6);
     row->setSpacing(4);
 
-    auto* badge = new QLabel(QStringLiteral("Ctrl"), m_controls);
+    auto* pill = new RoundedPanel(QColor(128, 128, 128, 38), 7, m_controls);
+    auto* pillRow = new QHBoxLayout(pill);
+    pillRow->setContentsMargins(5, 1, 5, 1);
+    auto* badge = new QLabel(QStringLiteral("Ctrl"), pill);
     badge->setObjectName(QStringLiteral("moveHint"));
     badge->setFont(Theme::system(7, QFont::DemiBold));
     badge->setToolTip(QStringLiteral("Hold Ctrl and drag anywhere to move"));
     badge->setAccessibleName(badge->toolTip());
-    badge->setStyleSheet(QStringLiteral("QLabel { padding: 1px 5px; border-radius: 7px;"
-                                        " background: rgba(128,128,128,38); color: %1; }")
-                             .arg(Theme::secondary().name()));
+    Theme::makeSecondary(badge);
+    pill->setToolTip(badge->toolTip());
+    pillRow->addWidget(badge);
 
-    auto* close = new QToolButton(m_controls);
+    auto* close = new IconButton(m_controls, QColor(255, 59, 48, 217));
     close->setObjectName(QStringLiteral("closeFloating"));
     close->setIcon(SymbolIcon::drawn(QStringLiteral("xmark"), Qt::white));
     close->setIconSize(QSize(10, 10));
     close->setFixedSize(16, 16);
-    close->setAutoRaise(true);
     close->setToolTip(QStringLiteral("Close floating widget"));
     close->setAccessibleName(close->toolTip());
-    close->setStyleSheet(QStringLiteral("QToolButton { border: none; border-radius: 8px;"
-                                        " background: rgba(255,59,48,217); }"));
     connect(close, &QToolButton::clicked, this, &FloatingContainer::closeRequested);
 
-    row->addWidget(badge);
+    row->addWidget(pill);
     row->addWidget(close);
     m_controls->adjustSize();
 

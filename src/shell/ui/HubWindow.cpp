@@ -50,7 +50,7 @@ HubWindow::HubWindow(AppServices& services, WindowManager& windows, QWidget* par
     m_storeProblem->setTextFormat(Qt::PlainText);
     m_storeProblem->setContentsMargins(16, 8, 16, 8);
     m_storeProblem->setFont(Theme::font(Theme::Font::Caption));
-    m_storeProblem->setStyleSheet(QStringLiteral("color: #d70015;"));
+    Theme::tint(m_storeProblem, Theme::destructive());
     m_storeProblem->hide();
     outer->addWidget(m_storeProblem);
 

@@ -3,6 +3,7 @@
 #include "ModelContext.h"
 
 #include <QLabel>
+#include <QPalette>
 #include <QVBoxLayout>
 
 StoreNotice::StoreNotice(ModelContext& context, QWidget* view, QWidget* parent)
@@ -17,7 +18,11 @@ StoreNotice::StoreNotice(ModelContext& context, QWidget* view, QWidget* parent)
     m_line->setTextFormat(Qt::PlainText);
     m_line->setWordWrap(true);
     m_line->setContentsMargins(8, 4, 8, 4);
-    m_line->setStyleSheet(QStringLiteral("color: #FFFFFF; background: #C62828;"));
+    QPalette colors = m_line->palette();
+    colors.setColor(QPalette::WindowText, Qt::white);
+    colors.setColor(QPalette::Window, QColor(0xC6, 0x28, 0x28));
+    m_line->setPalette(colors);
+    m_line->setAutoFillBackground(true);
     m_line->hide();
     layout->addWidget(m_line);
     layout->addWidget(view, 1);

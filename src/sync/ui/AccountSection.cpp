@@ -68,7 +68,7 @@ QLabel* errorLine(const QString& objectName, QWidget* parent)
     auto* line = new QLabel(parent);
     line->setObjectName(objectName);
     line->setFont(Theme::font(Theme::Font::Caption));
-    line->setStyleSheet(QStringLiteral("color: #d70015;"));
+    Theme::tint(line, Theme::destructive());
     line->setWordWrap(true);
     line->setTextFormat(Qt::PlainText);
     line->hide();
@@ -141,7 +141,7 @@ AccountSection::AccountSection(AuthService& auth, SyncEngine& sync, const APICli
     signOut->setObjectName(QStringLiteral("signOutButton"));
     signOut->setAccessibleName(QStringLiteral("Sign out"));
     signOut->setFlat(true);
-    signOut->setStyleSheet(QStringLiteral("QPushButton { color: #d70015; }"));
+    Theme::tint(signOut, Theme::destructive());
     row->addWidget(m_sync);
     row->addWidget(signOut);
     in->addLayout(row);

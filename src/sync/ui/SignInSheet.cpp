@@ -75,7 +75,7 @@ SignInSheet::SignInSheet(AuthService& auth, const APIClient& client, QWidget* pa
     m_error = new QLabel(this);
     m_error->setObjectName(QStringLiteral("signInError"));
     m_error->setFont(Theme::font(Theme::Font::Caption));
-    m_error->setStyleSheet(QStringLiteral("color: #d70015;"));
+    Theme::tint(m_error, Theme::destructive());
     m_error->setWordWrap(true);
     m_error->setTextFormat(Qt::PlainText);
     m_error->setVisible(false);

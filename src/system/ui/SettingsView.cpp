@@ -25,7 +25,7 @@ Switch* addRow(QVBoxLayout* rows, const QString& label, const QString& name, QWi
         auto* divider = new QFrame(parent);
         divider->setFrameShape(QFrame::HLine);
         divider->setFrameShadow(QFrame::Plain);
-        divider->setStyleSheet(QStringLiteral("color: rgba(128,128,128,40);"));
+        Theme::tint(divider, QColor(128, 128, 128, 40));
         rows->addWidget(divider);
     }
     auto* row = new QHBoxLayout;

@@ -81,6 +81,20 @@ QColor Theme::windowBackground()
     return QApplication::palette().color(QPalette::Window);
 }
 
+QColor Theme::destructive()
+{
+    return QColor(0xd7, 0x00, 0x15);
+}
+
+void Theme::tint(QWidget* widget, const QColor& color)
+{
+    QPalette p = widget->palette();
+    p.setColor(QPalette::WindowText, color);
+    p.setColor(QPalette::Text, color);
+    p.setColor(QPalette::ButtonText, color);
+    widget->setPalette(p);
+}
+
 void Theme::makeSecondary(QWidget* widget)
 {
     QPalette p = widget->palette();

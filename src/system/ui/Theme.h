@@ -32,8 +32,13 @@ public:
     static QColor secondary();
     static QColor secondary(qreal opacity);
     static QColor accent();
+    // Errors and actions that remove something.
+    static QColor destructive();
     static QColor windowBackground();
 
+    // Sets the colour a widget draws its text and lines in. Through the palette, not
+    // a style sheet: one style sheet anywhere loads Qt's style sheet engine.
+    static void tint(QWidget* widget, const QColor& color);
     // Sets the text colour of a label-like widget to the secondary colour.
     static void makeSecondary(QWidget* widget);
 };

@@ -1,6 +1,7 @@
 #include "TaskRow.h"
 
 #include "Blanks.h"
+#include "IconButton.h"
 #include "ModelContext.h"
 #include "PanelHoverTooltip.h"
 #include "SymbolIcon.h"
@@ -61,11 +62,9 @@ QIcon rowIcon(const QString& symbol, const QColor& color, int side)
 
 QToolButton* makeButton(QWidget* parent, const QString& objectName)
 {
-    auto* button = new QToolButton(parent);
+    auto* button = new IconButton(parent);
     button->setObjectName(objectName);
-    button->setAutoRaise(true);
     button->setCursor(Qt::PointingHandCursor);
-    button->setStyleSheet(QStringLiteral("QToolButton { border: none; padding: 0; }"));
     return button;
 }
 } // namespace

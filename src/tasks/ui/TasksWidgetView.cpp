@@ -1,6 +1,7 @@
 #include "TasksWidgetView.h"
 
 #include "Blanks.h"
+#include "RoundedPanel.h"
 #include "SymbolIcon.h"
 #include "TaskList.h"
 #include "TaskListSwitcher.h"
@@ -152,15 +153,8 @@ QWidget* TasksWidgetView::buildEmptyState()
 
 QWidget* TasksWidgetView::buildInputBar()
 {
-    m_inputBar = new QFrame(this);
+    m_inputBar = new RoundedPanel(Theme::secondary(0.08), 6, this);
     m_inputBar->setObjectName(QStringLiteral("inputBar"));
-    const QColor fill = Theme::secondary(0.08);
-    m_inputBar->setStyleSheet(QStringLiteral("#inputBar { background: rgba(%1, %2, %3, %4); "
-                                             "border-radius: 6px; }")
-                                  .arg(fill.red())
-                                  .arg(fill.green())
-                                  .arg(fill.blue())
-                                  .arg(fill.alphaF()));
     auto* row = new QHBoxLayout(m_inputBar);
     row->setContentsMargins(8, 4, 8, 4);
     row->setSpacing(6);
