@@ -9,34 +9,37 @@
 
 #include <QApplication>
 #include <QFont>
+#include <QGlyphRun>
 #include <QHash>
 #include <QImage>
 #include <QMenu>
 #include <QPainter>
 #include <QPalette>
+#include <QRawFont>
+#include <QTextLayout>
 
 namespace {
 // Whether `symbol` is drawn in the pen's colour, as "✓" is, rather than in colours
-// of its own, as emoji are: drawn once in red and once in blue, does it differ?
+// of its own, as emoji are. Colour glyphs come from fonts with colour bitmaps
+// (CBLC) or colour layers (COLR); asking the fonts that would draw it costs no
+// rendering, where drawing it twice to compare cost a glyph cache of its own.
 bool followsPen(const QFont& font, const QString& symbol)
 {
     static QHash<QString, bool> known;
     const auto found = known.constFind(symbol);
     if (found != known.cend())
         return *found;
-    QImage inks[2];
-    const QColor colors[2] = {Qt::red, Qt::blue};
-    for (int i = 0; i < 2; ++i) {
-        inks[i] = QImage(24, 24, QImage::Format_ARGB32_Premultiplied);
-        inks[i].fill(Qt::transparent);
-        QPainter p(&inks[i]);
-        QFont small = font;
-        small.setPixelSize(18);
-        p.setFont(small);
-        p.setPen(colors[i]);
-        p.drawText(inks[i].rect(), Qt::AlignCenter, symbol);
+    QTextLayout layout(symbol, font);
+    layout.beginLayout();
+    layout.createLine();
+    layout.endLayout();
+    bool colored = false;
+    const QList<QGlyphRun> runs = layout.glyphRuns();
+    for (const QGlyphRun& run : runs) {
+        const QRawFont raw = run.rawFont();
+        colored = colored || !raw.fontTable("CBLC").isEmpty() || !raw.fontTable("COLR").isEmpty();
     }
-    return *known.insert(symbol, inks[0] != inks[1]);
+    return *known.insert(symbol, !colored);
 }
 
 // A glyph in the text colour vanishes on a panel of that colour, and panels are
