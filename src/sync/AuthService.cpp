@@ -19,6 +19,7 @@ AuthService::AuthService(APIClient& client, KeychainStore& keychain, BrowserOpen
     , m_client(client)
     , m_keychain(keychain)
     , m_openBrowser(std::move(openBrowser))
+    , m_isLoading(Preferences::accountExists() != false)
 {}
 
 namespace {

@@ -89,7 +89,9 @@ private:
     KeychainStore& m_keychain;
     BrowserOpener m_openBrowser;
     bool m_isSignedIn = false;
-    bool m_isLoading = true; // until the keychain has been asked and has answered
+    // Until the keychain has been asked and has answered; with no account ever
+    // signed in here there is nothing to ask.
+    bool m_isLoading;
     bool m_loadStarted = false;
     quint64 m_generation = 0; // look-ups of an older generation are stale
     std::chrono::milliseconds m_retryDelay{};

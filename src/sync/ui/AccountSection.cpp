@@ -155,6 +155,9 @@ AccountSection::AccountSection(AuthService& auth, SyncEngine& sync, const APICli
 
     m_stack->addWidget(m_signedOut);
     m_stack->addWidget(m_signedIn);
+    // What is known without the keychain is shown from the first frame: with no
+    // account on this computer, the look-up after it changes nothing on screen.
+    refresh();
 
     connect(m_sync, &QPushButton::clicked, this,
             [this] { QCoro::connect(m_syncEngine.pullAll(), qApp, [] {}); });
