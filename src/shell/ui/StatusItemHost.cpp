@@ -11,7 +11,6 @@
 #include <QFont>
 #include <QGlyphRun>
 #include <QHash>
-#include <QImage>
 #include <QMenu>
 #include <QPainter>
 #include <QPalette>
