@@ -5,7 +5,9 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QHash>
 #include <QMap>
+#include <QMutex>
 #include <QStringList>
 
 #include <sqlite3.h>
@@ -35,25 +37,25 @@ bool shapesOf(const SqliteFile& db, Shapes* shapes, QString* error)
     return true;
 }
 
-// The tables each version has, read back from an in-memory database so that the
-// schema statements stay the one description of them.
-const Shapes& expectedShapes(int version)
+// The tables a version has, read back from an in-memory database so that the
+// schema statements stay the one description of them. Only the version asked for
+// is built: a start needs the current one alone.
+Shapes expectedShapes(int version)
 {
+    static QMutex lock;
     // Never destroyed: a look may still run on its thread while the process exits.
-    static const QList<Shapes>* shapes = [] {
-        auto* out = new QList<Shapes>;
-        for (int v = 1; v <= StoreSchema::Version; ++v) {
-            SqliteFile db(QStringLiteral(":memory:"), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
-            for (const char* statement : StoreSchema::statements(v))
-                sqlite3_exec(db.handle(), statement, nullptr, nullptr, nullptr);
-            Shapes tables;
-            QString ignored;
-            shapesOf(db, &tables, &ignored);
-            out->append(tables);
-        }
-        return out;
-    }();
-    return shapes->at(version - 1);
+    static auto* built = new QHash<int, Shapes>;
+    const QMutexLocker locker(&lock);
+    if (const auto found = built->constFind(version); found != built->cend())
+        return *found;
+    SqliteFile db(QStringLiteral(":memory:"), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+    for (const char* statement : StoreSchema::statements(version))
+        sqlite3_exec(db.handle(), statement, nullptr, nullptr, nullptr);
+    Shapes tables;
+    QString ignored;
+    shapesOf(db, &tables, &ignored);
+    built->insert(version, tables);
+    return tables;
 }
 
 StoreProbe::Result refused(const QString& reason, bool restorable = false)
@@ -96,7 +98,7 @@ StoreProbe::Result StoreProbe::examine(const QString& path)
                        true);
 
     if (version > 0) {
-        const Shapes& expected = expectedShapes(version);
+        const Shapes expected = expectedShapes(version);
         for (auto table = expected.begin(); table != expected.end(); ++table) {
             if (!shapes.contains(table.key()))
                 return refused(u"the store lacks the table " + table.key() +

@@ -18,11 +18,13 @@
 #include "WindowManager.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QLabel>
 #include <QMenuBar>
 #include <QPushButton>
 #include <QScreen>
 #include <QTest>
+#include <QWindow>
 
 class TestWindowManager final : public QObject
 {
@@ -297,6 +299,25 @@ private slots:
     }
 
     // Asking to quit again while the alert is open does not open a second one.
+    void placedWidgetsFollowTheHubOnceItIsOnScreen()
+    {
+        addPlacement(context(), QStringLiteral("tasks"), QStringLiteral("off"), false, true);
+        QVERIFY(context().save());
+        const auto shownPanels = [] {
+            int count = 0;
+            for (QWidget* window : QApplication::topLevelWidgets())
+                count += qobject_cast<DraggablePanel*>(window) && window->isVisible();
+            return count;
+        };
+        AppController controller(*m_services);
+        controller.start();
+        QVERIFY(controller.hub()->isVisible());
+        QCOMPARE(shownPanels(), 0);
+        // Sooner than the fallback for a hub that never shows.
+        QTRY_COMPARE_WITH_TIMEOUT(shownPanels(), 1, 1500);
+        QVERIFY(controller.hub()->windowHandle()->isExposed());
+    }
+
     void quitAsksOnceWhileTheTimerRuns()
     {
         m_services->timer().start();

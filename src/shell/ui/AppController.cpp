@@ -35,11 +35,15 @@
 #include <QCoro/QCoroTask>
 
 #include <chrono>
+#include <memory>
+#include <utility>
 
 namespace {
 // How long a start at login waits for a tray before it shows the hub instead.
 constexpr std::chrono::seconds kTrayGrace{5};
 constexpr std::chrono::seconds kQuietAfterStart{2};
+constexpr std::chrono::milliseconds kPanelsAfterHub{200};
+constexpr std::chrono::seconds kPanelsGrace{2};
 // The store's full check waits until start-up is well over, and is looked at
 // again every hour so that a session running for days checks (and backs up) daily.
 constexpr std::chrono::seconds kCheckDelay{3};
@@ -148,10 +152,20 @@ void AppController::showFirstWindows(Launch launch)
 {
     WindowManager& windows = *m_windows;
     if (launch == Launch::Normal) {
+        // Panels and tray items a moment after the hub is on screen: the window the
+        // user asked for comes first, and building them at once would compete with
+        // the display server and the window manager that are still placing and
+        // drawing it. A hub that is never shown (another workspace) does not hold
+        // them back for long.
+        auto pending = std::make_shared<bool>(true);
+        auto restore = [&windows, pending] {
+            if (std::exchange(*pending, false))
+                windows.restoreFromPersistence();
+        };
+        connect(m_hub, &HubWindow::onScreen, &windows,
+                [&windows, restore] { QTimer::singleShot(kPanelsAfterHub, &windows, restore); });
+        QTimer::singleShot(kPanelsGrace, &windows, restore);
         m_hub->bringForward();
-        // Panels and tray items once the hub's map request is out (the event loop
-        // flushes it as it wakes): the window the user asked for comes first.
-        QTimer::singleShot(0, &windows, &WindowManager::restoreFromPersistence);
         return;
     }
     // Started at login: the placed widgets are the app. With none, the hub is the

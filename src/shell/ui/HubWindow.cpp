@@ -20,6 +20,7 @@
 #include <QScrollArea>
 #include <QShowEvent>
 #include <QVBoxLayout>
+#include <QWindow>
 
 HubWindow::HubWindow(AppServices& services, WindowManager& windows, QWidget* parent)
     : QWidget(parent)
@@ -159,10 +160,24 @@ void HubWindow::showEvent(QShowEvent* event)
     QWidget::showEvent(event);
     if (event->spontaneous())
         return;
+    if (!m_wasOnScreen && windowHandle())
+        windowHandle()->installEventFilter(this);
     QRect frame(QPoint(), size());
     if (const QScreen* screen = QGuiApplication::primaryScreen())
         frame.moveCenter(screen->availableGeometry().center());
     WindowStickiness::keepFloating(this, frame);
+}
+
+bool HubWindow::eventFilter(QObject* watched, QEvent* event)
+{
+    if (watched == windowHandle() && event->type() == QEvent::Expose && !m_wasOnScreen &&
+        windowHandle()->isExposed()) {
+        m_wasOnScreen = true;
+        windowHandle()->removeEventFilter(this);
+        // Queued: whoever waits for this runs after the first frame is painted.
+        QMetaObject::invokeMethod(this, &HubWindow::onScreen, Qt::QueuedConnection);
+    }
+    return QWidget::eventFilter(watched, event);
 }
 
 void HubWindow::bringForward(const QString& activation)

@@ -42,9 +42,12 @@ signals:
     void restoreRequested();
     // The Widgets menu or a toggle row's "Open": the widget in a window of its own.
     void widgetWindowRequested(const QString& widgetId);
+    // Once, when the window is first on screen (mapped and exposed).
+    void onScreen();
 
 protected:
     void showEvent(QShowEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     QMenuBar* buildMenus();
@@ -57,4 +60,5 @@ private:
     AccountSection* m_account = nullptr;
     WidgetTogglesView* m_toggles = nullptr;
     SettingsView* m_settings = nullptr;
+    bool m_wasOnScreen = false;
 };
