@@ -38,6 +38,22 @@ def find(root, name, role=None, timeout=10, showing=True):
         time.sleep(0.2)
 
 
+def gone(root, name, role=None, timeout=10):
+    """Waits until no showing descendant has that name (and role); whether none has."""
+    pyatspi = _registry()
+    deadline = time.monotonic() + timeout
+    while True:
+        found = pyatspi.utils.findDescendant(
+            root, lambda o: o is not None and o.name == name
+            and (role is None or o.getRoleName() == role)
+            and o.getState().contains(pyatspi.STATE_SHOWING))
+        if found is None:
+            return True
+        if time.monotonic() > deadline:
+            return False
+        time.sleep(0.1)
+
+
 def press(obj):
     action = obj.queryAction()
     names = [action.getName(i) for i in range(action.nActions)]

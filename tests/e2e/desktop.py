@@ -50,6 +50,17 @@ def wait_for(predicate, timeout=10.0, interval=0.05):
     return predicate()
 
 
+def holds(predicate, duration, interval=0.05):
+    """Whether the predicate stays true for the whole duration: for what must not
+    happen. Checked throughout, and over at the first sight of it."""
+    deadline = time.monotonic() + duration
+    while time.monotonic() < deadline:
+        if not predicate():
+            return False
+        time.sleep(interval)
+    return bool(predicate())
+
+
 class Desktop:
     # Panel colours for the tray: trayer's own grey, or a solid dark or light one.
     PANELS = {None: ["--transparent", "false"],
@@ -95,7 +106,9 @@ class Desktop:
             if tray:
                 self.close()
                 raise RuntimeError("the tray (trayer) did not start on %s" % self.display)
-        time.sleep(0.5)
+        if not wait_for(self.window_manager_ready):
+            self.close()
+            raise RuntimeError("openbox did not take over %s" % self.display)
 
     def _bus_config(self):
         path = os.path.join(self.tmp, "session.conf")
@@ -173,6 +186,41 @@ class Desktop:
                 w, h, x, y = (int(m.group(i)) for i in range(3, 7))
                 icons.append((x + w // 2, y + h // 2))
         return icons
+
+    def windows_of(self, wm_class="tidewell"):
+        """The shown windows of that class, menus and tooltips included."""
+        out = self.run(["xdotool", "search", "--onlyvisible", "--class", wm_class]).stdout
+        return [int(w) for w in out.split()]
+
+    def window_manager_ready(self):
+        """Whether a window manager has announced itself on the root window."""
+        check = self.run(["xprop", "-root", "_NET_SUPPORTING_WM_CHECK"]).stdout
+        return "window id" in check
+
+    def wait_painted(self, window_name=None, timeout=5.0):
+        """Waits until the window (or the whole screen) is on screen and its pixels stop
+        changing (two grabs 0.1 s apart agree); whether they did."""
+        from PIL import ImageGrab
+
+        def grab():
+            if window_name is None:
+                return ImageGrab.grab(xdisplay=self.display).tobytes()
+            ids = self.window_ids(window_name)
+            if not ids:
+                return None
+            geo = self.run(["xdotool", "getwindowgeometry", "--shell", str(ids[0])]).stdout
+            g = dict(line.split("=") for line in geo.split())
+            x, y, w, h = (int(g[k]) for k in ("X", "Y", "WIDTH", "HEIGHT"))
+            return ImageGrab.grab(xdisplay=self.display).crop((x, y, x + w, y + h)).tobytes()
+
+        last = [None]
+
+        def still():
+            now = grab()
+            settled = now is not None and now == last[0]
+            last[0] = now
+            return settled
+        return wait_for(still, timeout, interval=0.1)
 
     def click(self, x, y, button=1):
         self.run(["xdotool", "mousemove", str(x), str(y), "click", str(button)])

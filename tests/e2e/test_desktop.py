@@ -8,10 +8,9 @@ Usage: test_desktop.py <tidewell binary> [screenshot folder]
 import os
 import signal
 import sys
-import time
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from desktop import wait_for  # noqa: E402
+from desktop import holds, wait_for  # noqa: E402
 from tidewell_case import APP, SHOTS, TidewellCase, main  # noqa: E402
 
 
@@ -25,8 +24,7 @@ class TidewellOnTheDesktop(TidewellCase):
         # Its class names the desktop entry, so docks show the app's name and icon.
         wm_class = self.desktop.run(["xprop", "-id", str(self.hub_visible()[0]), "WM_CLASS"])
         self.assertIn('"com.brenlow.tidewell", "Tidewell"', wm_class.stdout)
-        time.sleep(0.5)
-        self.assertEqual(self.desktop.tray_icons(), [])
+        self.assertTrue(holds(lambda: self.desktop.tray_icons() == [], 0.5), "a tray icon came")
         for name in ("Pomodoro in status bar", "Tasks floating", "Habits in status bar"):
             self.assertFalse(self.a11y.is_checked(self.a11y.find(self.root, name)))
         # The account row follows once the keychain has answered.
@@ -43,18 +41,22 @@ class TidewellOnTheDesktop(TidewellCase):
         (x, y), = self.desktop.tray_icons()
         self.desktop.click(x, y)
         self.assertTrue(wait_for(lambda: self.desktop.window_ids("^Pomodoro$")), "popup did not open")
-        time.sleep(0.3)
+        # It stays open, and the next click is not part of a double click.
+        self.assertTrue(holds(lambda: self.desktop.window_ids("^Pomodoro$"), 0.5),
+                        "the popup closed by itself")
         self.desktop.click(x, y)
         self.assertTrue(wait_for(lambda: not self.desktop.window_ids("^Pomodoro$")),
                         "a second click did not close the popup")
+        # The click that closed it does not open it again.
+        self.assertTrue(holds(lambda: not self.desktop.window_ids("^Pomodoro$"), 0.5),
+                        "the popup came back")
         # Open again and start the timer from the popup.
-        time.sleep(0.5)
         self.desktop.click(x, y)
         self.assertTrue(wait_for(lambda: self.desktop.window_ids("^Pomodoro$")))
         self.a11y.press(self.a11y.find(self.root, "Start"))
         self.a11y.find(self.root, "Pause")
         if SHOTS:
-            time.sleep(0.5)
+            self.desktop.wait_painted("^Pomodoro$")
             self.desktop.screenshot(os.path.join(SHOTS, "timer-popup.png"), "^Pomodoro$")
 
     def test_4_floating_panel(self):
@@ -62,7 +64,7 @@ class TidewellOnTheDesktop(TidewellCase):
         self.assertTrue(wait_for(lambda: self.desktop.window_ids("^Pomodoro$")))
         self.a11y.find(self.root, "Close floating widget", showing=False)
         if SHOTS:
-            time.sleep(0.5)
+            self.desktop.wait_painted("^Pomodoro$")
             self.desktop.screenshot(os.path.join(SHOTS, "timer-panel.png"))
 
     def test_5_second_launch_raises_the_hub(self):

@@ -10,7 +10,6 @@ import os
 import signal
 import sqlite3
 import sys
-import time
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from desktop import wait_for  # noqa: E402
@@ -56,11 +55,12 @@ class HabitsOnTheDesktop(TidewellCase):
                 desktop.click(x, y)
             a11y.press(a11y.find_in(self.root, "Stretch", "Add one"))
             a11y.find(self.root, "1/1")
-            time.sleep(0.4)
+            desktop.wait_painted("^Habits$")
             desktop.screenshot(os.path.join(SHOTS, "habits-popup.png"), "^Habits$")
             desktop.click(x, y)  # close the popup
             a11y.switch_on(a11y.find(self.root, "Habits floating"))
-            time.sleep(0.8)
+            self.assertTrue(wait_for(lambda: desktop.window_ids("^Habits$")), "no panel")
+            desktop.wait_painted("^Habits$")
             desktop.screenshot(os.path.join(SHOTS, "habits-panel.png"), "^Habits$")
 
         # SIGTERM saves the store before leaving.

@@ -14,7 +14,6 @@ import os
 import subprocess
 import sys
 import tempfile
-import time
 import uuid
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
@@ -165,7 +164,7 @@ class HistoryOnTheDesktop(TidewellCase):
         self.show_history()
         for tab, shot in (("Habits", "history-habits.png"), ("Focus", "history-focus.png")):
             self.a11y.press(self.a11y.find(self.root, tab, role="page tab"))
-            time.sleep(0.6)
+            self.desktop.wait_painted("^History$")
             self.desktop.screenshot(os.path.join(SHOTS, shot), "^History$")
 
 

@@ -24,6 +24,11 @@ from tidewell_case import APP, TidewellCase, main  # noqa: E402
 class LaterLaunches(TidewellCase):
     tray = False
 
+    def tasks_placed(self):
+        """The tasks widget's saved placement: (in the status bar, floating)."""
+        return self.store_rows("SELECT inStatusBar, inFloating FROM widget_placement "
+                               "WHERE widgetId = 'tasks'")
+
     def launch(self, *args, timeout=30):
         started = time.monotonic()
         run = subprocess.run([APP, *args], env=self.desktop.env, capture_output=True, text=True,
@@ -86,12 +91,12 @@ class LaterLaunches(TidewellCase):
             panel = "^%s$" % placed if placed else None
             if panel:
                 self.assertTrue(wait_for(lambda: self.desktop.window_ids(panel)), "no panel")
-            time.sleep(1.5)  # time enough for a hub to map, were it coming
-            return bool(self.desktop.window_ids("^Tidewell$"))
+            # Time enough for a hub to map, were it coming.
+            return bool(wait_for(lambda: self.desktop.window_ids("^Tidewell$"), 1.5))
 
         self.assertTrue(login(None), "no widget is placed: the hub must show")
         a11y.switch_on(a11y.find(self.root, "Tasks floating"))
-        time.sleep(0.7)  # the placement is saved after the usual delay
+        self.assertTrue(wait_for(lambda: self.tasks_placed() == [(0, 1)]), "not saved")
         self.assertFalse(login("Tasks"), "a floating widget is placed: the hub must stay closed")
         # Asked for by hand, it still comes.
         run, _ = self.launch()
@@ -107,7 +112,7 @@ class LaterLaunches(TidewellCase):
         self.root = a11y.application("Tidewell")
         a11y.switch_on(a11y.find(self.root, "Tasks in status bar"))
         a11y.switch_off(a11y.find(self.root, "Tasks floating"))
-        time.sleep(0.7)
+        self.assertTrue(wait_for(lambda: self.tasks_placed() == [(1, 0)]), "not saved")
         login(None)
         self.assertTrue(wait_for(lambda: self.desktop.window_ids("^Tidewell$"), timeout=10),
                         "no tray came to show the widget in: the hub must show")

@@ -6,13 +6,13 @@ the window manager (as at logout) keeps its placement and frame for the next sta
 
 Usage: test_panels.py <tidewell binary>
 """
+import json
 import os
 import signal
 import sys
-import time
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from desktop import wait_for  # noqa: E402
+from desktop import holds, wait_for  # noqa: E402
 from tidewell_case import TidewellCase, main  # noqa: E402
 
 
@@ -27,6 +27,11 @@ class PanelsOnTheDesktop(TidewellCase):
         out = self.desktop.run(["xdotool", "getwindowgeometry", "--shell", str(window)]).stdout
         g = dict(line.split("=") for line in out.split())
         return tuple(int(g[k]) for k in ("X", "Y", "WIDTH", "HEIGHT"))
+
+    def saved_x(self):
+        rows = self.store_rows("SELECT desktopFrameJSON FROM widget_placement "
+                               "WHERE widgetId = 'tasks'")
+        return round(json.loads(rows[0][0]).get("x", -1)) if rows and rows[0][0] else None
 
     def test_panel_keeps_its_place_through_a_session_end(self):
         desktop = self.desktop
@@ -46,17 +51,19 @@ class PanelsOnTheDesktop(TidewellCase):
         desktop.run(["xdotool", "windowactivate", "--sync", str(hub)])
         x, y, w, h = self.geometry(panel)
         desktop.click(x + w // 2, y + h - 12)
-        time.sleep(0.5)
-        self.assertEqual(desktop.run(["xdotool", "getactivewindow"]).stdout.strip(), str(hub))
+        self.assertTrue(holds(lambda: desktop.run(["xdotool", "getactivewindow"]).stdout.strip()
+                              == str(hub), 0.5), "the panel took the keyboard")
 
         desktop.run(["xdotool", "windowmove", str(panel), "100", "150"])
         self.assertTrue(wait_for(lambda: self.geometry(panel)[:2] == (100, 150), 5))
-        time.sleep(0.8)  # the frame is saved 0.3 s after the last move
+        # The store keeps the frame from the screen's bottom edge; x tells the move.
+        self.assertTrue(wait_for(lambda: self.saved_x() == 100, 5),
+                        "the move was not saved: x %r" % self.saved_x())
         before = self.geometry(panel)
 
         # Logout: the window manager closes every window, then the session ends the app.
         desktop.run(["wmctrl", "-i", "-c", hex(panel)])
-        time.sleep(0.5)
+        self.assertTrue(holds(lambda: self.panel() == panel, 0.5), "the panel closed")
         self.app.send_signal(signal.SIGTERM)
         self.assertEqual(self.app.wait(15), 0)
 

@@ -33,9 +33,11 @@ class TasksOnTheDesktop(TidewellCase):
         (x, y), = desktop.tray_icons_or_report()
         desktop.click(x, y)
         self.assertTrue(wait_for(self.popup_open), "popup did not open")
+        shown = len(desktop.windows_of())
         a11y.press(a11y.find(self.root, "Example Task List"))
         # Menus are popups, outside the accessibility tree: the keyboard reaches them.
-        time.sleep(0.4)
+        self.assertTrue(wait_for(lambda: len(desktop.windows_of()) > shown), "no menu")
+        desktop.wait_painted()
         desktop.run(["xdotool", "key", "Down", "Down", "Return"])
         self.assertTrue(wait_for(lambda: desktop.window_ids("^New task list$")), "no prompt")
         self.assertTrue(desktop.wait_active("^New task list$"), "the prompt is not active")
@@ -60,16 +62,18 @@ class TasksOnTheDesktop(TidewellCase):
         a11y.find(letter, "Remove focus")
         self.assertTrue(self.popup_open())
         if SHOTS:
-            time.sleep(0.4)
+            desktop.wait_painted("^Tasks$")
             desktop.screenshot(os.path.join(SHOTS, "tasks-popup.png"), "^Tasks$")
             # Resting on a long task shows its whole text.
             row = a11y.find(self.root, LONG).queryComponent().getExtents(pyatspi.DESKTOP_COORDS)
+            shown = len(desktop.windows_of())
             desktop.run(["xdotool", "mousemove", str(row.x + 60), str(row.y + row.height // 2)])
-            time.sleep(0.8)
+            self.assertTrue(wait_for(lambda: len(desktop.windows_of()) > shown), "no tooltip")
+            desktop.wait_painted()
             desktop.screenshot(os.path.join(SHOTS, "tasks-tooltip.png"))
             desktop.click(x, y)  # close the popup
             a11y.switch_on(a11y.find(self.root, "Tasks floating"))
-            time.sleep(0.8)
+            desktop.wait_painted("^Tasks$")
             desktop.screenshot(os.path.join(SHOTS, "tasks-panel.png"), "^Tasks$")
 
         self.app.send_signal(signal.SIGTERM)

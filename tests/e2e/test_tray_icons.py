@@ -8,7 +8,6 @@ Usage: TIDEWELL_PANEL=dark|light test_tray_icons.py <tidewell binary> [screensho
 """
 import os
 import sys
-import time
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from desktop import wait_for  # noqa: E402
@@ -29,7 +28,7 @@ class TrayIcons(TidewellCase):
             self.a11y.switch_on(self.a11y.find(self.root, widget + " in status bar"))
         self.assertTrue(wait_for(lambda: len(self.desktop.tray_icons()) == len(WIDGETS), 20),
                         "expected %d tray icons" % len(WIDGETS))
-        time.sleep(1)  # the icons' first paint
+        self.assertTrue(self.desktop.wait_painted(), "the tray kept changing")
         from PIL import ImageGrab
         screen = ImageGrab.grab(xdisplay=self.desktop.display).convert("RGB")
         icons = sorted(self.desktop.tray_icons())

@@ -82,6 +82,16 @@ class TidewellCase(unittest.TestCase):
         if not desktop.window_ids("^Habits$"):
             desktop.click(*icon)
 
+    def store_rows(self, query, *args):
+        """Rows of the app's store, read beside the running app."""
+        import sqlite3
+        path = os.path.join(self.desktop.home, ".local/share/com.brenlow.tidewell/store.sqlite")
+        db = sqlite3.connect("file:%s?mode=ro" % path, uri=True)
+        try:
+            return db.execute(query, args).fetchall()
+        finally:
+            db.close()
+
     def add_task(self, text):
         """Types a task into the open tasks view's field, as a user would."""
         import pyatspi
@@ -101,14 +111,14 @@ class TidewellCase(unittest.TestCase):
         a11y.press(a11y.find(self.root, "Settings", role="push button"))
         a11y.find(self.root, "Focus duration", role="spin button").queryValue().currentValue = 1
         a11y.press(a11y.find(self.root, "Save"))
-        time.sleep(0.5)
+        self.assertTrue(a11y.gone(self.root, "Save"), "the settings stayed open")
         return switch, icon
 
     def close_popup(self, switch, icon):
         self.desktop.click(*icon)
         self.a11y.press(switch)
         self.assertTrue(wait_for(lambda: not self.a11y.is_checked(switch)))
-        time.sleep(0.3)
+        self.assertTrue(wait_for(lambda: not self.desktop.tray_icons()), "the tray icon stayed")
 
     def relaunch(self):
         type(self).app = subprocess.Popen([APP], env=self.desktop.env, stdout=subprocess.DEVNULL,
