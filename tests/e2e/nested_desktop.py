@@ -3,7 +3,6 @@ with its own session bus, and Tidewell under its Xwayland. A subclass starts the
 desktop and says where its windows and tray icons are."""
 import os
 import subprocess
-import time
 
 from desktop import wait_for
 
@@ -65,10 +64,35 @@ class NestedDesktop:
         """A click opens the item's popup; a right click its menu, whose first entry,
         "Show …", the keyboard picks (Plasma's menus are not in any accessibility
         tree to find it by)."""
+        before = self.screenshot().tobytes() if button == 3 else None
         self.click(x, y, button)
         if button == 3:
-            time.sleep(0.6)
+            wait_for(lambda: self.screenshot().tobytes() != before, 5)
+            self.wait_still()
             self.run(["xdotool", "key", "Down", "Return"])
+
+    def wait_still(self, timeout=5.0):
+        """Waits until the screen stops changing (two grabs 0.1 s apart agree)."""
+        last = [None]
+
+        def still():
+            now = self.screenshot().tobytes()
+            settled = now == last[0]
+            last[0] = now
+            return settled
+        return wait_for(still, timeout, interval=0.1)
+
+    def saved_frame(self, widget_id):
+        """The frame the app last saved for a floating widget, as the store keeps it."""
+        import sqlite3
+        path = os.path.join(self.home, ".local/share/com.brenlow.tidewell/store.sqlite")
+        db = sqlite3.connect("file:%s?mode=ro" % path, uri=True)
+        try:
+            rows = db.execute("SELECT desktopFrameJSON FROM widget_placement WHERE widgetId = ?",
+                              (widget_id,)).fetchall()
+        finally:
+            db.close()
+        return rows[0][0] if rows else None
 
     def screenshot(self, path=None):
         from PIL import ImageGrab

@@ -22,7 +22,7 @@ import time
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from desktop import wait_for  # noqa: E402
+from desktop import holds, wait_for  # noqa: E402
 
 DESKTOP = sys.argv[1] if len(sys.argv) > 1 else "sway"
 APP = os.path.abspath(sys.argv[2]) if len(sys.argv) > 2 else None
@@ -166,7 +166,7 @@ class OnADesktop(unittest.TestCase):
                 self.assertEqual(shown[0], widget)
             self.assert_under(shown[0], x, y)
             if SHOTS and shown[0] == "Pomodoro":
-                time.sleep(0.4)
+                desk.wait_still()
                 popup = self.window(shown[0])["rect"]
                 top = 0 if desk.bar_edge == "top" else popup["y"] - 12
                 bottom = (popup["y"] + popup["height"] + 12 if desk.bar_edge == "top"
@@ -197,7 +197,9 @@ class OnADesktop(unittest.TestCase):
         self.assertTrue(wait_for(lambda: self.window("Pomodoro Settings").get("visible"), 5))
         a11y.press(a11y.find(self.root, "Cancel", role="push button"))
         self.assertTrue(wait_for(lambda: not self.window("Pomodoro Settings").get("visible"), 5))
-        time.sleep(0.4)
+        # It stays while it takes the keyboard back from the closed dialog.
+        self.assertTrue(holds(lambda: "Pomodoro" in self.shown(), 0.4, interval=0.1),
+                        "the popup closed with its dialog")
         desk.click(*self.outside())
         self.assertTrue(wait_for(lambda: not self.shown(), 5), "the popup stayed after its dialog")
         for widget in WIDGETS:
@@ -300,9 +302,10 @@ class OnADesktop(unittest.TestCase):
             self.drag("Habits", "super")
         # Ctrl+drag moves a panel, and the place holds through a restart.
         self.assertTrue(desk.activate("Tidewell"))
+        saved = desk.saved_frame("tasks")
         self.drag("Tasks", "ctrl")
         moved = self.window("Tasks")["rect"]
-        time.sleep(0.8)  # saved 0.3 s after the last move
+        self.assertTrue(wait_for(lambda: desk.saved_frame("tasks") != saved, 5), "not saved")
         desk.quit_app()
         type(self).start()
         self.assertTrue(wait_for(lambda: self.window("Tasks").get("sticky"), 10))

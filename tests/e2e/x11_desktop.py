@@ -20,6 +20,7 @@ class X11Desktop(NestedDesktop):
     def __init__(self):
         self.desktop = Desktop(tray=True)
         self.tmp = self.desktop.tmp
+        self.home = self.desktop.home
         self.env = self.desktop.env
         self.outer = self.desktop.display
         self.app_proc = None
