@@ -1,25 +1,26 @@
 #pragma once
 
 #include "APIClient.h"
-#include "SyncMerge.h"
+#include "SyncCopies.h"
+#include "SyncStatus.h"
 
 #include <QCoro/QCoroTask>
 #include <QDateTime>
-#include <QHash>
+#include <QList>
 #include <QObject>
-#include <QPointer>
-#include <QSet>
 #include <QString>
 
-#include <functional>
+#include <chrono>
+#include <memory>
+#include <utility>
 
-class APIError;
 class AuthService;
+class FeedListener;
 class Clock;
 class DataStore;
 class ModelContext;
 class SyncBaseStore;
-struct SyncBase;
+class VersionedSync;
 
 // Keeps the local habits, task lists and timer state in step with the web
 // service: whole-resource pushes after local changes, and a full pull on demand.
@@ -41,6 +42,7 @@ public:
     // Without `bases` every server is synced as one without versions.
     SyncEngine(DataStore& store, APIClient& client, AuthService& auth, const Clock& clock,
                SyncBaseStore* bases = nullptr, QObject* parent = nullptr);
+    ~SyncEngine() override;
 
     QCoro::Task<> pullAll();
     // Each sends its whole resource as read from the store now; dropped while
@@ -49,19 +51,19 @@ public:
     QCoro::Task<> pushTasks();
     QCoro::Task<> pushPomodoro();
 
-    bool isSyncing() const { return m_syncing > 0; }
-    bool isApplyingRemote() const { return m_applyingRemote; }
+    bool isSyncing() const { return m_status.isSyncing(); }
+    bool isApplyingRemote() const { return m_status.isApplyingRemote(); }
     // Empty when there is no error.
-    QString lastError() const { return m_lastError; }
+    QString lastError() const { return m_status.lastError(); }
     // Invalid until a pull succeeds, and again after a sign-out.
-    QDateTime lastSyncedAt() const { return m_lastSyncedAt; }
+    QDateTime lastSyncedAt() const { return m_status.lastSyncedAt(); }
 
     // Whether the current server keeps versions: learnt from its answers and
     // remembered with the merge bases.
-    bool serverHasVersions() const { return m_hasVersions; }
+    bool serverHasVersions() const { return m_status.hasVersions(); }
     // Listening on the change feed while signed in to a server with versions.
     void setKeepInStep(bool on);
-    bool keepsInStep() const { return m_keepInStep; }
+    bool keepsInStep() const { return m_status.keepsInStep(); }
     // How long a failed push waits before it is sent again, doubling from one
     // second to a minute; tests shorten it.
     void setRetryDelays(std::chrono::milliseconds first, std::chrono::milliseconds longest);
@@ -75,79 +77,28 @@ signals:
     void keepsInStepChanged();
 
 private:
-    enum class Outcome { Done, Plain, Failed };
-    struct LocalCopy
-    {
-        QByteArray body;
-        QByteArray ids;
-    };
-
-    // One resource in the versioned mode: `fetched` is the server's copy when
-    // the caller has it, `pull` fetches it first; otherwise a push. Plain when
-    // the server turns out to keep no versions.
-    QCoro::Task<Outcome> syncVersioned(QString resource, std::optional<APIClient::Tagged> fetched,
-                                       bool pull);
-    // syncVersioned() one at a time per resource; a push asked for meanwhile
-    // runs after it.
-    QCoro::Task<> syncResource(QString resource, std::optional<APIClient::Tagged> fetched,
-                               bool pull);
-    std::optional<LocalCopy> localCopy(const QString& resource);
-    bool applyCopy(const QString& resource, const QByteArray& body);
-    // The body as this app encodes it, so that copies compare byte for byte.
-    std::optional<QByteArray> canonical(const QString& resource, const QByteArray& envelope,
-                                        QString* why);
-    std::optional<QByteArray> merged(const QString& resource, const SyncBase& base,
-                                     const LocalCopy& local, const QByteArray& server,
-                                     const QDateTime& storedAt, SyncMerge::Origins* origins);
-    // The local identities of the server's copy's records after a merge.
-    QByteArray serverIds(const QString& resource, const SyncMerge::Origins& origins,
-                         const QByteArray& server);
-    void keep(const QString& resource, const SyncBase& base);
-    // A request that failed: a network failure is sent again later.
-    Outcome failedRequest(const APIError& error, const QString& resource, const QString& prefix);
-    void retryLater(const QString& resource);
-    // The wait after `failures` failures in a row.
-    std::chrono::milliseconds backoff(int failures) const;
-    void setHasVersions(bool on);
-    QCoro::Task<> listen();
-    void listenSoon();
-    void stopListening();
-
-    void setLastSyncedAt(const QDateTime& when);
+    // Merged with what this computer has not pushed yet, one after the other.
+    QCoro::Task<> pullVersioned(QList<std::pair<QString, APIClient::Tagged>> copies);
+    // Replaces the local records with the server's copies, as a server without
+    // versions sends them.
+    void applyPulled(const APIClient::Tagged& lists, const APIClient::Tagged& habits,
+                     const APIClient::Tagged& pomodoro);
+    QCoro::Task<> pushPlain(const QString& resource);
 
     ModelContext& context();
     QCoro::Task<bool> mayPush();
     // One resource's push: its local copy, read by `read`. Taken by value: the
     // coroutine runs on after its caller's temporaries are gone.
     template <typename Read> QCoro::Task<> push(QString resource, Read read);
-    // A failed request: a rejected token signs out; anything else is reported
-    // after `prefix`.
-    void failed(const APIError& error, const QString& prefix);
-    void setSyncing(bool on);
-    void setApplyingRemote(bool on);
-    void setLastError(const QString& text);
 
     DataStore& m_store;
     APIClient& m_client;
     AuthService& m_auth;
     const Clock& m_clock;
-    // Pulls running at once; isSyncing while any of them runs.
-    int m_syncing = 0;
-    bool m_applyingRemote = false;
-    QString m_lastError;
-    QDateTime m_lastSyncedAt;
-
     SyncBaseStore* m_bases;
-    bool m_hasVersions = false;
-    bool m_keepInStep = true;
-    bool m_listening = false;
-    // Deleted to end the wait on the change feed.
-    QPointer<QObject> m_feedScope;
-    QHash<QString, QDateTime> m_localChangedAt;
-    QSet<QString> m_running;
-    QSet<QString> m_again;
-    QHash<QString, int> m_failures;
-    QSet<QString> m_retryPending;
-    std::chrono::milliseconds m_firstRetry{1'000};
-    std::chrono::milliseconds m_longestRetry{60'000};
+    SyncStatus m_status;
+    SyncCopies m_copies;
+    // Only with `bases`. The feed, declared last, goes first: it uses the versioned sync.
+    std::unique_ptr<VersionedSync> m_versioned;
+    std::unique_ptr<FeedListener> m_feed;
 };

@@ -22,15 +22,19 @@ def application(name="Tidewell", timeout=40, pid=None):
     raise AssertionError("application %s is not in the accessibility tree" % name)
 
 
+def _named(root, name, role, showing):
+    pyatspi = _registry()
+    return pyatspi.utils.findDescendant(
+        root, lambda o: o is not None and o.name == name
+        and (role is None or o.getRoleName() == role)
+        and (not showing or o.getState().contains(pyatspi.STATE_SHOWING)))
+
+
 def find(root, name, role=None, timeout=10, showing=True):
     """The first descendant with that accessible name (and role name, if given)."""
-    pyatspi = _registry()
     deadline = time.monotonic() + timeout
     while True:
-        found = pyatspi.utils.findDescendant(
-            root, lambda o: o is not None and o.name == name
-            and (role is None or o.getRoleName() == role)
-            and (not showing or o.getState().contains(pyatspi.STATE_SHOWING)))
+        found = _named(root, name, role, showing)
         if found is not None or time.monotonic() > deadline:
             if found is None:
                 raise AssertionError("no control named %r" % name)
@@ -40,14 +44,9 @@ def find(root, name, role=None, timeout=10, showing=True):
 
 def gone(root, name, role=None, timeout=10):
     """Waits until no showing descendant has that name (and role); whether none has."""
-    pyatspi = _registry()
     deadline = time.monotonic() + timeout
     while True:
-        found = pyatspi.utils.findDescendant(
-            root, lambda o: o is not None and o.name == name
-            and (role is None or o.getRoleName() == role)
-            and o.getState().contains(pyatspi.STATE_SHOWING))
-        if found is None:
+        if _named(root, name, role, True) is None:
             return True
         if time.monotonic() > deadline:
             return False

@@ -85,11 +85,22 @@ AccountSection::AccountSection(AuthService& auth, SyncEngine& sync, const APICli
 {
     setObjectName(QStringLiteral("accountSection"));
     m_stack = new QStackedLayout(this);
+    m_stack->addWidget(buildLoadingPage());
+    m_stack->addWidget(buildSignedOutPage());
+    m_stack->addWidget(buildSignedInPage());
+    // What is known without the keychain is shown from the first frame: with no
+    // account on this computer, the look-up after it changes nothing on screen.
+    refresh();
+    // Followed only once refresh() has set it: showing the setting does not change it.
+    connect(m_inStep, &QCheckBox::toggled, this,
+            [this](bool on) { m_syncEngine.setKeepInStep(on); });
+}
 
-    QColor grey = Theme::secondary(0.08);
+QWidget* AccountSection::buildLoadingPage()
+{
     // Shown until the keychain has answered; it keeps the layout from jumping.
     // Most keyrings answer at once; one that waits to be unlocked says why after a moment.
-    m_loading = new Tinted(grey, this);
+    m_loading = new Tinted(Theme::secondary(0.08), this);
     m_loading->setAccessibleName(QStringLiteral("Account"));
     auto* loading = new QHBoxLayout(m_loading);
     loading->setContentsMargins(10, 10, 10, 10);
@@ -99,8 +110,12 @@ AccountSection::AccountSection(AuthService& auth, SyncEngine& sync, const APICli
     Theme::makeSecondary(m_waiting);
     m_waiting->hide();
     loading->addWidget(m_waiting);
-    m_stack->addWidget(m_loading);
-    m_signedOut = new Tinted(grey, this);
+    return m_loading;
+}
+
+QWidget* AccountSection::buildSignedOutPage()
+{
+    m_signedOut = new Tinted(Theme::secondary(0.08), this);
     auto* outColumn = new QVBoxLayout(m_signedOut);
     outColumn->setContentsMargins(10, 10, 10, 10);
     outColumn->setSpacing(8);
@@ -122,7 +137,11 @@ AccountSection::AccountSection(AuthService& auth, SyncEngine& sync, const APICli
     connect(signIn, &QPushButton::clicked, this, &AccountSection::openSignIn);
     m_keychainProblem = errorLine(QStringLiteral("keychainProblem"), m_signedOut);
     outColumn->addWidget(m_keychainProblem);
+    return m_signedOut;
+}
 
+QWidget* AccountSection::buildSignedInPage()
+{
     QColor greenTint = green;
     greenTint.setAlphaF(0.08);
     m_signedIn = new Tinted(greenTint, this);
@@ -152,18 +171,10 @@ AccountSection::AccountSection(AuthService& auth, SyncEngine& sync, const APICli
     in->addWidget(m_inStep);
     m_error = errorLine(QStringLiteral("syncError"), m_signedIn);
     in->addWidget(m_error);
-
-    m_stack->addWidget(m_signedOut);
-    m_stack->addWidget(m_signedIn);
-    // What is known without the keychain is shown from the first frame: with no
-    // account on this computer, the look-up after it changes nothing on screen.
-    refresh();
-
     connect(m_sync, &QPushButton::clicked, this,
             [this] { QCoro::connect(m_syncEngine.pullAll(), qApp, [] {}); });
     connect(signOut, &QPushButton::clicked, this, [this] { m_auth.signOut(); });
-    connect(m_inStep, &QCheckBox::toggled, this,
-            [this](bool on) { m_syncEngine.setKeepInStep(on); });
+    return m_signedIn;
 }
 
 void AccountSection::paintEvent(QPaintEvent* event)

@@ -36,6 +36,9 @@ protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
+    QWidget* buildLoadingPage();
+    QWidget* buildSignedOutPage(); // "Not signed in" with the Sign in button
+    QWidget* buildSignedInPage();  // "Connected" with Sync, Sign out and the sync error
     void followAccount();
     void refresh();
     void openSignIn();
