@@ -61,6 +61,19 @@ def holds(predicate, duration, interval=0.05):
     return bool(predicate())
 
 
+def settles(grab, timeout=5.0):
+    """Waits until two grabs 0.1 s apart agree (a grab of None never does); whether
+    they did."""
+    last = [None]
+
+    def still():
+        now = grab()
+        settled = now is not None and now == last[0]
+        last[0] = now
+        return settled
+    return wait_for(still, timeout, interval=0.1)
+
+
 class Desktop:
     # Panel colours for the tray: trayer's own grey, or a solid dark or light one.
     PANELS = {None: ["--transparent", "false"],
@@ -199,28 +212,26 @@ class Desktop:
 
     def wait_painted(self, window_name=None, timeout=5.0):
         """Waits until the window (or the whole screen) is on screen and its pixels stop
-        changing (two grabs 0.1 s apart agree); whether they did."""
+        changing; whether they did."""
         from PIL import ImageGrab
 
         def grab():
-            if window_name is None:
-                return ImageGrab.grab(xdisplay=self.display).tobytes()
-            ids = self.window_ids(window_name)
-            if not ids:
+            box = self.window_box(window_name) if window_name else ()
+            if box is None:
                 return None
-            geo = self.run(["xdotool", "getwindowgeometry", "--shell", str(ids[0])]).stdout
-            g = dict(line.split("=") for line in geo.split())
-            x, y, w, h = (int(g[k]) for k in ("X", "Y", "WIDTH", "HEIGHT"))
-            return ImageGrab.grab(xdisplay=self.display).crop((x, y, x + w, y + h)).tobytes()
+            image = ImageGrab.grab(xdisplay=self.display)
+            return (image.crop(box) if box else image).tobytes()
+        return settles(grab, timeout)
 
-        last = [None]
-
-        def still():
-            now = grab()
-            settled = now is not None and now == last[0]
-            last[0] = now
-            return settled
-        return wait_for(still, timeout, interval=0.1)
+    def window_box(self, window_name, margin=0):
+        """The first such window's (left, top, right, bottom), or None."""
+        ids = self.window_ids(window_name)
+        if not ids:
+            return None
+        geo = self.run(["xdotool", "getwindowgeometry", "--shell", str(ids[0])]).stdout
+        g = dict(line.split("=") for line in geo.split())
+        x, y, w, h = (int(g[k]) for k in ("X", "Y", "WIDTH", "HEIGHT"))
+        return (max(0, x - margin), max(0, y - margin), x + w + margin, y + h + margin)
 
     def click(self, x, y, button=1):
         self.run(["xdotool", "mousemove", str(x), str(y), "click", str(button)])
@@ -228,14 +239,8 @@ class Desktop:
     def screenshot(self, path, window_name=None):
         from PIL import ImageGrab
         image = ImageGrab.grab(xdisplay=self.display)
-        if window_name:
-            ids = self.window_ids(window_name)
-            if ids:
-                geo = self.run(["xdotool", "getwindowgeometry", "--shell", str(ids[0])]).stdout
-                g = dict(l.split("=") for l in geo.split())
-                x, y, w, h = (int(g[k]) for k in ("X", "Y", "WIDTH", "HEIGHT"))
-                image = image.crop((max(0, x - 12), max(0, y - 12), x + w + 12, y + h + 12))
-        image.save(path)
+        box = self.window_box(window_name, margin=12) if window_name else None
+        (image.crop(box) if box else image).save(path)
 
     def tray_icons_or_report(self, timeout=20.0):
         """The tray icons, waiting for one; when none comes, saves a screenshot and the

@@ -4,7 +4,7 @@ desktop and says where its windows and tray icons are."""
 import os
 import subprocess
 
-from desktop import wait_for
+from desktop import settles, wait_for
 
 
 class NestedDesktop:
@@ -72,15 +72,8 @@ class NestedDesktop:
             self.run(["xdotool", "key", "Down", "Return"])
 
     def wait_still(self, timeout=5.0):
-        """Waits until the screen stops changing (two grabs 0.1 s apart agree)."""
-        last = [None]
-
-        def still():
-            now = self.screenshot().tobytes()
-            settled = now == last[0]
-            last[0] = now
-            return settled
-        return wait_for(still, timeout, interval=0.1)
+        """Waits until the screen stops changing."""
+        return settles(lambda: self.screenshot().tobytes(), timeout)
 
     def saved_frame(self, widget_id):
         """The frame the app last saved for a floating widget, as the store keeps it."""
